@@ -1,0 +1,596 @@
+#include "platform/httpclient.h"
+
+#include <QFile>
+#include <QMetaObject>
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <unordered_set>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A stream whose consumer falls this far behind is paused at the socket instead of
+// buffering without bound; it resumes once the consumer has taken the data.
+constexpr qsizetype kMaxPendingStreamBytes = 4 << 20;
+
+bool startsWithCaseless(QByteArrayView line, QByteArrayView prefix)
+{
+    return line.size() >= prefix.size() && line.first(prefix.size()).compare(prefix, Qt::CaseInsensitive) == 0;
+}
+
+} // namespace
+
+QByteArray HttpResponseHead::header(QByteArrayView name) const
+{
+    for (const HttpHeader &h : headers) {
+        if (QByteArrayView(h.name).compare(name, Qt::CaseInsensitive) == 0)
+            return h.value;
+    }
+    return {};
+}
+
+bool HttpResponseHead::hasHeader(QByteArrayView name) const
+{
+    for (const HttpHeader &h : headers) {
+        if (QByteArrayView(h.name).compare(name, Qt::CaseInsensitive) == 0)
+            return true;
+    }
+    return false;
+}
+
+QString describe(HttpError error)
+{
+    switch (error) {
+    case HttpError::None: return {};
+    case HttpError::InvalidUrl: return QStringLiteral("The URL is not valid.");
+    case HttpError::HostNotFound: return QStringLiteral("A server with the specified hostname could not be found.");
+    case HttpError::ConnectionFailed: return QStringLiteral("Could not connect to the server.");
+    case HttpError::Tls: return QStringLiteral("A secure connection to the server could not be made.");
+    case HttpError::Timeout: return QStringLiteral("The request timed out.");
+    case HttpError::TooManyRedirects: return QStringLiteral("Too many HTTP redirects.");
+    case HttpError::Protocol: return QStringLiteral("The server sent an invalid response.");
+    case HttpError::BodyTooLarge: return QStringLiteral("The response is too large.");
+    case HttpError::FileWrite: return QStringLiteral("The download could not be written to disk.");
+    case HttpError::Cancelled: return QStringLiteral("The request was cancelled.");
+    case HttpError::Other: return QStringLiteral("The network connection failed.");
+    }
+    return {};
+}
+
+// Shared between the worker thread (which fills it) and the context's thread (which
+// drains it). Fields under `mutex` are touched by both; the worker-only and
+// context-only groups are marked.
+struct HttpTransfer::State : std::enable_shared_from_this<HttpTransfer::State> {
+    enum class Mode { Stream, Buffer, File };
+
+    Mode mode = Mode::Stream;
+    HttpRequest request;
+    QString filePath;
+    QObject *context = nullptr;
+    std::weak_ptr<HttpClient::Worker> worker;
+    std::atomic<bool> cancelled{false};
+
+    // Context thread only.
+    HttpStreamCallbacks streamCallbacks;
+    HttpClient::GetCallback getCallback;
+    HttpClient::DownloadCallback downloadCallback;
+    bool headDelivered = false;
+    QMetaObject::Connection contextGuard;
+
+    // Guarded by mutex.
+    std::mutex mutex;
+    bool contextAlive = true;
+    bool deliveryScheduled = false;
+    bool headReady = false;
+    HttpResponseHead head;
+    QByteArray pending;
+    bool paused = false;
+    bool finished = false;
+    HttpResult result;
+
+    // Worker thread only.
+    CURL *easy = nullptr;
+    curl_slist *headerList = nullptr;
+    FILE *file = nullptr;
+    HttpResponseHead parsing; // head of the response being received (redirects reset it)
+    Clock::time_point lastActivity;
+    Clock::time_point startedAt;
+    bool workerPaused = false;
+    bool dirty = false; // something to hand over after this round of curl work
+    bool bodyTooLarge = false;
+    bool fileFailed = false;
+    bool done = false;
+};
+
+struct HttpClient::Worker {
+    enum class Command { Add, Remove, Resume };
+
+    std::thread thread;
+    std::mutex mutex;
+    std::deque<std::pair<Command, std::shared_ptr<HttpTransfer::State>>> commands;
+    bool quit = false;
+    CURLM *multi = nullptr;
+    curl_slist *icyAliases = nullptr;
+    std::unordered_set<std::shared_ptr<HttpTransfer::State>> active; // worker thread only
+    std::atomic<int> activeCount{0};
+
+    ~Worker()
+    {
+        curl_multi_cleanup(multi);
+        curl_slist_free_all(icyAliases);
+    }
+
+    void post(Command command, std::shared_ptr<HttpTransfer::State> state)
+    {
+        std::lock_guard lock(mutex);
+        if (quit)
+            return;
+        commands.emplace_back(command, std::move(state));
+        curl_multi_wakeup(multi);
+    }
+
+    static void post(const std::weak_ptr<Worker> &worker, Command command,
+                     std::shared_ptr<HttpTransfer::State> state)
+    {
+        if (auto w = worker.lock())
+            w->post(command, std::move(state));
+    }
+
+    void run();
+    void add(const std::shared_ptr<HttpTransfer::State> &s);
+    void finish(const std::shared_ptr<HttpTransfer::State> &s, HttpResult result);
+    void scheduleDelivery(const std::shared_ptr<HttpTransfer::State> &s);
+
+    static size_t onHeader(char *data, size_t size, size_t count, void *user);
+    static size_t onBody(char *data, size_t size, size_t count, void *user);
+};
+
+namespace {
+
+void drain(const std::shared_ptr<HttpTransfer::State> &s)
+{
+    HttpResponseHead head;
+    bool deliverHead = false;
+    QByteArray data;
+    bool finished = false;
+    HttpResult result;
+    bool resume = false;
+    {
+        std::lock_guard lock(s->mutex);
+        s->deliveryScheduled = false;
+        if (s->headReady && !s->headDelivered) {
+            head = s->head;
+            deliverHead = true;
+            s->headDelivered = true;
+        }
+        data.swap(s->pending);
+        finished = s->finished;
+        result = s->result;
+        if (s->paused && !finished) {
+            s->paused = false;
+            resume = true;
+        }
+    }
+    if (s->cancelled.load())
+        return;
+    if (resume)
+        HttpClient::Worker::post(s->worker, HttpClient::Worker::Command::Resume, s);
+
+    using Mode = HttpTransfer::State::Mode;
+    if (s->mode == Mode::Stream) {
+        if (deliverHead && s->streamCallbacks.onHead)
+            s->streamCallbacks.onHead(head);
+        if (!data.isEmpty() && !s->cancelled.load() && s->streamCallbacks.onData)
+            s->streamCallbacks.onData(data);
+    }
+    if (!finished || s->cancelled.load())
+        return;
+
+    QObject::disconnect(s->contextGuard);
+    // Move the callbacks out so their captures die with this call, not with the state.
+    switch (s->mode) {
+    case Mode::Stream: {
+        auto callbacks = std::move(s->streamCallbacks);
+        if (callbacks.onFinished)
+            callbacks.onFinished(result);
+        break;
+    }
+    case Mode::Buffer: {
+        auto callback = std::move(s->getCallback);
+        if (callback)
+            callback(result, s->head, data);
+        break;
+    }
+    case Mode::File: {
+        auto callback = std::move(s->downloadCallback);
+        if (callback)
+            callback(result, s->head);
+        break;
+    }
+    }
+}
+
+HttpError mapCurlError(CURLcode code)
+{
+    switch (code) {
+    case CURLE_OK: return HttpError::None;
+    case CURLE_URL_MALFORMAT:
+    case CURLE_UNSUPPORTED_PROTOCOL: return HttpError::InvalidUrl;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY: return HttpError::HostNotFound;
+    case CURLE_COULDNT_CONNECT:
+    case CURLE_RECV_ERROR:
+    case CURLE_SEND_ERROR:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_GOT_NOTHING: return HttpError::ConnectionFailed;
+    case CURLE_OPERATION_TIMEDOUT: return HttpError::Timeout;
+    case CURLE_TOO_MANY_REDIRECTS: return HttpError::TooManyRedirects;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR: return HttpError::Tls;
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM: return HttpError::Protocol;
+    default: return HttpError::Other;
+    }
+}
+
+} // namespace
+
+void HttpClient::Worker::scheduleDelivery(const std::shared_ptr<HttpTransfer::State> &s)
+{
+    // Called with s->mutex held. One queued drain at a time per transfer: chunks that
+    // arrive before it runs are appended to `pending` and ride along.
+    if (s->deliveryScheduled || !s->contextAlive || s->cancelled.load())
+        return;
+    s->deliveryScheduled = true;
+    QMetaObject::invokeMethod(s->context, [s] { drain(s); }, Qt::QueuedConnection);
+}
+
+size_t HttpClient::Worker::onHeader(char *data, size_t size, size_t count, void *user)
+{
+    auto *s = static_cast<HttpTransfer::State *>(user);
+    const size_t bytes = size * count;
+    s->lastActivity = Clock::now();
+    QByteArrayView line(data, qsizetype(bytes));
+    const QByteArrayView trimmed = line.trimmed();
+
+    if (startsWithCaseless(line, "HTTP/") || startsWithCaseless(line, "ICY ")) {
+        s->parsing = HttpResponseHead{};
+        s->parsing.statusLine = trimmed.toByteArray();
+        const qsizetype space = trimmed.indexOf(' ');
+        if (space > 0)
+            s->parsing.statusCode = trimmed.sliced(space + 1).first(std::min<qsizetype>(3, trimmed.size() - space - 1)).toByteArray().toInt();
+        return bytes;
+    }
+    if (trimmed.isEmpty()) {
+        const int code = s->parsing.statusCode;
+        const bool interim = code >= 100 && code < 200;
+        const bool redirect = (code == 301 || code == 302 || code == 303 || code == 307 || code == 308)
+            && s->parsing.hasHeader("location") && s->request.maxRedirects > 0;
+        if (interim || redirect)
+            return bytes;
+        char *effective = nullptr;
+        curl_easy_getinfo(s->easy, CURLINFO_EFFECTIVE_URL, &effective);
+        s->parsing.url = effective ? QByteArray(effective) : s->request.url;
+        std::lock_guard lock(s->mutex);
+        s->head = s->parsing;
+        s->headReady = true;
+        s->dirty = s->mode == HttpTransfer::State::Mode::Stream;
+        return bytes;
+    }
+    if ((line.startsWith(' ') || line.startsWith('\t')) && !s->parsing.headers.isEmpty()) {
+        // Obsolete line folding: continues the previous header's value.
+        s->parsing.headers.last().value += ' ' + trimmed.toByteArray();
+        return bytes;
+    }
+    const qsizetype colon = line.indexOf(':');
+    if (colon > 0) {
+        s->parsing.headers.append({line.first(colon).trimmed().toByteArray(),
+                                   line.sliced(colon + 1).trimmed().toByteArray()});
+    }
+    return bytes;
+}
+
+size_t HttpClient::Worker::onBody(char *data, size_t size, size_t count, void *user)
+{
+    auto *s = static_cast<HttpTransfer::State *>(user);
+    const size_t bytes = size * count;
+    s->lastActivity = Clock::now();
+    using Mode = HttpTransfer::State::Mode;
+    switch (s->mode) {
+    case Mode::File:
+        if (std::fwrite(data, 1, bytes, s->file) != bytes) {
+            s->fileFailed = true;
+            return 0;
+        }
+        return bytes;
+    case Mode::Buffer: {
+        std::lock_guard lock(s->mutex);
+        if (s->pending.size() + qsizetype(bytes) > s->request.maxBodyBytes) {
+            s->bodyTooLarge = true;
+            return 0;
+        }
+        s->pending.append(data, qsizetype(bytes));
+        return bytes;
+    }
+    case Mode::Stream: {
+        std::lock_guard lock(s->mutex);
+        if (s->pending.size() >= kMaxPendingStreamBytes) {
+            s->paused = true;
+            s->workerPaused = true;
+            return CURL_WRITEFUNC_PAUSE;
+        }
+        s->pending.append(data, qsizetype(bytes));
+        s->dirty = true;
+        return bytes;
+    }
+    }
+    return 0;
+}
+
+void HttpClient::Worker::add(const std::shared_ptr<HttpTransfer::State> &s)
+{
+    if (s->cancelled.load())
+        return;
+    s->startedAt = s->lastActivity = Clock::now();
+    using Mode = HttpTransfer::State::Mode;
+    if (s->mode == Mode::File) {
+        s->file = std::fopen(QFile::encodeName(s->filePath).constData(), "wb");
+        if (!s->file) {
+            finish(s, {HttpError::FileWrite, describe(HttpError::FileWrite)});
+            return;
+        }
+    }
+
+    CURL *e = curl_easy_init();
+    s->easy = e;
+    curl_easy_setopt(e, CURLOPT_URL, s->request.url.constData());
+    curl_easy_setopt(e, CURLOPT_PRIVATE, s.get());
+    curl_easy_setopt(e, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(e, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(e, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(e, CURLOPT_FOLLOWLOCATION, s->request.maxRedirects > 0 ? 1L : 0L);
+    curl_easy_setopt(e, CURLOPT_MAXREDIRS, s->request.maxRedirects);
+    curl_easy_setopt(e, CURLOPT_HTTP200ALIASES, icyAliases);
+    curl_easy_setopt(e, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(e, CURLOPT_SSL_VERIFYHOST, 2L);
+    curl_easy_setopt(e, CURLOPT_HEADERFUNCTION, &Worker::onHeader);
+    curl_easy_setopt(e, CURLOPT_HEADERDATA, s.get());
+    curl_easy_setopt(e, CURLOPT_WRITEFUNCTION, &Worker::onBody);
+    curl_easy_setopt(e, CURLOPT_WRITEDATA, s.get());
+    // A stream's small receive buffer keeps memory per connection low; curl reads
+    // whatever is there on each wake-up anyway.
+    if (s->mode == Mode::Stream)
+        curl_easy_setopt(e, CURLOPT_BUFFERSIZE, 16384L);
+
+    // curl sends "Accept: */*" unless told otherwise; we send only what we were given.
+    bool hasAccept = false;
+    for (const HttpHeader &h : s->request.headers) {
+        hasAccept = hasAccept || h.name.compare("accept", Qt::CaseInsensitive) == 0;
+        const QByteArray line = h.name + ": " + h.value;
+        s->headerList = curl_slist_append(s->headerList, line.constData());
+    }
+    if (!hasAccept)
+        s->headerList = curl_slist_append(s->headerList, "Accept:");
+    curl_easy_setopt(e, CURLOPT_HTTPHEADER, s->headerList);
+
+    curl_multi_add_handle(multi, e);
+    active.insert(s);
+    activeCount.store(int(active.size()));
+}
+
+void HttpClient::Worker::finish(const std::shared_ptr<HttpTransfer::State> &s, HttpResult result)
+{
+    if (s->done)
+        return;
+    s->done = true;
+    if (s->easy) {
+        curl_multi_remove_handle(multi, s->easy);
+        curl_easy_cleanup(s->easy);
+        s->easy = nullptr;
+    }
+    curl_slist_free_all(s->headerList);
+    s->headerList = nullptr;
+    if (s->file) {
+        if (std::fclose(s->file) != 0 && result.ok())
+            result = {HttpError::FileWrite, describe(HttpError::FileWrite)};
+        s->file = nullptr;
+    }
+    if (s->mode == HttpTransfer::State::Mode::File && !result.ok())
+        QFile::remove(s->filePath);
+    active.erase(s);
+    activeCount.store(int(active.size()));
+
+    std::lock_guard lock(s->mutex);
+    if (!s->headReady && s->parsing.statusCode != 0) {
+        // The last response was one we expected curl to follow but it did not.
+        s->head = s->parsing;
+        s->headReady = true;
+    }
+    s->finished = true;
+    s->result = std::move(result);
+    s->deliveryScheduled = false; // the final hand-over must go out even if one is queued
+    scheduleDelivery(s);
+}
+
+void HttpClient::Worker::run()
+{
+    for (;;) {
+        std::deque<std::pair<Command, std::shared_ptr<HttpTransfer::State>>> todo;
+        {
+            std::lock_guard lock(mutex);
+            if (quit)
+                break;
+            todo.swap(commands);
+        }
+        for (auto &[command, s] : todo) {
+            switch (command) {
+            case Command::Add:
+                add(s);
+                break;
+            case Command::Remove:
+                if (!s->done && active.count(s))
+                    finish(s, {HttpError::Cancelled, describe(HttpError::Cancelled)});
+                break;
+            case Command::Resume:
+                if (s->easy && s->workerPaused) {
+                    s->workerPaused = false;
+                    s->lastActivity = Clock::now();
+                    curl_easy_pause(s->easy, CURLPAUSE_CONT);
+                }
+                break;
+            }
+        }
+
+        int running = 0;
+        curl_multi_perform(multi, &running);
+
+        int queued = 0;
+        while (CURLMsg *msg = curl_multi_info_read(multi, &queued)) {
+            if (msg->msg != CURLMSG_DONE)
+                continue;
+            HttpTransfer::State *raw = nullptr;
+            curl_easy_getinfo(msg->easy_handle, CURLINFO_PRIVATE, &raw);
+            if (!raw)
+                continue;
+            auto s = raw->shared_from_this();
+            const CURLcode code = msg->data.result;
+            HttpError error = mapCurlError(code);
+            if (code == CURLE_WRITE_ERROR)
+                error = s->bodyTooLarge ? HttpError::BodyTooLarge
+                    : s->fileFailed     ? HttpError::FileWrite
+                                        : HttpError::Other;
+            QString message;
+            if (error != HttpError::None)
+                message = describe(error);
+            finish(s, {error, message});
+        }
+
+        // Our own time-outs: curl's low-speed limit has one-second resolution and
+        // counts a paused (back-pressured) transfer as idle.
+        const auto now = Clock::now();
+        auto wait = std::chrono::milliseconds(1000);
+        std::vector<std::shared_ptr<HttpTransfer::State>> expired;
+        for (const auto &s : active) {
+            if (s->dirty) {
+                s->dirty = false;
+                std::lock_guard lock(s->mutex);
+                scheduleDelivery(s);
+            }
+            auto consider = [&](double seconds, Clock::time_point from, bool applies) {
+                if (seconds <= 0 || !applies)
+                    return;
+                const auto deadline = from + std::chrono::duration_cast<Clock::duration>(
+                                                 std::chrono::duration<double>(seconds));
+                if (deadline <= now)
+                    expired.push_back(s);
+                else
+                    wait = std::min(wait, std::chrono::ceil<std::chrono::milliseconds>(deadline - now));
+            };
+            consider(s->request.idleTimeoutSec, s->lastActivity, !s->workerPaused);
+            consider(s->request.totalTimeoutSec, s->startedAt, true);
+        }
+        for (const auto &s : expired)
+            finish(s, {HttpError::Timeout, describe(HttpError::Timeout)});
+
+        curl_multi_poll(multi, nullptr, 0, int(std::max<qint64>(wait.count(), 1)), nullptr);
+    }
+
+    for (const auto &s : std::vector(active.begin(), active.end()))
+        finish(s, {HttpError::Cancelled, describe(HttpError::Cancelled)});
+}
+
+void HttpTransfer::cancel()
+{
+    if (!m_state || m_state->cancelled.exchange(true))
+        return;
+    HttpClient::Worker::post(m_state->worker, HttpClient::Worker::Command::Remove, m_state);
+}
+
+HttpClient::HttpClient() : m_worker(std::make_shared<Worker>())
+{
+    static std::once_flag globalInit;
+    std::call_once(globalInit, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+    m_worker->multi = curl_multi_init();
+    m_worker->icyAliases = curl_slist_append(nullptr, "ICY 200 OK");
+    m_worker->thread = std::thread([w = m_worker.get()] { w->run(); });
+}
+
+HttpClient::~HttpClient()
+{
+    {
+        std::lock_guard lock(m_worker->mutex);
+        m_worker->quit = true;
+    }
+    curl_multi_wakeup(m_worker->multi);
+    m_worker->thread.join();
+}
+
+int HttpClient::activeTransfers() const
+{
+    return m_worker->activeCount.load();
+}
+
+HttpTransfer HttpClient::start(std::shared_ptr<HttpTransfer::State> s)
+{
+    Q_ASSERT(s->context);
+    s->worker = m_worker;
+    // The worker posts to the context from its own thread; this guard (taken under the
+    // state's mutex on both sides) keeps it from posting to an object being destroyed.
+    std::weak_ptr<HttpTransfer::State> weak = s;
+    s->contextGuard = QObject::connect(s->context, &QObject::destroyed, [weak] {
+        if (auto state = weak.lock()) {
+            std::lock_guard lock(state->mutex);
+            state->contextAlive = false;
+            state->cancelled.store(true);
+            Worker::post(state->worker, Worker::Command::Remove, state);
+        }
+    });
+    m_worker->post(Worker::Command::Add, s);
+    return HttpTransfer(std::move(s));
+}
+
+HttpTransfer HttpClient::stream(const HttpRequest &request, QObject *context, HttpStreamCallbacks callbacks)
+{
+    auto s = std::make_shared<HttpTransfer::State>();
+    s->mode = HttpTransfer::State::Mode::Stream;
+    s->request = request;
+    s->context = context;
+    s->streamCallbacks = std::move(callbacks);
+    return start(std::move(s));
+}
+
+HttpTransfer HttpClient::get(const HttpRequest &request, QObject *context, GetCallback callback)
+{
+    auto s = std::make_shared<HttpTransfer::State>();
+    s->mode = HttpTransfer::State::Mode::Buffer;
+    s->request = request;
+    s->context = context;
+    s->getCallback = std::move(callback);
+    return start(std::move(s));
+}
+
+HttpTransfer HttpClient::download(const HttpRequest &request, const QString &filePath, QObject *context,
+                                  DownloadCallback callback)
+{
+    auto s = std::make_shared<HttpTransfer::State>();
+    s->mode = HttpTransfer::State::Mode::File;
+    s->request = request;
+    s->filePath = filePath;
+    s->context = context;
+    s->downloadCallback = std::move(callback);
+    return start(std::move(s));
+}

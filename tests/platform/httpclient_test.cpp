@@ -1,0 +1,254 @@
+#include "platform/httpclient.h"
+
+#include "fixtureserver.h"
+#include "testenv.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct Collected {
+    std::optional<HttpResponseHead> head;
+    QByteArray body;
+    std::optional<HttpResult> result;
+    QStringList order;
+};
+
+HttpTransfer streamInto(HttpClient &client, QObject *context, HttpRequest request, Collected &c)
+{
+    return client.stream(request, context,
+                         {[&c](const HttpResponseHead &h) {
+                              c.head = h;
+                              c.order << QStringLiteral("head");
+                          },
+                          [&c](const QByteArray &chunk) {
+                              c.body += chunk;
+                              if (c.order.isEmpty() || c.order.last() != QStringLiteral("data"))
+                                  c.order << QStringLiteral("data");
+                          },
+                          [&c](const HttpResult &r) {
+                              c.result = r;
+                              c.order << QStringLiteral("finished");
+                          }});
+}
+
+class HttpClientTest : public ::testing::Test {
+protected:
+    FixtureServer server;
+    HttpClient client;
+    QObject context;
+};
+
+TEST_F(HttpClientTest, AcceptsShoutcastStatusLineAndDeliversHeadThenBodyInOrder)
+{
+    server.route("/stream", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "8192"}, {"Content-Type", "audio/mpeg"}})
+                                .send("abc")
+                                .pause(50)
+                                .send("defgh"));
+    Collected c;
+    streamInto(client, &context, {server.url("/stream")}, c);
+    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }));
+    EXPECT_TRUE(c.result->ok()) << c.result->message.toStdString();
+    ASSERT_TRUE(c.head);
+    EXPECT_EQ(c.head->statusCode, 200);
+    EXPECT_EQ(c.head->statusLine, "ICY 200 OK");
+    EXPECT_EQ(c.head->header("ICY-METAINT"), "8192");
+    EXPECT_FALSE(c.head->hasHeader("icy-name"));
+    EXPECT_EQ(c.body, "abcdefgh");
+    EXPECT_EQ(c.order, (QStringList{"head", "data", "finished"}));
+}
+
+TEST_F(HttpClientTest, SendsExactlyTheGivenHeaders)
+{
+    server.route("/h", FixtureServer::Script::response(200, "text/plain", "ok"));
+    bool done = false;
+    client.get({server.url("/h"), {{"Icy-MetaData", "1"}, {"User-Agent", "Orvida/1.0"}}}, &context,
+               [&](const HttpResult &, const HttpResponseHead &, const QByteArray &) { done = true; });
+    ASSERT_TRUE(waitUntil([&] { return done; }));
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 1);
+    QList<QByteArray> names;
+    for (const auto &[name, value] : requests[0].headers)
+        names << name.toLower();
+    EXPECT_EQ(names, (QList<QByteArray>{"host", "icy-metadata", "user-agent"}));
+    EXPECT_EQ(requests[0].header("user-agent"), "Orvida/1.0");
+}
+
+TEST_F(HttpClientTest, FollowsRedirectsAndReportsTheFinalAddress)
+{
+    server.route("/old", FixtureServer::Script::response(302, "text/plain", "", {{"Location", "/new"}}));
+    server.route("/new", FixtureServer::Script::response(200, "text/plain", "moved here"));
+    std::optional<HttpResponseHead> head;
+    QByteArray body;
+    client.get({server.url("/old")}, &context, [&](const HttpResult &r, const HttpResponseHead &h, const QByteArray &b) {
+        EXPECT_TRUE(r.ok());
+        head = h;
+        body = b;
+    });
+    ASSERT_TRUE(waitUntil([&] { return head.has_value(); }));
+    EXPECT_EQ(head->statusCode, 200);
+    EXPECT_EQ(head->url, server.url("/new"));
+    EXPECT_EQ(body, "moved here");
+}
+
+TEST_F(HttpClientTest, RedirectLoopsEndWithAnError)
+{
+    server.route("/loop", FixtureServer::Script::response(302, "text/plain", "", {{"Location", "/loop"}}));
+    std::optional<HttpResult> result;
+    HttpRequest request{server.url("/loop")};
+    request.maxRedirects = 3;
+    client.get(request, &context, [&](const HttpResult &r, const HttpResponseHead &, const QByteArray &) { result = r; });
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }));
+    EXPECT_EQ(result->error, HttpError::TooManyRedirects);
+}
+
+TEST_F(HttpClientTest, ErrorStatusStillDeliversItsBody)
+{
+    server.route("/missing", FixtureServer::Script::response(404, "text/html", "<html>nope</html>"));
+    std::optional<int> status;
+    QByteArray body;
+    client.get({server.url("/missing")}, &context, [&](const HttpResult &r, const HttpResponseHead &h, const QByteArray &b) {
+        EXPECT_TRUE(r.ok());
+        status = h.statusCode;
+        body = b;
+    });
+    ASSERT_TRUE(waitUntil([&] { return status.has_value(); }));
+    EXPECT_EQ(*status, 404);
+    EXPECT_EQ(body, "<html>nope</html>");
+}
+
+TEST_F(HttpClientTest, IdleTimeoutEndsAStalledStreamButNotASlowOne)
+{
+    // Bytes every 100 ms keep a 0.4 s idle time-out from firing; a stall after them ends it.
+    int pieces = 0;
+    server.route("/slow", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
+                              .produce(100, [&pieces] { return ++pieces <= 8 ? QByteArray("x") : QByteArray(); })
+                              .hang());
+    Collected c;
+    HttpRequest request{server.url("/slow")};
+    request.idleTimeoutSec = 0.4;
+    streamInto(client, &context, request, c);
+    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }, 5000));
+    EXPECT_EQ(c.result->error, HttpError::Timeout);
+    EXPECT_EQ(c.body, "xxxxxxxx");
+}
+
+TEST_F(HttpClientTest, IdleTimeoutAlsoCoversAServerThatNeverAnswers)
+{
+    server.route("/silent", FixtureServer::Script().hang());
+    Collected c;
+    HttpRequest request{server.url("/silent")};
+    request.idleTimeoutSec = 0.3;
+    streamInto(client, &context, request, c);
+    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }));
+    EXPECT_EQ(c.result->error, HttpError::Timeout);
+    EXPECT_FALSE(c.head.has_value());
+}
+
+TEST_F(HttpClientTest, TotalTimeoutEndsEvenABusyTransfer)
+{
+    server.route("/busy", FixtureServer::Script::head("HTTP/1.0 200 OK", {})
+                              .produce(20, [] { return QByteArray(100, 'y'); }));
+    Collected c;
+    HttpRequest request{server.url("/busy")};
+    request.totalTimeoutSec = 0.3;
+    streamInto(client, &context, request, c);
+    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }));
+    EXPECT_EQ(c.result->error, HttpError::Timeout);
+    EXPECT_GT(c.body.size(), 0);
+}
+
+TEST_F(HttpClientTest, CancelStopsEveryCallbackAndClosesTheConnection)
+{
+    server.route("/endless", FixtureServer::Script::head("HTTP/1.0 200 OK", {})
+                                 .produce(10, [] { return QByteArray(512, 'z'); }));
+    Collected c;
+    HttpTransfer transfer = streamInto(client, &context, {server.url("/endless")}, c);
+    ASSERT_TRUE(waitUntil([&] { return c.body.size() > 2048; }));
+    transfer.cancel();
+    const qsizetype seen = c.body.size();
+    waitUntil([] { return false; }, 200);
+    EXPECT_EQ(c.body.size(), seen);
+    EXPECT_FALSE(c.result.has_value());
+    EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0 && client.activeTransfers() == 0; }));
+}
+
+TEST_F(HttpClientTest, ADestroyedContextReceivesNothing)
+{
+    server.route("/late", FixtureServer::Script().pause(100).send("HTTP/1.0 200 OK\r\n\r\nlate"));
+    bool called = false;
+    {
+        QObject shortLived;
+        client.get({server.url("/late")}, &shortLived, [&](auto &&...) { called = true; });
+    }
+    EXPECT_TRUE(waitUntil([&] { return client.activeTransfers() == 0; }));
+    waitUntil([] { return false; }, 200);
+    EXPECT_FALSE(called);
+}
+
+TEST_F(HttpClientTest, ConnectionFailuresAreReported)
+{
+    std::optional<HttpResult> refused, invalid;
+    // A port we just closed: nothing listens there.
+    quint16 closedPort = 0;
+    {
+        FixtureServer gone;
+        closedPort = gone.port();
+    }
+    client.get({"http://127.0.0.1:" + QByteArray::number(closedPort) + "/"}, &context,
+               [&](const HttpResult &r, auto &&...) { refused = r; });
+    client.get({"ftp://127.0.0.1/file"}, &context, [&](const HttpResult &r, auto &&...) { invalid = r; });
+    ASSERT_TRUE(waitUntil([&] { return refused && invalid; }));
+    EXPECT_EQ(refused->error, HttpError::ConnectionFailed);
+    EXPECT_FALSE(refused->message.isEmpty());
+    EXPECT_EQ(invalid->error, HttpError::InvalidUrl);
+}
+
+TEST_F(HttpClientTest, OversizedBodiesAreRefusedInsteadOfBuffered)
+{
+    server.route("/big", FixtureServer::Script::response(200, "application/json", QByteArray(100000, '[')));
+    std::optional<HttpResult> result;
+    HttpRequest request{server.url("/big")};
+    request.maxBodyBytes = 1000;
+    client.get(request, &context, [&](const HttpResult &r, auto &&...) { result = r; });
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }));
+    EXPECT_EQ(result->error, HttpError::BodyTooLarge);
+}
+
+TEST_F(HttpClientTest, DownloadWritesTheBodyAndRemovesTheFileOnFailure)
+{
+    QTemporaryDir dir;
+    const QByteArray payload(200000, 'p');
+    server.route("/asset", FixtureServer::Script::response(200, "application/octet-stream", payload));
+    server.route("/broken", FixtureServer::Script::head("HTTP/1.1 200 OK", {{"Content-Length", "1000"}}).send("short").close());
+
+    std::optional<HttpResult> ok, broken;
+    client.download({server.url("/asset")}, dir.filePath("asset"), &context, [&](const HttpResult &r, auto &&) { ok = r; });
+    client.download({server.url("/broken")}, dir.filePath("broken"), &context, [&](const HttpResult &r, auto &&) { broken = r; });
+    ASSERT_TRUE(waitUntil([&] { return ok && broken; }));
+    EXPECT_TRUE(ok->ok());
+    EXPECT_EQ(readFile(dir.filePath("asset")), payload);
+    EXPECT_FALSE(broken->ok());
+    EXPECT_FALSE(QFile::exists(dir.filePath("broken")));
+}
+
+TEST_F(HttpClientTest, ManyConcurrentStreamsAllComplete)
+{
+    server.route("/s", FixtureServer::Script::head("HTTP/1.0 200 OK", {}).send(QByteArray(3000, 'a')).pause(30).send("end"));
+    constexpr int kStreams = 60;
+    std::vector<Collected> collected(kStreams);
+    for (auto &c : collected)
+        streamInto(client, &context, {server.url("/s")}, c);
+    ASSERT_TRUE(waitUntil([&] {
+        return std::all_of(collected.begin(), collected.end(), [](const Collected &c) { return c.result.has_value(); });
+    }, 10000));
+    for (const auto &c : collected) {
+        EXPECT_TRUE(c.result->ok());
+        EXPECT_EQ(c.body.size(), 3003);
+    }
+}
+
+} // namespace
