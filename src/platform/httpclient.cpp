@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <unordered_set>
 
@@ -414,16 +415,22 @@ void HttpClient::Worker::finish(const std::shared_ptr<HttpTransfer::State> &s, H
     active.erase(s);
     activeCount.store(int(active.size()));
 
-    std::lock_guard lock(s->mutex);
-    if (!s->headReady && s->parsing.statusCode != 0) {
-        // The last response was one we expected curl to follow but it did not.
-        s->head = s->parsing;
-        s->headReady = true;
+    {
+        std::lock_guard lock(s->mutex);
+        if (!s->headReady && s->parsing.statusCode != 0) {
+            // The last response was one we expected curl to follow but it did not.
+            s->head = s->parsing;
+            s->headReady = true;
+        }
+        s->finished = true;
+        s->result = std::move(result);
+        s->deliveryScheduled = false; // the final hand-over must go out even if one is queued
+        if (s->context)
+            scheduleDelivery(s);
     }
-    s->finished = true;
-    s->result = std::move(result);
-    s->deliveryScheduled = false; // the final hand-over must go out even if one is queued
-    scheduleDelivery(s);
+    // A blocking get has no context: its waiting thread is woken from here.
+    if (!s->context)
+        drain(s);
 }
 
 void HttpClient::Worker::run()
@@ -546,8 +553,11 @@ int HttpClient::activeTransfers() const
 
 HttpTransfer HttpClient::start(std::shared_ptr<HttpTransfer::State> s)
 {
-    Q_ASSERT(s->context);
     s->worker = m_worker;
+    if (!s->context) {
+        m_worker->post(Worker::Command::Add, s);
+        return HttpTransfer(std::move(s));
+    }
     // The worker posts to the context from its own thread; this guard (taken under the
     // state's mutex on both sides) keeps it from posting to an object being destroyed.
     std::weak_ptr<HttpTransfer::State> weak = s;
@@ -593,4 +603,24 @@ HttpTransfer HttpClient::download(const HttpRequest &request, const QString &fil
     s->context = context;
     s->downloadCallback = std::move(callback);
     return start(std::move(s));
+}
+
+HttpClient::BlockingResult HttpClient::getBlocking(const HttpRequest &request)
+{
+    Q_ASSERT(!m_worker->thread.joinable() || std::this_thread::get_id() != m_worker->thread.get_id());
+    std::mutex mutex;
+    std::condition_variable cv;
+    std::optional<BlockingResult> outcome;
+    auto s = std::make_shared<HttpTransfer::State>();
+    s->mode = HttpTransfer::State::Mode::Buffer;
+    s->request = request;
+    s->getCallback = [&](const HttpResult &r, const HttpResponseHead &h, const QByteArray &body) {
+        std::lock_guard lock(mutex);
+        outcome = BlockingResult{r, h, body};
+        cv.notify_one();
+    };
+    start(s);
+    std::unique_lock lock(mutex);
+    cv.wait(lock, [&] { return outcome.has_value(); });
+    return *outcome;
 }

@@ -118,6 +118,15 @@ public:
     HttpTransfer download(const HttpRequest &request, const QString &filePath, QObject *context,
                           DownloadCallback callback);
 
+    // For worker threads (thread-pool tasks) only, never the GUI thread: waits for the
+    // whole answer. The request's time-outs bound the wait.
+    struct BlockingResult {
+        HttpResult result;
+        HttpResponseHead head;
+        QByteArray body;
+    };
+    [[nodiscard]] BlockingResult getBlocking(const HttpRequest &request);
+
     // Number of transfers the worker is running (for tests and diagnostics).
     [[nodiscard]] int activeTransfers() const;
 

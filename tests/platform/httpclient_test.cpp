@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <thread>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -249,6 +251,30 @@ TEST_F(HttpClientTest, ManyConcurrentStreamsAllComplete)
         EXPECT_TRUE(c.result->ok());
         EXPECT_EQ(c.body.size(), 3003);
     }
+}
+
+} // namespace
+
+namespace {
+
+TEST(HttpClientBlocking, WaitsForTheWholeAnswerOffTheEventLoop)
+{
+    FixtureServer server;
+    server.route("/info", FixtureServer::Script::head("HTTP/1.1 200 OK", {{"Content-Length", "5"}}).pause(50).send("hello"));
+    server.route("/stall", FixtureServer::Script().hang());
+    HttpClient client;
+    HttpClient::BlockingResult ok, stalled;
+    std::thread worker([&] {
+        ok = client.getBlocking({server.url("/info")});
+        HttpRequest request{server.url("/stall")};
+        request.totalTimeoutSec = 0.2;
+        stalled = client.getBlocking(request);
+    });
+    worker.join();
+    EXPECT_TRUE(ok.result.ok());
+    EXPECT_EQ(ok.head.statusCode, 200);
+    EXPECT_EQ(ok.body, "hello");
+    EXPECT_EQ(stalled.result.error, HttpError::Timeout);
 }
 
 } // namespace
