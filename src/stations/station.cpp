@@ -6,19 +6,6 @@
 
 namespace {
 
-QString trimBlanks(const QString &text)
-{
-    // Only space and tab count as blanks here: a name made of other white space is kept.
-    qsizetype begin = 0;
-    qsizetype end = text.size();
-    auto blank = [](QChar c) { return c == QLatin1Char(' ') || c == QLatin1Char('\t'); };
-    while (begin < end && blank(text[begin]))
-        ++begin;
-    while (end > begin && blank(text[end - 1]))
-        --end;
-    return text.mid(begin, end - begin);
-}
-
 std::optional<QString> textOf(const QJsonObject &object, QLatin1StringView key)
 {
     const QJsonValue v = object.value(key);
@@ -42,6 +29,18 @@ std::optional<qint64> integerOf(const QJsonObject &object, QLatin1StringView key
 } // namespace
 
 namespace StationJson {
+
+QString trimBlanks(const QString &text)
+{
+    qsizetype begin = 0;
+    qsizetype end = text.size();
+    auto blank = [](QChar c) { return c == QLatin1Char(' ') || c == QLatin1Char('\t'); };
+    while (begin < end && blank(text[begin]))
+        ++begin;
+    while (end > begin && blank(text[end - 1]))
+        --end;
+    return text.mid(begin, end - begin);
+}
 
 std::optional<double> parseCoord(const QJsonValue &value)
 {
@@ -73,7 +72,7 @@ std::optional<Station> Station::json(const QJsonObject &object)
     const auto rawName = textOf(object, QLatin1StringView("name"));
     if (!rawName)
         return std::nullopt;
-    const QString name = trimBlanks(*rawName);
+    const QString name = StationJson::trimBlanks(*rawName);
     if (name.isEmpty())
         return std::nullopt;
 

@@ -43,6 +43,10 @@ struct Station {
 namespace StationJson {
 // A coordinate from a JSON value: a number, or a text that is a whole decimal float.
 [[nodiscard]] std::optional<double> parseCoord(const QJsonValue &value);
+
+// Strips spaces and tabs at both ends, the only blanks station names and search
+// queries lose; other white space is kept.
+[[nodiscard]] QString trimBlanks(const QString &text);
 } // namespace StationJson
 
 size_t qHash(const Station &station, size_t seed = 0);
