@@ -1,0 +1,222 @@
+#include "stations/directoryapi.h"
+
+#include <QJsonDocument>
+#include <QMetaObject>
+#include <QObject>
+#include <QUrl>
+
+namespace {
+
+const QString kPublicDirectory = QStringLiteral("https://all.api.radio-browser.info");
+
+bool isQueryAllowed(char c)
+{
+    if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))
+        return true;
+    static constexpr QByteArrayView kMarks = "-._~!$&'()*+,;=:@/?";
+    return kMarks.contains(c);
+}
+
+bool isValidUtf16(const QString &text)
+{
+    const qsizetype n = text.size();
+    for (qsizetype i = 0; i < n; ++i) {
+        const QChar c = text[i];
+        if (c.isHighSurrogate()) {
+            if (i + 1 >= n || !text[i + 1].isLowSurrogate())
+                return false;
+            ++i;
+        } else if (c.isLowSurrogate()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Runs `done` with the failure value on the context's thread after the caller has
+// returned, so callers see one delivery path whether or not a request went out.
+template<typename T>
+HttpTransfer failLater(QObject *context, std::function<void(T)> done, T failure)
+{
+    QMetaObject::invokeMethod(
+        context, [done = std::move(done), failure] { done(failure); }, Qt::QueuedConnection);
+    return {};
+}
+
+HttpRequest directoryRequest(const QString &url, double requestTimeoutSec)
+{
+    HttpRequest request;
+    request.url = url.toUtf8();
+    request.idleTimeoutSec = requestTimeoutSec;
+    request.maxBodyBytes = DirectoryApi::kMaxPageBytes;
+    return request;
+}
+
+} // namespace
+
+namespace DirectoryApi {
+
+QString baseUrl()
+{
+    QString base = qEnvironmentVariable("ORVIDA_DIRECTORY_URL");
+    if (base.isEmpty())
+        return kPublicDirectory;
+    while (base.endsWith(QLatin1Char('/')))
+        base.chop(1);
+    return base;
+}
+
+std::optional<QString> percentEncodeQuery(const QString &text)
+{
+    if (!isValidUtf16(text))
+        return std::nullopt;
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    const QByteArray utf8 = text.toUtf8();
+    QByteArray out;
+    out.reserve(utf8.size() * 3);
+    for (const char c : utf8) {
+        if (isQueryAllowed(c)) {
+            out += c;
+        } else {
+            const auto byte = static_cast<unsigned char>(c);
+            out += '%';
+            out += kHex[byte >> 4];
+            out += kHex[byte & 0xF];
+        }
+    }
+    return QString::fromLatin1(out);
+}
+
+std::optional<QList<QJsonObject>> parseObjects(const QByteArray &body)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(body, &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return std::nullopt;
+    return objectsOf(document.array());
+}
+
+std::optional<QList<QJsonObject>> objectsOf(const QJsonArray &array)
+{
+    QList<QJsonObject> objects;
+    objects.reserve(array.size());
+    for (const QJsonValue &value : array) {
+        if (!value.isObject())
+            return std::nullopt;
+        objects.append(value.toObject());
+    }
+    return objects;
+}
+
+std::optional<QList<Station>> parseStations(const QByteArray &body)
+{
+    const auto objects = parseObjects(body);
+    if (!objects)
+        return std::nullopt;
+    QList<Station> stations;
+    stations.reserve(objects->size());
+    for (const QJsonObject &object : *objects) {
+        if (auto station = Station::json(object))
+            stations.append(std::move(*station));
+    }
+    return stations;
+}
+
+std::optional<QString> pageUrl(const QString &base, const QString &query, int offset)
+{
+    const auto encoded = percentEncodeQuery(query);
+    if (!encoded)
+        return std::nullopt;
+    return base + QStringLiteral("/json/stations/search?name=") + *encoded + QStringLiteral("&limit=")
+        + QString::number(kPageSize) + QStringLiteral("&offset=") + QString::number(offset)
+        + QStringLiteral("&hidebroken=true&order=clickcount&reverse=true");
+}
+
+std::optional<QString> recommendationUrl(const QString &base, const QString &name)
+{
+    const auto encoded = percentEncodeQuery(name);
+    if (!encoded)
+        return std::nullopt;
+    return base + QStringLiteral("/json/stations/search?name=") + *encoded
+        + QStringLiteral("&limit=1&hidebroken=true&order=clickcount&reverse=true");
+}
+
+QString randomUrl(const QString &base, const QString &genre)
+{
+    QString url = base + QStringLiteral("/json/stations/search?order=random&limit=1&hidebroken=true");
+    if (!genre.isEmpty()) {
+        if (const auto encoded = percentEncodeQuery(genre))
+            url += QStringLiteral("&tag=") + *encoded;
+    }
+    return url;
+}
+
+HttpTransfer fetchPage(HttpClient &http, const QString &base, const QString &query, int offset, QObject *context,
+                       std::function<void(std::optional<QList<Station>>)> done, double requestTimeoutSec)
+{
+    const auto url = pageUrl(base, query, offset);
+    if (!url)
+        return failLater<std::optional<QList<Station>>>(context, std::move(done), std::nullopt);
+    return http.get(directoryRequest(*url, requestTimeoutSec), context,
+                    [done = std::move(done)](const HttpResult &result, const HttpResponseHead &, const QByteArray &body) {
+                        if (!result.ok()) {
+                            done(std::nullopt);
+                            return;
+                        }
+                        auto stations = parseStations(body);
+                        if (stations && stations->size() > kPageSize)
+                            stations.reset();
+                        done(std::move(stations));
+                    });
+}
+
+HttpTransfer fetchFirstStation(HttpClient &http, const QString &url, QObject *context,
+                               std::function<void(std::optional<Station>)> done, double requestTimeoutSec)
+{
+    return http.get(directoryRequest(url, requestTimeoutSec), context,
+                    [done = std::move(done)](const HttpResult &result, const HttpResponseHead &, const QByteArray &body) {
+                        std::optional<Station> first;
+                        if (result.ok()) {
+                            if (const auto stations = parseStations(body); stations && !stations->isEmpty())
+                                first = stations->first();
+                        }
+                        done(std::move(first));
+                    });
+}
+
+HttpTransfer randomStation(HttpClient &http, const QString &base, const QString &genre, QObject *context,
+                           std::function<void(std::optional<Station>)> done, double requestTimeoutSec)
+{
+    return fetchFirstStation(http, randomUrl(base, genre), context, std::move(done), requestTimeoutSec);
+}
+
+HttpTransfer checkIcy(HttpClient &http, const QString &url, QObject *context, std::function<void(bool)> done,
+                      double requestTimeoutSec, double resourceTimeoutSec)
+{
+    const QUrl parsed(url, QUrl::StrictMode);
+    if (url.isEmpty() || !parsed.isValid())
+        return failLater<bool>(context, std::move(done), false);
+
+    HttpRequest request;
+    request.url = url.toUtf8();
+    request.headers = {
+        {"User-Agent", "Orvida/1.0"},
+        {"Icy-MetaData", "1"},
+        {"Accept-Encoding", "identity"},
+    };
+    request.idleTimeoutSec = requestTimeoutSec;
+    request.totalTimeoutSec = resourceTimeoutSec;
+    // A one-shot GET that accepts no body at all: the transfer is aborted at the first
+    // audio byte, and the final response head still comes back with that error. Nothing
+    // here needs the transfer's own handle, so a cancelled probe leaves nothing behind.
+    request.maxBodyBytes = 0;
+    return http.get(request, context,
+                    [done = std::move(done)](const HttpResult &, const HttpResponseHead &head, const QByteArray &) {
+                        bool icy = false;
+                        for (const HttpHeader &header : head.headers)
+                            icy = icy || header.name.toLower() == "icy-metaint";
+                        done(icy);
+                    });
+}
+
+} // namespace DirectoryApi
