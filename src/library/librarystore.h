@@ -1,0 +1,121 @@
+#pragma once
+
+#include "library/playlist.h"
+#include "library/track.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class SqliteDb;
+class SqliteStatement;
+class LibraryStore;
+
+// Why a library file could not be opened. In every case the file is left as it was.
+enum class LibraryOpenError {
+    CannotOpen,      // missing folder, a directory at the path, an I/O error
+    ReadOnly,        // the file or its folder cannot be written
+    NotADatabase,    // not an SQLite file at all
+    Damaged,         // an SQLite file whose pages are corrupt
+    NotALibrary,     // some other program's SQLite file
+    Locked,          // another process holds a lock and did not let go in time
+    NewerVersion,    // written by a newer Orvida; its layout is unknown here
+    MigrationFailed, // an older library that could not be brought up to date
+};
+
+struct LibraryOpenResult {
+    std::unique_ptr<LibraryStore> store; // set on success
+    LibraryOpenError error = LibraryOpenError::CannotOpen;
+    QString message; // one line for the user, naming the file; empty on success
+
+    explicit operator bool() const { return store != nullptr; }
+};
+
+// The music library: tracks, playlists and their entries in one SQLite file (WAL).
+//
+// Lives on the GUI thread (in orvida-cli: the main thread) and owns the only connection to
+// the file in this process; every method except post() must be called on that thread.
+// Other threads (the recorder's save tasks, the converter) hand their work over with
+// post(). Writes announce themselves with tracksChanged()/playlistsChanged(), emitted on
+// the owner thread after the change is committed, so views simply reload.
+//
+// Other processes (orvida-cli beside the window) may open the same file: WAL lets them
+// read while we write.
+class LibraryStore : public QObject {
+    Q_OBJECT
+public:
+    struct Options {
+        // How long a statement waits for another process's write before giving up.
+        int busyTimeoutMs = 5000;
+    };
+
+    // $XDG_DATA_HOME/Orvida/library.sqlite
+    [[nodiscard]] static QString defaultPath();
+
+    // Opens the library at `path`, creating it (and its folder) when there is no file yet,
+    // and brings an older file up to date. Never writes to a file it cannot read as one of
+    // our libraries of a version it knows.
+    [[nodiscard]] static LibraryOpenResult open(const QString &path, const Options &options);
+    [[nodiscard]] static LibraryOpenResult open(const QString &path) { return open(path, Options()); }
+    ~LibraryStore() override;
+
+    [[nodiscard]] QString path() const { return m_path; }
+    // SQLite's text for the most recent failed call.
+    [[nodiscard]] QString lastError() const { return m_lastError; }
+
+    // Tracks. insert() ignores the value's id and returns the new one; a duration that
+    // is not storable is written as 0.
+    [[nodiscard]] std::optional<qint64> insert(const Track &track);
+    // Many tracks in one transaction (an import, a test fixture): all or none. The ids
+    // in the order of `tracks`; empty on failure.
+    [[nodiscard]] QList<qint64> insertTracks(const QList<Track> &tracks);
+    // Writes every field of the stored track with the value's id; false when there is none.
+    [[nodiscard]] bool save(const Track &track);
+    // Playlist entries that played it stay, without a linked track.
+    [[nodiscard]] bool remove(qint64 trackId);
+    [[nodiscard]] std::optional<Track> track(qint64 trackId);
+    [[nodiscard]] QList<Track> allTracks(); // in the order they were added
+    [[nodiscard]] QList<Track> tracksByFilePath(const QString &filePath);
+
+    // Playlists. insertPlaylist() stores the playlist and the entries it already holds.
+    [[nodiscard]] std::optional<qint64> insertPlaylist(const Playlist &playlist);
+    [[nodiscard]] bool renamePlaylist(qint64 playlistId, const QString &name);
+    // Deletes its entries with it.
+    [[nodiscard]] bool removePlaylist(qint64 playlistId);
+    [[nodiscard]] std::optional<Playlist> playlist(qint64 playlistId);
+    [[nodiscard]] QList<Playlist> allPlaylists(); // with their entries, in creation order
+
+    // Appends `entry` to the playlist (its sortOrder is kept as given); returns its id.
+    [[nodiscard]] std::optional<qint64> addEntry(qint64 playlistId, const PlaylistEntry &entry);
+    // Writes the entry's own fields (not its playlist) under its id.
+    [[nodiscard]] bool saveEntry(const PlaylistEntry &entry);
+    // Moves the entry shown at `fromIndex` to `toIndex` and renumbers the playlist's
+    // sortOrder 0, 1, 2, ... in the new order.
+    [[nodiscard]] bool moveEntry(qint64 playlistId, qsizetype fromIndex, qsizetype toIndex);
+    [[nodiscard]] bool removeEntry(qint64 entryId);
+
+    // Thread-safe. Runs `work` on the owner thread from its event loop. Dropped when the
+    // store is destroyed first.
+    void post(std::function<void(LibraryStore &)> work);
+
+Q_SIGNALS:
+    void tracksChanged();
+    void playlistsChanged();
+
+private:
+    LibraryStore(std::unique_ptr<SqliteDb> db, QString path);
+
+    void assertOwnerThread() const;
+    bool failed(); // records the connection's error text; returns false
+    bool writeTrack(SqliteStatement &statement, const Track &track);
+    bool insertEntryRow(qint64 playlistId, const PlaylistEntry &entry, qint64 *id);
+    QList<PlaylistEntry> entriesOf(qint64 playlistId);
+
+    std::unique_ptr<SqliteDb> m_db;
+    QString m_path;
+    QString m_lastError;
+};
