@@ -7,6 +7,7 @@
 #include <QFuture>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLocale>
 #include <QStandardPaths>
 #include <QThread>
 #include <QtConcurrent/QtConcurrentRun>
@@ -17,19 +18,110 @@ namespace {
 
 const QString kCacheFileName = QStringLiteral("globe_stations.json");
 
-// The keys of a directory object that Station::json reads; everything else the
-// directory sends is left out of the cache.
-const QLatin1StringView kCachedKeys[] = {
-    QLatin1StringView("stationuuid"), QLatin1StringView("name"),    QLatin1StringView("url_resolved"),
-    QLatin1StringView("url"),         QLatin1StringView("country"), QLatin1StringView("bitrate"),
-    QLatin1StringView("codec"),       QLatin1StringView("favicon"), QLatin1StringView("geo_lat"),
-    QLatin1StringView("geo_long"),
-};
-
 double nowSec()
 {
     return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
 }
+
+void appendJsonNumber(QByteArray &out, double value)
+{
+    // Whole numbers as integers, as the directory sends bitrates and votes.
+    if (value == std::trunc(value) && std::fabs(value) < 9.0e15)
+        out += QByteArray::number(qint64(value));
+    else
+        out += QByteArray::number(value, 'g', QLocale::FloatingPointShortest);
+}
+
+void appendJsonString(QByteArray &out, const QString &text)
+{
+    static constexpr char kHex[] = "0123456789abcdef";
+    const QByteArray utf8 = text.toUtf8();
+    out += '"';
+    const bool plain = std::none_of(utf8.cbegin(), utf8.cend(), [](char c) {
+        return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20;
+    });
+    if (plain) {
+        out += utf8;
+        out += '"';
+        return;
+    }
+    for (const char c : utf8) {
+        switch (c) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (static_cast<unsigned char>(c) < 0x20) {
+                out += "\\u00";
+                out += kHex[c >> 4];
+                out += kHex[c & 0xF];
+            } else {
+                out += c;
+            }
+        }
+    }
+    out += '"';
+}
+
+void appendJsonValue(QByteArray &out, const QJsonValue &value)
+{
+    switch (value.type()) {
+    case QJsonValue::String: appendJsonString(out, value.toString()); break;
+    case QJsonValue::Double: appendJsonNumber(out, value.toDouble()); break;
+    case QJsonValue::Bool: out += value.toBool() ? "true" : "false"; break;
+    case QJsonValue::Array: out += QJsonDocument(value.toArray()).toJson(QJsonDocument::Compact); break;
+    case QJsonValue::Object: out += QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact); break;
+    case QJsonValue::Null:
+    case QJsonValue::Undefined: out += "null"; break;
+    }
+}
+
+// The cache file, written directly rather than through QJsonObject/QJsonDocument:
+// building 3,000 small objects that way costs more than parsing the whole catalogue.
+class CacheWriter {
+public:
+    CacheWriter(double fetchedAtSec, qsizetype expectedObjects)
+    {
+        m_out.reserve(expectedObjects * 320 + 64);
+        m_out += "{\"fetchedAt\":";
+        appendJsonNumber(m_out, fetchedAtSec);
+        m_out += ",\"stations\":[";
+    }
+
+    // The keys a station is built from, values as the directory gave them; objects
+    // without "stationuuid" or "name" are left out.
+    void add(const StationFields &fields)
+    {
+        if (fields[StationFields::StationUuid].isUndefined() || fields[StationFields::Name].isUndefined())
+            return;
+        m_out += m_empty ? "{" : ",{";
+        m_empty = false;
+        bool firstKey = true;
+        for (int key = 0; key < StationFields::KeyCount; ++key) {
+            const QJsonValue &value = fields.values[key];
+            if (value.isUndefined())
+                continue;
+            m_out += firstKey ? "\"" : ",\"";
+            firstKey = false;
+            m_out += QByteArrayView(StationFields::kKeys[key].data(), StationFields::kKeys[key].size());
+            m_out += "\":";
+            appendJsonValue(m_out, value);
+        }
+        m_out += '}';
+    }
+
+    QByteArray finish()
+    {
+        m_out += "]}";
+        return std::move(m_out);
+    }
+
+private:
+    QByteArray m_out;
+    bool m_empty = true;
+};
 
 QList<Station> stationsWithPosition(const QList<QJsonObject> &objects)
 {
@@ -176,23 +268,10 @@ std::optional<GlobeStationStore::CachedStations> GlobeStationStore::decodeCache(
 
 QByteArray GlobeStationStore::makeCacheData(const QList<QJsonObject> &objects, double nowSec)
 {
-    QJsonArray slimObjects;
-    for (const QJsonObject &object : objects) {
-        if (!object.contains(kCachedKeys[0]) || !object.contains(kCachedKeys[1]))
-            continue;
-        QJsonObject slim;
-        for (const QLatin1StringView key : kCachedKeys) {
-            const auto it = object.constFind(key);
-            if (it != object.constEnd())
-                slim.insert(key, it.value());
-        }
-        slimObjects.append(slim);
-    }
-    const QJsonObject root{
-        {QStringLiteral("fetchedAt"), nowSec},
-        {QStringLiteral("stations"), slimObjects},
-    };
-    return QJsonDocument(root).toJson(QJsonDocument::Compact);
+    CacheWriter writer(nowSec, objects.size());
+    for (const QJsonObject &object : objects)
+        writer.add(StationFields::of(object));
+    return writer.finish();
 }
 
 std::optional<GlobeStationStore::Catalogue> GlobeStationStore::decodeCatalogue(const QByteArray &body, double nowSec)
@@ -200,13 +279,22 @@ std::optional<GlobeStationStore::Catalogue> GlobeStationStore::decodeCatalogue(c
     const auto objects = DirectoryApi::parseObjects(body);
     if (!objects)
         return std::nullopt;
+    // One look-up of each key serves both the station and its cache entry.
     Catalogue catalogue;
-    catalogue.stations = stationsWithPosition(*objects);
+    catalogue.stations.reserve(objects->size());
+    CacheWriter writer(nowSec, objects->size());
+    for (const QJsonObject &object : *objects) {
+        const StationFields fields = StationFields::of(object);
+        auto station = Station::fromFields(fields);
+        if (station && hasPosition(*station))
+            catalogue.stations.append(std::move(*station));
+        writer.add(fields);
+    }
     // An answer without a single usable station is treated like a broken one: what is
     // on screen and on disk stays.
     if (catalogue.stations.isEmpty())
         return std::nullopt;
-    catalogue.cacheData = makeCacheData(*objects, nowSec);
+    catalogue.cacheData = writer.finish();
     return catalogue;
 }
 

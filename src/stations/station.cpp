@@ -6,17 +6,15 @@
 
 namespace {
 
-std::optional<QString> textOf(const QJsonObject &object, QLatin1StringView key)
+std::optional<QString> textOf(const QJsonValue &v)
 {
-    const QJsonValue v = object.value(key);
     if (!v.isString())
         return std::nullopt;
     return v.toString();
 }
 
-std::optional<qint64> integerOf(const QJsonObject &object, QLatin1StringView key)
+std::optional<qint64> integerOf(const QJsonValue &v)
 {
-    const QJsonValue v = object.value(key);
     if (!v.isDouble())
         return std::nullopt;
     const double d = v.toDouble();
@@ -63,13 +61,27 @@ std::optional<double> parseCoord(const QJsonValue &value)
 
 } // namespace StationJson
 
+StationFields StationFields::of(const QJsonObject &object)
+{
+    StationFields fields;
+    for (int key = 0; key < KeyCount; ++key)
+        fields.values[key] = object.value(kKeys[key]);
+    return fields;
+}
+
 std::optional<Station> Station::json(const QJsonObject &object)
 {
-    const auto uuid = textOf(object, QLatin1StringView("stationuuid"));
+    return fromFields(StationFields::of(object));
+}
+
+std::optional<Station> Station::fromFields(const StationFields &fields)
+{
+    using Key = StationFields::Key;
+    const auto uuid = textOf(fields[Key::StationUuid]);
     if (!uuid || uuid->isEmpty())
         return std::nullopt;
 
-    const auto rawName = textOf(object, QLatin1StringView("name"));
+    const auto rawName = textOf(fields[Key::Name]);
     if (!rawName)
         return std::nullopt;
     const QString name = StationJson::trimBlanks(*rawName);
@@ -78,9 +90,9 @@ std::optional<Station> Station::json(const QJsonObject &object)
 
     // "url_resolved" wins whenever it is a text, even an empty one (which rejects the
     // station instead of falling back to "url").
-    auto url = textOf(object, QLatin1StringView("url_resolved"));
+    auto url = textOf(fields[Key::UrlResolved]);
     if (!url)
-        url = textOf(object, QLatin1StringView("url"));
+        url = textOf(fields[Key::Url]);
     if (!url || url->isEmpty())
         return std::nullopt;
 
@@ -88,13 +100,13 @@ std::optional<Station> Station::json(const QJsonObject &object)
     s.id = *uuid;
     s.name = name;
     s.streamUrl = *url;
-    s.country = textOf(object, QLatin1StringView("country")).value_or(QString());
-    s.bitrate = integerOf(object, QLatin1StringView("bitrate")).value_or(0);
-    s.codec = textOf(object, QLatin1StringView("codec")).value_or(QString());
-    if (auto favicon = textOf(object, QLatin1StringView("favicon")); favicon && !favicon->isEmpty())
+    s.country = textOf(fields[Key::Country]).value_or(QString());
+    s.bitrate = integerOf(fields[Key::Bitrate]).value_or(0);
+    s.codec = textOf(fields[Key::Codec]).value_or(QString());
+    if (auto favicon = textOf(fields[Key::Favicon]); favicon && !favicon->isEmpty())
         s.favicon = *favicon;
-    s.geoLat = StationJson::parseCoord(object.value(QLatin1StringView("geo_lat")));
-    s.geoLong = StationJson::parseCoord(object.value(QLatin1StringView("geo_long")));
+    s.geoLat = StationJson::parseCoord(fields[Key::GeoLat]);
+    s.geoLong = StationJson::parseCoord(fields[Key::GeoLong]);
     return s;
 }
 

@@ -127,7 +127,14 @@ TEST(GlobeCache, WritesSlimObjectsWithTheDirectoryValuesUnchanged)
     full.insert("tags", "pop");
     full.insert("votes", 3);
     full.insert("changeuuid", "c-1");
-    QJsonObject oddTypes{{"stationuuid", 5}, {"name", QJsonValue::Null}, {"bitrate", "high"}};
+    full.insert("name", QString::fromUtf8("\"Quoted\" \\ Back\nslash\t\x01 Ö \xF0\x9F\x8E\xB8"));
+    QJsonObject oddTypes{{"stationuuid", 5},
+                         {"name", QJsonValue::Null},
+                         {"bitrate", "high"},
+                         {"codec", QJsonArray{1, "two"}},
+                         {"country", QJsonObject{{"k", false}}},
+                         {"geo_lat", 1e300},
+                         {"geo_long", -0.000123}};
     QJsonObject noName = placed("noName", 1, 1);
     noName.remove("name");
     QJsonObject noUuid = placed("noUuid", 1, 1);
