@@ -1,0 +1,86 @@
+#pragma once
+
+#include "engine/songsaver.h"
+#include "library/track.h"
+#include "stations/station.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class RecordingContext;
+class SessionWorker;
+
+// One running recording of one station.
+//
+// Lives on the GUI thread and holds what the interface shows (current title, songs saved,
+// error text). The stream work happens in its SessionWorker on the engine thread; saves
+// run on the context's pool and come back here to be counted and handed on.
+//
+// Starts at construction. stop() ends it at once (onStopped runs before stop() returns);
+// the song in progress is still finalised and saved in the background, and the object
+// stays alive until that and every other running save of it have finished when the
+// owner calls deleteWhenIdle().
+class RecordingSession : public QObject {
+    Q_OBJECT
+
+public:
+    RecordingSession(const Station &station, std::optional<QString> fullShowTitle, RecordingContext &context,
+                     QObject *parent = nullptr);
+    ~RecordingSession() override;
+
+    [[nodiscard]] const QString &id() const { return m_station.id; }
+    [[nodiscard]] const Station &station() const { return m_station; }
+    [[nodiscard]] const std::optional<QString> &fullShowTitle() const { return m_fullShowTitle; }
+    [[nodiscard]] const QString &currentStreamTitle() const { return m_currentStreamTitle; }
+    [[nodiscard]] const std::optional<QString> &errorMessage() const { return m_errorMessage; }
+    [[nodiscard]] qint64 recordedCount() const { return m_recordedCount; }
+    [[nodiscard]] bool isStopped() const { return m_stopped->load(); }
+    [[nodiscard]] int runningSaves() const { return m_runningSaves; }
+    // Stopped, the last song handed over and every save back.
+    [[nodiscard]] bool isIdle() const { return m_workerFinished && m_runningSaves == 0; }
+
+    void stop();
+    // Deletes the session once it is stopped and its last save has come back.
+    void deleteWhenIdle();
+    // Asks the engine thread to push buffered audio to disk (before the system sleeps);
+    // `done` runs on this thread when it has.
+    void flushToDisk(std::function<void()> done);
+
+    // Set by the owner right after construction.
+    std::function<void(const Track &)> onTrackSaved;
+    std::function<void()> onStopped;
+
+Q_SIGNALS:
+    void currentStreamTitleChanged(const QString &title);
+    void errorMessageChanged(const QString &message);
+    void recordedCountChanged(qint64 count);
+    void trackSaved(const Track &track);
+    void stopped();
+
+private:
+    void setCurrentStreamTitle(const QString &title);
+    void setErrorMessage(const QString &message);
+    void handleGaveUp();
+    void startSave(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
+    void finishSave(const SavedSong &song);
+    void maybeDelete();
+
+    const Station m_station;
+    const std::optional<QString> m_fullShowTitle;
+    RecordingContext &m_context;
+    std::shared_ptr<std::atomic<bool>> m_stopped;
+    SessionWorker *m_worker = nullptr; // lives on the engine thread; deleted there
+
+    QString m_currentStreamTitle;
+    std::optional<QString> m_errorMessage;
+    qint64 m_recordedCount = 0;
+    int m_runningSaves = 0;
+    bool m_deleteWhenIdle = false;
+    bool m_workerFinished = false;
+};

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "engine/icydemux.h"
+#include "engine/recordingcontext.h"
+#include "engine/tracksegmenter.h"
+#include "platform/httpclient.h"
+#include "stations/station.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+#include <QUrl>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+
+// The stream side of one recording: resolving the address, the ICY request, reconnects,
+// demultiplexing, segmentation and the status-document title poll.
+//
+// Lives on the engine thread (RecordingContext::engineThread()); every slot and callback
+// runs there, so its state needs no lock. `stopped` is shared with the owning
+// RecordingSession, which sets it from the GUI thread; every entry point checks it first.
+// Talks to the session only through its signals (queued across threads).
+class SessionWorker : public QObject {
+    Q_OBJECT
+
+public:
+    SessionWorker(Station station, std::optional<QString> fullShowTitle, RecordingContext &context,
+                  std::shared_ptr<std::atomic<bool>> stopped);
+    ~SessionWorker() override;
+
+    // Entry points, each to be invoked on the engine thread.
+    void start();
+    void shutDown(); // the stop: cancels everything, finalises the open segment
+    void flushToDisk();
+
+Q_SIGNALS:
+    void titleAccepted(const QString &title);
+    void errorChanged(const QString &message);
+    void gaveUp();
+    // A finished song, handed to a save. The locks keep its segments safe until then.
+    void songReady(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
+
+private:
+    void doConnect();
+    void connectTo(const QUrl &url);
+    void handleResponse(const HttpResponseHead &head);
+    void processBody(const QByteArray &chunk);
+    void handleFinished(const HttpResult &result);
+    void scheduleReconnect();
+    void handleInBandTitle(const QString &title);
+    void startIcecastPolling();
+    void pollIcecastStatus();
+
+    const Station m_station;
+    const std::optional<QString> m_fullShowTitle;
+    RecordingContext &m_context;
+    const RecordingTimings m_timings;
+    std::shared_ptr<std::atomic<bool>> m_stopped;
+
+    TrackSegmenter m_segmenter;
+    std::optional<IcyDemux> m_demux;
+    HttpTransfer m_stream;
+    HttpTransfer m_playlist;
+    QString m_contentType;
+    std::optional<QUrl> m_resolvedUrl;
+    bool m_usedFallbackUA = false;
+    qint64 m_reconnectCount = 0;
+    QTimer m_reconnectTimer{this}; // children, so they move to the engine thread with us
+
+    std::optional<QUrl> m_statusUrl;
+    QString m_mountPath;
+    QTimer m_statusTimer{this};
+    HttpTransfer m_statusPoll;
+    QElapsedTimer m_sinceInBandTitle; // invalid until the first in-band title
+};

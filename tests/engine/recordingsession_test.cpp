@@ -1,0 +1,290 @@
+#include "engine/apppaths.h"
+#include "engine/enginesettingsstore.h"
+#include "engine/recordingcontext.h"
+#include "engine/recordingsession.h"
+#include "platform/httpclient.h"
+
+#include "fixtureserver.h"
+#include "testenv.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr qint64 kMetaint = 1000;
+
+QByteArray metaBlock(const QByteArray &text)
+{
+    if (text.isEmpty())
+        return QByteArray(1, '\0');
+    const qsizetype blocks = (text.size() + 15) / 16;
+    QByteArray padded = text;
+    padded.resize(blocks * 16, '\0');
+    return char(blocks) + padded;
+}
+
+// Audio the tests can tell apart: run n is 1000 bytes of one repeated letter.
+QByteArray audioRun(int n)
+{
+    return QByteArray(kMetaint, char('a' + n % 26));
+}
+
+QByteArray icyTitle(const QByteArray &title)
+{
+    return metaBlock("StreamTitle='" + title + "';");
+}
+
+// The audio of a byte-exact MP3 save: the file less its ID3 tag.
+QByteArray audioOf(const QString &path)
+{
+    const QByteArray data = readFile(path);
+    if (!data.startsWith("ID3") || data.size() < 10)
+        return data;
+    const int size = (data[6] << 21) | (data[7] << 14) | (data[8] << 7) | data[9];
+    return data.mid(10 + size);
+}
+
+class RecordingSessionTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        RadioEngineSettings settings;
+        settings.lossless = true; // byte-exact files: what the server sent is what we compare
+        settings.minDurationSec = 0;
+        EngineSettingsStore().setGlobal(settings);
+        context.timings.reconnectDelaySec = [](qint64) { return 0.05; };
+        context.timings.statusPolling = false;
+        context.timings.idleTimeoutSec = 2;
+    }
+
+    void setPadding(qint64 leadIn, qint64 leadOut)
+    {
+        RadioEngineSettings settings = RadioEngineSettings::loadGlobal();
+        settings.leadInSec = leadIn;
+        settings.leadOutSec = leadOut;
+        EngineSettingsStore().setGlobal(settings);
+    }
+
+    // Starts a session, waits for `done`, stops it and waits until every save is back.
+    std::unique_ptr<RecordingSession> record(const Station &station, const std::function<bool()> &done,
+                                             int timeoutMs = 10000)
+    {
+        auto session = std::make_unique<RecordingSession>(station, std::nullopt, context);
+        session->onTrackSaved = [this](const Track &t) { saved.push_back(t); };
+        session->onStopped = [this] { ++stoppedCalls; };
+        EXPECT_TRUE(waitUntil(done, timeoutMs));
+        session->stop();
+        EXPECT_TRUE(waitUntil([&] { return session->isIdle(); }, 10000));
+        return session;
+    }
+
+    const Track *savedTitled(const QString &title) const
+    {
+        for (const Track &t : saved) {
+            if (t.artist + " - " + t.title == title)
+                return &t;
+        }
+        return nullptr;
+    }
+
+    QStringList leftoversInTmp() const
+    {
+        return QDir(AppPaths::tmpDir()).entryList(QDir::Files | QDir::Hidden);
+    }
+
+    TestHome home;
+    FixtureServer server;
+    HttpClient http;
+    RecordingContext context{http, nullptr};
+    std::vector<Track> saved;
+    int stoppedCalls = 0;
+};
+
+TEST_F(RecordingSessionTest, UnpaddedSongsAreByteExactBetweenTitleChanges)
+{
+    QByteArray body = audioRun(0) + icyTitle("Artist - One");
+    QByteArray one, two;
+    for (int n = 1; n <= 3; ++n) {
+        body += audioRun(n) + metaBlock({});
+        one += audioRun(n);
+    }
+    body += audioRun(4) + icyTitle("Artist - Two");
+    one += audioRun(4);
+    for (int n = 5; n <= 6; ++n) {
+        body += audioRun(n) + metaBlock({});
+        two += audioRun(n);
+    }
+    server.route("/live", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}, {"Content-Type", "audio/mpeg"}})
+                              .send(body.left(2500))
+                              .pause(20)
+                              .send(body.mid(2500))
+                              .hang());
+    Station station = Station::custom(QString::fromLatin1(server.url("/live")), "Fixture FM");
+    const auto session = record(station, [&] { return saved.size() == 1; });
+
+    ASSERT_EQ(saved.size(), 2u);
+    const Track *first = savedTitled("Artist - One");
+    const Track *second = savedTitled("Artist - Two");
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(audioOf(*first->filePath), one);
+    EXPECT_EQ(audioOf(*second->filePath), two); // cut short by the stop, saved all the same
+    EXPECT_EQ(first->source, "radio");
+    EXPECT_EQ(first->station, "Fixture FM");
+    EXPECT_EQ(session->recordedCount(), 2);
+    EXPECT_EQ(session->currentStreamTitle(), "Artist - Two");
+    EXPECT_EQ(stoppedCalls, 1);
+    EXPECT_TRUE(leftoversInTmp().isEmpty()) << leftoversInTmp().join(", ").toStdString();
+
+    const auto requests = server.requests();
+    ASSERT_FALSE(requests.isEmpty());
+    EXPECT_EQ(requests[0].header("Icy-MetaData"), "1");
+    EXPECT_EQ(requests[0].header("User-Agent"), "Mozilla/5.0 Orvida/1.0");
+    EXPECT_EQ(requests[0].header("Accept-Encoding"), "identity");
+}
+
+TEST_F(RecordingSessionTest, PaddingAddsLeadOutBytesAndStartsTheNextSongWithTheLeadIn)
+{
+    // 16 kB/s (listed 128 kbit/s): 1 s of lead-out is 16000 bytes, 1 s lead-in keeps
+    // 16000 to 32000 bytes before the change.
+    setPadding(1, 1);
+    QByteArray beforeChange, afterChange;
+    for (int n = 1; n <= 40; ++n)
+        beforeChange += audioRun(n);
+    for (int n = 41; n <= 80; ++n)
+        afterChange += audioRun(n);
+    // The title block after run 40 announces the change.
+    QByteArray body = audioRun(0) + icyTitle("A - One");
+    for (int n = 1; n <= 40; ++n)
+        body += audioRun(n) + (n == 40 ? icyTitle("B - Two") : metaBlock({}));
+    for (int n = 41; n <= 80; ++n)
+        body += audioRun(n) + metaBlock({});
+
+    server.route("/pad", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}}).send(body).hang());
+    Station station = Station::custom(QString::fromLatin1(server.url("/pad")), "Pad FM");
+    station.bitrate = 128;
+    record(station, [&] { return saved.size() == 1; });
+
+    ASSERT_EQ(saved.size(), 2u);
+    const QByteArray one = audioOf(*savedTitled("A - One")->filePath);
+    const QByteArray two = audioOf(*savedTitled("B - Two")->filePath);
+    EXPECT_EQ(one, beforeChange + afterChange.left(16000));
+    // The new song: the lead-in snapshot (the last 16000..32000 bytes before the change),
+    // then everything after it.
+    ASSERT_TRUE(two.endsWith(afterChange));
+    const QByteArray leadIn = two.left(two.size() - afterChange.size());
+    EXPECT_GE(leadIn.size(), 16000);
+    EXPECT_LE(leadIn.size(), 32000);
+    EXPECT_TRUE(beforeChange.endsWith(leadIn));
+}
+
+TEST_F(RecordingSessionTest, ADropoutKeepsBothPiecesOfTheSongTogether)
+{
+    // First connection: title, some audio, then the server drops inside a metadata block.
+    // Second: the song goes on, then the next title.
+    int connection = 0;
+    QByteArray expected;
+    server.route("/drop", [&](const FixtureServer::Request &) {
+        auto script = FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}});
+        if (++connection == 1) {
+            QByteArray b = audioRun(0) + icyTitle("A - Whole") + audioRun(1) + metaBlock({}) + audioRun(2);
+            b += icyTitle("ignored - cut").left(5); // dropped mid-block
+            return script.send(b).close();
+        }
+        QByteArray b = audioRun(3) + metaBlock({}) + audioRun(4) + icyTitle("B - Next") + audioRun(5) + metaBlock({});
+        return script.send(b).hang();
+    });
+    expected = audioRun(1) + audioRun(2) + audioRun(3) + audioRun(4);
+    Station station = Station::custom(QString::fromLatin1(server.url("/drop")), "Drop FM");
+    record(station, [&] { return saved.size() == 1; });
+
+    const Track *whole = savedTitled("A - Whole");
+    ASSERT_TRUE(whole);
+    EXPECT_EQ(audioOf(*whole->filePath), expected);
+    EXPECT_EQ(connection, 2);
+}
+
+TEST_F(RecordingSessionTest, GivesUpAfterEightFailedReconnects)
+{
+    quint16 deadPort = 0;
+    {
+        FixtureServer gone;
+        deadPort = gone.port();
+    }
+    Station station = Station::custom(QStringLiteral("http://127.0.0.1:%1/x").arg(deadPort), "Dead FM");
+    RecordingSession session(station, std::nullopt, context);
+    QString error;
+    session.onStopped = [&] { ++stoppedCalls; };
+    QObject::connect(&session, &RecordingSession::errorMessageChanged, [&](const QString &e) { error = e; });
+    ASSERT_TRUE(waitUntil([&] { return stoppedCalls == 1; }, 5000));
+    EXPECT_EQ(error, "Stream unterbrochen");
+    EXPECT_FALSE(session.isStopped()); // the owner decides; the session only reports
+}
+
+TEST_F(RecordingSessionTest, RejectsAddressesThatAreNotStreamUrls)
+{
+    for (const QString &bad : {QStringLiteral("not a url"), QStringLiteral("ftp://host/x"), QStringLiteral("http://")}) {
+        RecordingSession session(Station::custom(bad, "Bad"), std::nullopt, context);
+        ASSERT_TRUE(waitUntil([&] { return session.errorMessage().has_value(); }, 3000)) << bad.toStdString();
+        EXPECT_EQ(*session.errorMessage(), "Ungültige Stream-URL");
+    }
+}
+
+TEST_F(RecordingSessionTest, AnHtmlAnswerIsRetriedOnceWithThePlayerAgent)
+{
+    QByteArray body = audioRun(0) + icyTitle("A - Song") + audioRun(1) + icyTitle("B - Next") + audioRun(2) + metaBlock({});
+    server.route("/web", [&](const FixtureServer::Request &r) {
+        if (r.header("User-Agent") != "WinampMPEG/5.0")
+            return FixtureServer::Script::response(200, "text/html; charset=utf-8", "<html>player page</html>");
+        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}}).send(body).hang();
+    });
+    record(Station::custom(QString::fromLatin1(server.url("/web")), "Web FM"), [&] { return saved.size() == 1; });
+    ASSERT_TRUE(savedTitled("A - Song"));
+    EXPECT_EQ(audioOf(*savedTitled("A - Song")->filePath), audioRun(1));
+    EXPECT_EQ(server.requestCount("/web"), 2);
+}
+
+TEST_F(RecordingSessionTest, PlaylistsAreResolvedOnceAndAStallReconnects)
+{
+    server.route("/listen.pls", FixtureServer::Script::response(200, "audio/x-scpls",
+                                                                "[playlist]\nFile1=" + server.url("/real") + "\n"));
+    int connection = 0;
+    server.route("/real", [&](const FixtureServer::Request &) {
+        auto script = FixtureServer::Script::head("HTTP/1.0 200 OK", {{"icy-metaint", "1000"}});
+        if (++connection == 1) // a stall: connected, then silence past the idle time-out
+            return script.send(audioRun(0) + icyTitle("A - Stalled") + audioRun(1)).hang();
+        return script.send(audioRun(2) + icyTitle("B - After") + audioRun(3)).hang();
+    });
+    context.timings.idleTimeoutSec = 0.3;
+    record(Station::custom(QString::fromLatin1(server.url("/listen.pls")), "PLS FM"), [&] { return saved.size() == 1; });
+    ASSERT_TRUE(savedTitled("A - Stalled"));
+    EXPECT_EQ(audioOf(*savedTitled("A - Stalled")->filePath), audioRun(1) + audioRun(2));
+    EXPECT_EQ(server.requestCount("/listen.pls"), 1);
+    EXPECT_EQ(connection, 2);
+}
+
+TEST_F(RecordingSessionTest, WithoutMetaintTheWholeBodyIsAudioAndAacGetsItsExtension)
+{
+    server.route("/plain", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"icy-metaint", "0"}, {"Content-Type", "audio/aac"}})
+                               .send(QByteArray(5000, 'q'))
+                               .hang());
+    RadioEngineSettings settings = RadioEngineSettings::loadGlobal();
+    settings.skipJingles = false; // the station's name has no " - " and would count as a jingle
+    EngineSettingsStore().setGlobal(settings);
+    const QString url = QString::fromLatin1(server.url("/plain"));
+    auto session = std::make_unique<RecordingSession>(Station::custom(url, "Plain FM"), std::nullopt, context);
+    session->onTrackSaved = [this](const Track &t) { saved.push_back(t); };
+    // The segment is buffered in memory until it is closed; wait for the connection.
+    ASSERT_TRUE(waitUntil([&] { return server.requestCount("/plain") == 1; }));
+    waitUntil([] { return false; }, 300);
+    session->stop();
+    ASSERT_TRUE(waitUntil([&] { return session->isIdle(); }));
+    ASSERT_EQ(saved.size(), 1u);
+    // No title ever came: the station's name names it, and the bytes are untouched.
+    EXPECT_TRUE(saved[0].filePath->endsWith(".aac"));
+    EXPECT_EQ(readFile(*saved[0].filePath), QByteArray(5000, 'q'));
+}
+
+} // namespace
