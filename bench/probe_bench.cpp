@@ -1,0 +1,120 @@
+// One ICY probe round of the station search: a page of 40 results whose streams each
+// take 200 ms to send their response head. All checks run at once, so the round should
+// take little more than one answer, and the GUI thread keeps turning meanwhile: a 1 ms
+// timer on it records the longest gap between two ticks.
+//
+//   build/bench/probe_bench
+
+#include "stations/stationdirectory.h"
+
+#include "fixtureserver.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTimer>
+
+#include <benchmark/benchmark.h>
+
+using namespace std::chrono_literals;
+using Script = FixtureServer::Script;
+
+namespace {
+
+constexpr int kHeadDelayMs = 200;
+
+QByteArray resultPage(const FixtureServer &server)
+{
+    QJsonArray page;
+    for (int i = 0; i < StationDirectory::kPageSize; ++i) {
+        const QString id = QStringLiteral("probe-%1").arg(i);
+        page.append(QJsonObject{{"stationuuid", id},
+                                {"name", QStringLiteral("Probe %1").arg(i)},
+                                {"url_resolved", QString::fromLatin1(server.url("/s/" + id.toUtf8()))},
+                                {"codec", "MP3"},
+                                {"bitrate", 128}});
+    }
+    return QJsonDocument(page).toJson(QJsonDocument::Compact);
+}
+
+void BM_ProbeRoundOfOnePage(benchmark::State &state)
+{
+    FixtureServer server;
+    server.route("/json/stations/search", Script::response(200, "application/json", resultPage(server)));
+    server.fallback([](const FixtureServer::Request &) {
+        return Script()
+            .pause(kHeadDelayMs)
+            .send("ICY 200 OK\r\nicy-metaint: 16000\r\ncontent-type: audio/mpeg\r\n\r\n")
+            .produce(10, [] { return QByteArray(4096, 'A'); });
+    });
+    HttpClient client;
+
+    double longestGapMs = 0;
+    double longestSearchMs = 0;
+    for (auto _ : state) {
+        StationDirectory directory(client, QString::fromLatin1(server.url("")));
+        directory.setDebounceInterval(0ms);
+
+        QElapsedTimer clock;
+        qint64 roundStartNs = -1;
+        qint64 roundEndNs = -1;
+        qint64 lastTickNs = -1;
+        qint64 gapNs = 0;
+
+        QEventLoop loop;
+        QTimer tick;
+        tick.setTimerType(Qt::PreciseTimer);
+        tick.setInterval(1);
+        QObject::connect(&tick, &QTimer::timeout, [&] {
+            const qint64 now = clock.nsecsElapsed();
+            if (lastTickNs >= 0)
+                gapNs = std::max(gapNs, now - lastTickNs);
+            lastTickNs = now;
+        });
+        QObject::connect(&directory, &StationDirectory::resultsChanged, [&] { roundStartNs = clock.nsecsElapsed(); });
+        QObject::connect(&directory, &StationDirectory::icyStatusChanged, [&] {
+            if (directory.icyStatus().size() == StationDirectory::kPageSize) {
+                roundEndNs = clock.nsecsElapsed();
+                loop.quit();
+            }
+        });
+        QTimer::singleShot(10s, &loop, &QEventLoop::quit);
+
+        clock.start();
+        tick.start();
+        directory.search(QStringLiteral("bench"));
+        loop.exec();
+        tick.stop();
+
+        if (roundEndNs < 0 || roundStartNs < 0) {
+            state.SkipWithError("the probe round did not finish");
+            break;
+        }
+        const int icy = int(std::count(directory.icyStatus().cbegin(), directory.icyStatus().cend(), true));
+        if (icy != StationDirectory::kPageSize) {
+            state.SkipWithError("a stream was not recognised as ICY");
+            break;
+        }
+        state.SetIterationTime(double(roundEndNs - roundStartNs) / 1e9);
+        longestGapMs = std::max(longestGapMs, double(gapNs) / 1e6);
+        longestSearchMs = std::max(longestSearchMs, double(roundEndNs) / 1e6);
+    }
+    state.counters["longestTickGapMs"] = longestGapMs;
+    state.counters["searchToLastAnswerMs"] = longestSearchMs;
+}
+BENCHMARK(BM_ProbeRoundOfOnePage)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
