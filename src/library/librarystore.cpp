@@ -220,13 +220,24 @@ bool LibraryStore::failed()
     return false;
 }
 
+bool LibraryStore::changeRow(SqliteStatement &statement, const char *what, qint64 id)
+{
+    if (!statement.run())
+        return failed();
+    if (m_db->changes() == 0) {
+        m_lastError = QStringLiteral("no %1 with id %2").arg(QLatin1String(what)).arg(id);
+        return false;
+    }
+    return true;
+}
+
 void LibraryStore::post(std::function<void(LibraryStore &)> work)
 {
     QMetaObject::invokeMethod(
         this, [this, work = std::move(work)] { work(*this); }, Qt::QueuedConnection);
 }
 
-bool LibraryStore::writeTrack(SqliteStatement &s, const Track &track)
+void LibraryStore::bindTrack(SqliteStatement &s, const Track &track)
 {
     s.bind(0, track.title);
     s.bind(1, track.artist);
@@ -239,14 +250,14 @@ bool LibraryStore::writeTrack(SqliteStatement &s, const Track &track)
     s.bind(8, track.source);
     s.bind(9, track.station);
     s.bind(10, track.filePath);
-    return s.run();
 }
 
 std::optional<qint64> LibraryStore::insert(const Track &track)
 {
     assertOwnerThread();
     SqliteStatement s = m_db->statement(kInsertTrack);
-    if (!writeTrack(s, track)) {
+    bindTrack(s, track);
+    if (!s.run()) {
         failed();
         return std::nullopt;
     }
@@ -267,7 +278,8 @@ QList<qint64> LibraryStore::insertTracks(const QList<Track> &tracks)
     }
     for (const Track &track : tracks) {
         SqliteStatement s = m_db->statement(kInsertTrack);
-        if (!writeTrack(s, track)) {
+        bindTrack(s, track);
+        if (!s.run()) {
             failed();
             return {};
         }
@@ -286,13 +298,10 @@ bool LibraryStore::save(const Track &track)
 {
     assertOwnerThread();
     SqliteStatement s = m_db->statement(kUpdateTrack);
+    bindTrack(s, track);
     s.bind(11, track.id);
-    if (!writeTrack(s, track))
-        return failed();
-    if (m_db->changes() == 0) {
-        m_lastError = QStringLiteral("no track with id %1").arg(track.id);
+    if (!changeRow(s, "track", track.id))
         return false;
-    }
     Q_EMIT tracksChanged();
     return true;
 }
@@ -310,12 +319,8 @@ bool LibraryStore::remove(qint64 trackId)
     }
     SqliteStatement s = m_db->statement(kDeleteTrack);
     s.bind(0, trackId);
-    if (!s.run())
-        return failed();
-    if (m_db->changes() == 0) {
-        m_lastError = QStringLiteral("no track with id %1").arg(trackId);
+    if (!changeRow(s, "track", trackId))
         return false;
-    }
     Q_EMIT tracksChanged();
     if (linked)
         Q_EMIT playlistsChanged();
@@ -398,12 +403,8 @@ bool LibraryStore::renamePlaylist(qint64 playlistId, const QString &name)
     SqliteStatement s = m_db->statement(kRenamePlaylist);
     s.bind(0, name);
     s.bind(1, playlistId);
-    if (!s.run())
-        return failed();
-    if (m_db->changes() == 0) {
-        m_lastError = QStringLiteral("no playlist with id %1").arg(playlistId);
+    if (!changeRow(s, "playlist", playlistId))
         return false;
-    }
     Q_EMIT playlistsChanged();
     return true;
 }
@@ -413,12 +414,8 @@ bool LibraryStore::removePlaylist(qint64 playlistId)
     assertOwnerThread();
     SqliteStatement s = m_db->statement(kDeletePlaylist);
     s.bind(0, playlistId);
-    if (!s.run())
-        return failed();
-    if (m_db->changes() == 0) {
-        m_lastError = QStringLiteral("no playlist with id %1").arg(playlistId);
+    if (!changeRow(s, "playlist", playlistId))
         return false;
-    }
     Q_EMIT playlistsChanged();
     return true;
 }
@@ -524,12 +521,8 @@ bool LibraryStore::saveEntry(const PlaylistEntry &entry)
     s.bind(4, entry.sortOrder);
     s.bind(5, entry.linkedTrack);
     s.bind(6, entry.id);
-    if (!s.run())
-        return failed();
-    if (m_db->changes() == 0) {
-        m_lastError = QStringLiteral("no playlist entry with id %1").arg(entry.id);
+    if (!changeRow(s, "playlist entry", entry.id))
         return false;
-    }
     Q_EMIT playlistsChanged();
     return true;
 }
@@ -570,12 +563,8 @@ bool LibraryStore::removeEntry(qint64 entryId)
     assertOwnerThread();
     SqliteStatement s = m_db->statement(kDeleteEntry);
     s.bind(0, entryId);
-    if (!s.run())
-        return failed();
-    if (m_db->changes() == 0) {
-        m_lastError = QStringLiteral("no playlist entry with id %1").arg(entryId);
+    if (!changeRow(s, "playlist entry", entryId))
         return false;
-    }
     Q_EMIT playlistsChanged();
     return true;
 }

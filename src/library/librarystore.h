@@ -111,7 +111,9 @@ private:
 
     void assertOwnerThread() const;
     bool failed(); // records the connection's error text; returns false
-    bool writeTrack(SqliteStatement &statement, const Track &track);
+    // Runs an UPDATE or DELETE of the row `id`; false (with a text) when there is none.
+    bool changeRow(SqliteStatement &statement, const char *what, qint64 id);
+    static void bindTrack(SqliteStatement &statement, const Track &track);
     bool insertEntryRow(qint64 playlistId, const PlaylistEntry &entry, qint64 *id);
     QList<PlaylistEntry> entriesOf(qint64 playlistId);
 
