@@ -241,15 +241,4 @@ TEST_F(LibraryOpenTest, ADirectoryAtThePathIsNotReplaced)
     EXPECT_TRUE(QFileInfo(libraryPath()).isDir());
 }
 
-TEST_F(LibraryOpenTest, MigrateRefusesStepsItDoesNotKnow)
-{
-    auto db = rawDb(libraryPath());
-    QString error;
-    EXPECT_FALSE(LibrarySchema::migrate(*db, 0, LibrarySchema::kCurrentVersion + 1, &error));
-    EXPECT_FALSE(error.isEmpty());
-    EXPECT_FALSE(LibrarySchema::migrate(*db, 2, 1, &error));
-    EXPECT_EQ(db->queryInt("PRAGMA user_version"), 0);
-    EXPECT_EQ(db->queryInt("SELECT count(*) FROM sqlite_schema"), 0);
-}
-
 } // namespace

@@ -183,15 +183,6 @@ TEST_F(LibraryStoreTest, LooksUpTracksByExactFilePath)
     EXPECT_TRUE(store->tracksByFilePath(QString()).isEmpty());
 }
 
-TEST_F(LibraryStoreTest, InsertTracksIsAllOrNothing)
-{
-    const QList<qint64> ids = store->insertTracks({makeTrack(QStringLiteral("1")), makeTrack(QStringLiteral("2"))});
-    ASSERT_EQ(ids.size(), 2);
-    EXPECT_EQ(store->track(ids[1])->title, "2");
-    EXPECT_TRUE(store->insertTracks({}).isEmpty());
-    EXPECT_EQ(store->allTracks().size(), 2);
-}
-
 TEST_F(LibraryStoreTest, ChangesAreAnnouncedOnceAfterTheyAreVisible)
 {
     QSignalSpy tracks(store.get(), &LibraryStore::tracksChanged);
@@ -361,18 +352,6 @@ TEST_F(LibraryStoreTest, EntriesCanBeEditedMovedAndRemoved)
 
     ASSERT_TRUE(store->removeEntry(moved.entries[0].id));
     EXPECT_EQ(entryTitles(p), (QStringList{"b", "c (downloaded)", "a"}));
-}
-
-TEST_F(LibraryStoreTest, RenamingKeepsEntriesAndDate)
-{
-    const qint64 p = insertPlaylist(QStringLiteral("alt"));
-    addEntry(p, QStringLiteral("e"), 0);
-    const Playlist before = *store->playlist(p);
-    ASSERT_TRUE(store->renamePlaylist(p, QStringLiteral("neu")));
-    const Playlist after = *store->playlist(p);
-    EXPECT_EQ(after.name, "neu");
-    EXPECT_EQ(after.dateCreated, before.dateCreated);
-    EXPECT_EQ(after.entries.size(), 1);
 }
 
 } // namespace

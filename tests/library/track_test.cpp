@@ -121,31 +121,4 @@ TEST(TrackTest, IdentityIsTheStoredIdNotTheFields)
     EXPECT_EQ(set.size(), 2);
 }
 
-TEST(TrackTest, PlaylistSortIsStableOnEqualSortOrder)
-{
-    QList<PlaylistEntry> entries;
-    const int orders[] = {2, 1, 2, 0, 1, 2};
-    for (int i = 0; i < 6; ++i) {
-        PlaylistEntry e(QString::number(i), QString(), 1, std::nullopt, orders[i], std::nullopt);
-        e.id = 10 + i;
-        entries << e;
-    }
-    Playlists::sortEntries(entries);
-    QStringList titles;
-    for (const PlaylistEntry &e : entries)
-        titles << e.title;
-    EXPECT_EQ(titles.join(u','), "3,1,4,0,2,5");
-}
-
-TEST(TrackTest, NewPlaylistIsEmptyAndDatedNow)
-{
-    const QDateTime before = QDateTime::currentDateTimeUtc();
-    const Playlist p(QStringLiteral("Morgens"));
-    EXPECT_EQ(p.name, "Morgens");
-    EXPECT_TRUE(p.entries.isEmpty());
-    EXPECT_EQ(p.id, 0);
-    EXPECT_GE(p.dateCreated, before);
-    EXPECT_LE(p.dateCreated, QDateTime::currentDateTimeUtc());
-}
-
 } // namespace
