@@ -25,6 +25,31 @@ namespace {
 
 constexpr int kHeadDelayMs = 200;
 
+// The longest gap between two ticks of a 1 ms timer on this thread while it runs.
+class TickGap {
+public:
+    TickGap()
+    {
+        m_tick.setTimerType(Qt::PreciseTimer);
+        m_tick.setInterval(1);
+        QObject::connect(&m_tick, &QTimer::timeout, [this] {
+            const qint64 now = m_clock.nsecsElapsed();
+            if (m_lastNs >= 0)
+                m_longestNs = std::max(m_longestNs, now - m_lastNs);
+            m_lastNs = now;
+        });
+        m_clock.start();
+        m_tick.start();
+    }
+    double longestMs() const { return double(m_longestNs) / 1e6; }
+
+private:
+    QElapsedTimer m_clock;
+    QTimer m_tick;
+    qint64 m_lastNs = -1;
+    qint64 m_longestNs = 0;
+};
+
 QByteArray resultPage(const FixtureServer &server)
 {
     QJsonArray page;
@@ -60,19 +85,7 @@ void BM_ProbeRoundOfOnePage(benchmark::State &state)
         QElapsedTimer clock;
         qint64 roundStartNs = -1;
         qint64 roundEndNs = -1;
-        qint64 lastTickNs = -1;
-        qint64 gapNs = 0;
-
         QEventLoop loop;
-        QTimer tick;
-        tick.setTimerType(Qt::PreciseTimer);
-        tick.setInterval(1);
-        QObject::connect(&tick, &QTimer::timeout, [&] {
-            const qint64 now = clock.nsecsElapsed();
-            if (lastTickNs >= 0)
-                gapNs = std::max(gapNs, now - lastTickNs);
-            lastTickNs = now;
-        });
         QObject::connect(&directory, &StationDirectory::resultsChanged, [&] { roundStartNs = clock.nsecsElapsed(); });
         QObject::connect(&directory, &StationDirectory::icyStatusChanged, [&] {
             if (directory.icyStatus().size() == StationDirectory::kPageSize) {
@@ -83,10 +96,9 @@ void BM_ProbeRoundOfOnePage(benchmark::State &state)
         QTimer::singleShot(10s, &loop, &QEventLoop::quit);
 
         clock.start();
-        tick.start();
+        const TickGap gap;
         directory.search(QStringLiteral("bench"));
         loop.exec();
-        tick.stop();
 
         if (roundEndNs < 0 || roundStartNs < 0) {
             state.SkipWithError("the probe round did not finish");
@@ -98,13 +110,29 @@ void BM_ProbeRoundOfOnePage(benchmark::State &state)
             break;
         }
         state.SetIterationTime(double(roundEndNs - roundStartNs) / 1e9);
-        longestGapMs = std::max(longestGapMs, double(gapNs) / 1e6);
+        longestGapMs = std::max(longestGapMs, gap.longestMs());
         longestSearchMs = std::max(longestSearchMs, double(roundEndNs) / 1e6);
     }
     state.counters["longestTickGapMs"] = longestGapMs;
     state.counters["searchToLastAnswerMs"] = longestSearchMs;
 }
 BENCHMARK(BM_ProbeRoundOfOnePage)->UseManualTime()->Iterations(10)->Unit(benchmark::kMillisecond);
+
+// The same timer with nothing else to do, for comparison: what the machine's scheduler
+// alone costs the GUI thread.
+void BM_IdleTickGap(benchmark::State &state)
+{
+    double longestGapMs = 0;
+    for (auto _ : state) {
+        const TickGap gap;
+        QEventLoop loop;
+        QTimer::singleShot(kHeadDelayMs, &loop, &QEventLoop::quit);
+        loop.exec();
+        longestGapMs = std::max(longestGapMs, gap.longestMs());
+    }
+    state.counters["longestTickGapMs"] = longestGapMs;
+}
+BENCHMARK(BM_IdleTickGap)->Iterations(10)->Unit(benchmark::kMillisecond);
 
 } // namespace
 
