@@ -221,13 +221,13 @@ TEST(ChildProcessTest, ManyShortChildrenEachCompleteExactlyOnceWithAllTheirOutpu
     ASSERT_TRUE(waitUntil([&] { return started == kRuns && running == 0; }, 120000));
     waitUntil([] { return false; }, 300);
     for (int i = 0; i < kRuns; ++i) {
-        ASSERT_EQ(completions[i], 1) << "run " << i;
-        switch (i % 4) {
-        case 0: ASSERT_EQ(results[i].stdoutBytes.size(), 200000) << "run " << i; break;
-        case 1: ASSERT_EQ(results[i].exitCode, 7) << "run " << i; ASSERT_EQ(results[i].stderrBytes, "err\n"); break;
-        case 2: ASSERT_EQ(results[i].status, ChildExit::FailedToStart) << "run " << i; break;
-        case 3: ASSERT_TRUE(results[i].succeeded()) << "run " << i; break;
-        }
+        SCOPED_TRACE(i);
+        ASSERT_EQ(completions[i], 1);
+        const ChildProcessResult &r = results[i];
+        const bool asExpected = (i % 4 == 0 && r.succeeded() && r.stdoutBytes.size() == 200000)
+            || (i % 4 == 1 && r.exitCode == 7 && r.stderrBytes == "err\n")
+            || (i % 4 == 2 && r.status == ChildExit::FailedToStart) || (i % 4 == 3 && r.succeeded());
+        ASSERT_TRUE(asExpected) << describe(r.status).toStdString() << " " << r.exitCode;
     }
 }
 
