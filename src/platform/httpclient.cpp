@@ -181,8 +181,17 @@ void drain(const std::shared_ptr<HttpTransfer::State> &s)
             resume = true;
         }
     }
-    if (s->cancelled.load())
+    if (s->cancelled.load()) {
+        // Callbacks often capture the handle of their own transfer; dropping them here,
+        // outside any of them, breaks that cycle once a cancelled transfer is done.
+        if (finished) {
+            [[maybe_unused]] auto stream = std::move(s->streamCallbacks);
+            [[maybe_unused]] auto get = std::move(s->getCallback);
+            [[maybe_unused]] auto download = std::move(s->downloadCallback);
+            QObject::disconnect(s->contextGuard);
+        }
         return;
+    }
     if (resume)
         HttpClient::Worker::post(s->worker, HttpClient::Worker::Command::Resume, s);
 
@@ -254,7 +263,7 @@ void HttpClient::Worker::scheduleDelivery(const std::shared_ptr<HttpTransfer::St
 {
     // Called with s->mutex held. One queued drain at a time per transfer: chunks that
     // arrive before it runs are appended to `pending` and ride along.
-    if (s->deliveryScheduled || !s->contextAlive || s->cancelled.load())
+    if (s->deliveryScheduled || !s->contextAlive || (s->cancelled.load() && !s->finished))
         return;
     s->deliveryScheduled = true;
     QMetaObject::invokeMethod(s->context, [s] { drain(s); }, Qt::QueuedConnection);

@@ -1,0 +1,125 @@
+#include "cli/cli.h"
+#include "cli/stationjson.h"
+
+#include "engine/streamtitlepoller.h"
+#include "stations/directoryapi.h"
+
+#include <QJsonArray>
+#include <QObject>
+
+namespace {
+
+void printStationLine(const Station &s)
+{
+    Cli::out(QStringList{s.name, s.country, s.codec, QString::number(s.bitrate), s.streamUrl, s.id}.join(QLatin1Char('\t')));
+}
+
+const char kSearchUsage[] = "search QUERY [--json]";
+
+int searchCommand(CliServices &services, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, {}, true, 1, 1, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kSearchUsage), error);
+    const QString query = parsed->positional[0].trimmed();
+    if (query.isEmpty())
+        return Cli::usageError(QString::fromLatin1(kSearchUsage), QStringLiteral("the query is empty"));
+
+    QObject context;
+    bool done = false;
+    std::optional<QList<Station>> page;
+    DirectoryApi::fetchPage(services.http(), DirectoryApi::baseUrl(), query, 0, &context,
+                            [&](std::optional<QList<Station>> result) {
+                                page = std::move(result);
+                                done = true;
+                            });
+    Cli::waitUntilDone(done);
+    if (!page)
+        return Cli::fail(QStringLiteral("the station directory did not answer with a station list"));
+    if (parsed->json) {
+        QJsonArray array;
+        for (const Station &s : *page)
+            array.append(StationJson::toRecord(s));
+        Cli::printJson(array);
+    } else {
+        for (const Station &s : *page)
+            printStationLine(s);
+    }
+    return kExitOk;
+}
+
+const char kRandomUsage[] = "random [--tag GENRE] [--json]";
+
+int randomCommand(CliServices &services, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, {QStringLiteral("tag")}, true, 0, 0, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kRandomUsage), error);
+    QObject context;
+    bool done = false;
+    std::optional<Station> station;
+    DirectoryApi::randomStation(services.http(), DirectoryApi::baseUrl(), parsed->value(QStringLiteral("tag")), &context,
+                                [&](std::optional<Station> result) {
+                                    station = std::move(result);
+                                    done = true;
+                                });
+    Cli::waitUntilDone(done);
+    if (!station)
+        return Cli::fail(QStringLiteral("the station directory returned no station"));
+    if (parsed->json)
+        Cli::printJson(StationJson::toRecord(*station));
+    else
+        printStationLine(*station);
+    return kExitOk;
+}
+
+const char kProbeUsage[] = "probe URL";
+
+int probeCommand(CliServices &services, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, {}, false, 1, 1, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kProbeUsage), error);
+    QObject context;
+    bool done = false;
+    bool icy = false;
+    DirectoryApi::checkIcy(services.http(), parsed->positional[0], &context, [&](bool result) {
+        icy = result;
+        done = true;
+    });
+    Cli::waitUntilDone(done);
+    Cli::out(icy ? QStringLiteral("icy") : QStringLiteral("no-icy"));
+    return kExitOk;
+}
+
+const char kTitleUsage[] = "title URL";
+
+int titleCommand(CliServices &services, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, {}, false, 1, 1, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kTitleUsage), error);
+    QObject context;
+    bool done = false;
+    std::optional<QString> title;
+    StreamTitlePoller::fetchTitle(services.http(), parsed->positional[0], &context, [&](std::optional<QString> t) {
+        title = std::move(t);
+        done = true;
+    });
+    Cli::waitUntilDone(done);
+    if (!title || title->isEmpty())
+        return Cli::fail(QStringLiteral("the stream announced no title"));
+    Cli::out(*title);
+    return kExitOk;
+}
+
+const Cli::Registration searchRegistration("search", kSearchUsage, searchCommand);
+const Cli::Registration randomRegistration("random", kRandomUsage, randomCommand);
+const Cli::Registration probeRegistration("probe", kProbeUsage, probeCommand);
+const Cli::Registration titleRegistration("title", kTitleUsage, titleCommand);
+
+} // namespace

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QObject>
+
+class QSocketNotifier;
+
+// Turns SIGINT and SIGTERM into a Qt signal on the main thread (a self-pipe, since
+// nothing else is safe inside a signal handler). One instance per process.
+class SignalWatcher : public QObject {
+    Q_OBJECT
+
+public:
+    explicit SignalWatcher(QObject *parent = nullptr);
+    ~SignalWatcher() override;
+
+Q_SIGNALS:
+    void terminationRequested(int signalNumber);
+
+private:
+    QSocketNotifier *m_notifier = nullptr;
+};
