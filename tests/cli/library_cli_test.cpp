@@ -1,5 +1,6 @@
 #include "library/librarystore.h"
 
+#include "clirunner.h"
 #include "testenv.h"
 
 #include <QFileInfo>
@@ -11,32 +12,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-struct CliRun {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-// Runs the real orvida-cli; TestHome has pointed HOME and XDG_* at its folder, and the
-// child inherits that environment.
-CliRun runCli(const QStringList &args)
-{
-    QProcess process;
-    process.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
-    process.start(QStringLiteral(ORVIDA_CLI_PATH), args);
-    CliRun run;
-    if (!process.waitForFinished(30000)) {
-        process.kill();
-        process.waitForFinished();
-        ADD_FAILURE() << "orvida-cli did not finish";
-        return run;
-    }
-    run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    run.out = process.readAllStandardOutput();
-    run.err = process.readAllStandardError();
-    return run;
-}
 
 class LibraryCliTest : public ::testing::Test {
 protected:
