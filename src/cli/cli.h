@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QJsonValue>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 
@@ -72,6 +73,23 @@ void printJson(const QJsonValue &value); // one JSON document on stdout
 
 // Runs the event loop until `done` is set (by a callback), then returns.
 void waitUntilDone(const bool &done);
+
+// Starts an asynchronous operation that reports one value through a callback, and runs
+// the event loop until it has: `start(context, deliver)` must call `deliver` once on
+// `context`'s thread.
+template <typename T, typename Start>
+T await(Start start)
+{
+    QObject context;
+    bool done = false;
+    T result{};
+    start(&context, [&](T value) {
+        result = std::move(value);
+        done = true;
+    });
+    waitUntilDone(done);
+    return result;
+}
 
 // Command registry: each command module registers its top-level commands.
 using Command = std::function<int(CliServices &, const QStringList &args)>;

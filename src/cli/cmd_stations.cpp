@@ -5,7 +5,6 @@
 #include "stations/directoryapi.h"
 
 #include <QJsonArray>
-#include <QObject>
 
 namespace {
 
@@ -26,15 +25,9 @@ int searchCommand(CliServices &services, const QStringList &args)
     if (query.isEmpty())
         return Cli::usageError(QString::fromLatin1(kSearchUsage), QStringLiteral("the query is empty"));
 
-    QObject context;
-    bool done = false;
-    std::optional<QList<Station>> page;
-    DirectoryApi::fetchPage(services.http(), DirectoryApi::baseUrl(), query, 0, &context,
-                            [&](std::optional<QList<Station>> result) {
-                                page = std::move(result);
-                                done = true;
-                            });
-    Cli::waitUntilDone(done);
+    const auto page = Cli::await<std::optional<QList<Station>>>([&](QObject *context, auto deliver) {
+        DirectoryApi::fetchPage(services.http(), DirectoryApi::baseUrl(), query, 0, context, deliver);
+    });
     if (!page)
         return Cli::fail(QStringLiteral("the station directory did not answer with a station list"));
     if (parsed->json) {
@@ -57,15 +50,10 @@ int randomCommand(CliServices &services, const QStringList &args)
     const auto parsed = Cli::parse(args, {QStringLiteral("tag")}, true, 0, 0, &error);
     if (!parsed)
         return Cli::usageError(QString::fromLatin1(kRandomUsage), error);
-    QObject context;
-    bool done = false;
-    std::optional<Station> station;
-    DirectoryApi::randomStation(services.http(), DirectoryApi::baseUrl(), parsed->value(QStringLiteral("tag")), &context,
-                                [&](std::optional<Station> result) {
-                                    station = std::move(result);
-                                    done = true;
-                                });
-    Cli::waitUntilDone(done);
+    const auto station = Cli::await<std::optional<Station>>([&](QObject *context, auto deliver) {
+        DirectoryApi::randomStation(services.http(), DirectoryApi::baseUrl(), parsed->value(QStringLiteral("tag")),
+                                    context, deliver);
+    });
     if (!station)
         return Cli::fail(QStringLiteral("the station directory returned no station"));
     if (parsed->json)
@@ -83,14 +71,9 @@ int probeCommand(CliServices &services, const QStringList &args)
     const auto parsed = Cli::parse(args, {}, false, 1, 1, &error);
     if (!parsed)
         return Cli::usageError(QString::fromLatin1(kProbeUsage), error);
-    QObject context;
-    bool done = false;
-    bool icy = false;
-    DirectoryApi::checkIcy(services.http(), parsed->positional[0], &context, [&](bool result) {
-        icy = result;
-        done = true;
+    const bool icy = Cli::await<bool>([&](QObject *context, auto deliver) {
+        DirectoryApi::checkIcy(services.http(), parsed->positional[0], context, deliver);
     });
-    Cli::waitUntilDone(done);
     Cli::out(icy ? QStringLiteral("icy") : QStringLiteral("no-icy"));
     return kExitOk;
 }
@@ -103,14 +86,9 @@ int titleCommand(CliServices &services, const QStringList &args)
     const auto parsed = Cli::parse(args, {}, false, 1, 1, &error);
     if (!parsed)
         return Cli::usageError(QString::fromLatin1(kTitleUsage), error);
-    QObject context;
-    bool done = false;
-    std::optional<QString> title;
-    StreamTitlePoller::fetchTitle(services.http(), parsed->positional[0], &context, [&](std::optional<QString> t) {
-        title = std::move(t);
-        done = true;
+    const auto title = Cli::await<std::optional<QString>>([&](QObject *context, auto deliver) {
+        StreamTitlePoller::fetchTitle(services.http(), parsed->positional[0], context, deliver);
     });
-    Cli::waitUntilDone(done);
     if (!title || title->isEmpty())
         return Cli::fail(QStringLiteral("the stream announced no title"));
     Cli::out(*title);
