@@ -38,6 +38,15 @@ std::optional<QJsonArray> storedObjects(const QByteArray &bytes)
     return array;
 }
 
+// One station as an element of the file's pretty-printed array, indented as QJsonDocument
+// indents depth one, so joining the elements gives what encoding the whole array would.
+// QJsonObject keeps its keys sorted, so each station's keys are written in order.
+QByteArray encodedElement(const Station &station)
+{
+    const QByteArray single = QJsonDocument(QJsonArray { FavoriteStations::record(station) }).toJson();
+    return single.mid(2, single.size() - 5); // without "[\n" and "\n]\n"
+}
+
 } // namespace
 
 FavoriteStations::FavoriteStations(std::optional<QString> fileUrl, QObject *parent)
@@ -84,6 +93,7 @@ void FavoriteStations::remove(const QString &stationId)
         return;
     m_list.removeIf([&](const Station &s) { return s.id == stationId; });
     m_ids.remove(stationId);
+    m_encoded.remove(stationId);
     save();
     Q_EMIT changed();
 }
@@ -187,16 +197,21 @@ void FavoriteStations::load()
     setList(std::move(list));
 }
 
-void FavoriteStations::save() const
+void FavoriteStations::save()
 {
     if (!m_fileUrl)
         return;
-    QJsonArray array;
-    for (const Station &s : m_list)
-        array.append(record(s));
-    // QJsonObject keeps its keys sorted, so the file lists each station's keys in order.
+    QByteArrayList elements;
+    elements.reserve(m_list.size());
+    for (const Station &s : m_list) {
+        auto it = m_encoded.find(s.id);
+        if (it == m_encoded.end() || it->first != s)
+            it = m_encoded.insert(s.id, { s, encodedElement(s) });
+        elements.append(it->second);
+    }
+    const QByteArray file = m_list.isEmpty() ? QByteArray("[\n]\n") : "[\n" + elements.join(",\n") + "\n]\n";
     // A failed write leaves the list in memory; the next change tries again.
-    (void)AtomicFile::write(*m_fileUrl, QJsonDocument(array).toJson(QJsonDocument::Indented));
+    (void)AtomicFile::write(*m_fileUrl, file);
 }
 
 void FavoriteStations::quarantine(const QString &fileUrl) const

@@ -2,6 +2,8 @@
 
 #include "stations/station.h"
 
+#include <QByteArray>
+#include <QHash>
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
@@ -64,11 +66,15 @@ Q_SIGNALS:
 
 private:
     void load();
-    void save() const;
+    void save();
     void quarantine(const QString &fileUrl) const;
     void setList(QList<Station> list);
 
     std::optional<QString> m_fileUrl;
     QList<Station> m_list;
     QSet<QString> m_ids;
+    // Each favourite's element of the file as last encoded, with the record it encodes.
+    // Encoding 1,000 stations costs milliseconds; a save after a move or a single add
+    // only joins these, and the stored record tells when an entry is out of date.
+    QHash<QString, std::pair<Station, QByteArray>> m_encoded;
 };

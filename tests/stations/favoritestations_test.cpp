@@ -84,9 +84,8 @@ TEST(FavoriteStationsTest, SavesPrettySortedAndReadsEveryFieldBack)
     EXPECT_TRUE(file.startsWith("[\n    {\n        \"bitrate\": 128,\n        \"codec\": \"MP3\",\n"))
         << file.constData();
     EXPECT_EQ(file.count("\"favicon\""), 1) << "optional keys only where present";
-    const QJsonArray array = QJsonDocument::fromJson(file).array();
-    ASSERT_EQ(array.size(), 2);
-    EXPECT_EQ(array.at(0).toObject(), FavoriteStations::record(full));
+    const QJsonArray array { FavoriteStations::record(full), FavoriteStations::record(custom) };
+    EXPECT_EQ(file, QJsonDocument(array).toJson());
 
     FavoriteStations reloaded(FavoriteStations::defaultFileUrl());
     EXPECT_EQ(reloaded.list(), (QList<Station> { full, custom }));
@@ -115,6 +114,12 @@ TEST(FavoriteStationsTest, AddAndRemoveWriteOnlyOnRealChanges)
     EXPECT_FALSE(favorites->isFavorite("0"));
     EXPECT_EQ(storedIds(), (QStringList { "1", "2" }));
     EXPECT_EQ(spy.count(), 2);
+
+    favorites->remove("1");
+    favorites->remove("2");
+    EXPECT_EQ(readFile(favoritesPath()), "[\n]\n");
+    EXPECT_TRUE(storedIds().isEmpty());
+    EXPECT_FALSE(QFile::exists(corruptPath()));
 }
 
 TEST(FavoriteStationsTest, MoveByOffsetsFollowsTheListMoveRule)
@@ -209,22 +214,27 @@ TEST(FavoriteStationsTest, DamagedFileIsMovedAsideAndTheNextSaveWritesAFreshOne)
     }
 }
 
-TEST(FavoriteStationsTest, UnreadableFileIsMovedAside)
+TEST(FavoriteStationsTest, FolderInPlaceOfTheFileIsMovedAside)
 {
     TestHome home;
     // A folder in the file's place fails the read even for root.
     ASSERT_TRUE(QDir().mkpath(favoritesPath() + QStringLiteral("/inside")));
     ASSERT_TRUE(QDir().mkpath(corruptPath() + QStringLiteral("/older")));
-    {
-        FavoriteStations favorites(FavoriteStations::defaultFileUrl());
-        EXPECT_TRUE(favorites.list().isEmpty());
-        EXPECT_TRUE(QFileInfo::exists(corruptPath() + QStringLiteral("/inside")));
-        favorites.add(station("a"));
-        EXPECT_EQ(storedIds(), QStringList { "a" });
-    }
+    FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+    EXPECT_TRUE(favorites.list().isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(corruptPath() + QStringLiteral("/inside")));
+    EXPECT_FALSE(QFileInfo::exists(corruptPath() + QStringLiteral("/older")));
+    favorites.add(station("a"));
+    EXPECT_EQ(storedIds(), QStringList { "a" });
     EXPECT_EQ(FavoriteStations::quarantineUrl("/a/b.c/favs.v2.json"), QStringLiteral("/a/b.c/favs.v2.corrupt.json"));
+}
+
+TEST(FavoriteStationsTest, FileWithoutReadPermissionIsMovedAside)
+{
     if (geteuid() == 0)
         GTEST_SKIP() << "root reads files whatever their mode";
+    TestHome home;
+    filled(2);
     QFile::setPermissions(favoritesPath(), QFileDevice::Permissions());
     FavoriteStations favorites(FavoriteStations::defaultFileUrl());
     EXPECT_TRUE(favorites.list().isEmpty());
