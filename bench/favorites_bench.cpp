@@ -87,7 +87,7 @@ void BM_AddNew(benchmark::State &state)
 }
 BENCHMARK(BM_AddNew)->Unit(benchmark::kMillisecond);
 
-// The first change after start encodes every favourite once; later saves reuse that.
+// The first change after start, with the list just loaded from its file.
 void BM_FirstAddAfterLoad(benchmark::State &state)
 {
     Favorites favorites;

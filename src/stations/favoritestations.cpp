@@ -195,6 +195,9 @@ void FavoriteStations::load()
         list.append(std::move(*station));
     }
     setList(std::move(list));
+    // Encoded now rather than on the first change, which the user would wait for.
+    for (const Station &s : m_list)
+        m_encoded.insert(s.id, { s, encodedElement(s) });
 }
 
 void FavoriteStations::save()
