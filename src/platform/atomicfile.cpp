@@ -3,22 +3,32 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+#include <QTemporaryFile>
+
+#include <cstdio>
+#include <unistd.h>
 
 namespace AtomicFile {
 
 bool write(const QString &path, const QByteArray &data)
 {
-    if (!QDir().mkpath(QFileInfo(path).absolutePath()))
+    const QFileInfo info(path);
+    if (!QDir().mkpath(info.absolutePath()))
         return false;
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+    // A temporary file beside the target, synced and renamed over it. Unlike QSaveFile
+    // this also replaces a target whose permissions were broken (mode 000): the rename
+    // needs only the folder to be writable, and the new file gets ordinary permissions.
+    QTemporaryFile file(info.absolutePath() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".XXXXXX"));
+    if (!file.open())
         return false;
-    if (file.write(data) != data.size()) {
-        file.cancelWriting();
+    if (file.write(data) != data.size() || !file.flush() || ::fsync(file.handle()) != 0)
         return false;
-    }
-    return file.commit();
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadGroup
+                        | QFileDevice::ReadOther);
+    if (::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(path).constData()) != 0)
+        return false;
+    file.setAutoRemove(false); // it is the target now
+    return true;
 }
 
 std::optional<QByteArray> read(const QString &path, qint64 maxBytes)
