@@ -1,0 +1,253 @@
+#include "platform/dbuslink.h"
+#include "platform/logindinhibitor.h"
+#include "platform/logindsleepwatch.h"
+
+#include "dbusfixture.h"
+#include "testenv.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Entries = QList<PrivateBus::InhibitorEntry>;
+
+class LogindInhibitorTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const QString missing = PrivateBus::missingTools(); !missing.isEmpty())
+            GTEST_SKIP() << "needs a private D-Bus with logind mocked: " << missing.toStdString();
+        m_bus = std::make_unique<PrivateBus>();
+        ASSERT_TRUE(m_bus->ok()) << "private dbus-daemon did not start";
+    }
+
+    PrivateBus &bus() { return *m_bus; }
+
+    // A link to the private bus, connected before it is handed out.
+    std::unique_ptr<DBusLink> connectedLink()
+    {
+        auto link = std::make_unique<DBusLink>(m_bus->address(), QStringLiteral("system"));
+        EXPECT_TRUE(waitUntil([&] { return link->state() != DBusLink::State::Connecting; }));
+        EXPECT_EQ(link->state(), DBusLink::State::Connected);
+        return link;
+    }
+
+    static bool holdsExactly(const Entries &entries, const QString &what, const QString &why, const QString &mode)
+    {
+        return entries.size() == 1 && entries[0].what == what && entries[0].who == QLatin1String("Orvida")
+            && entries[0].why == why && entries[0].mode == mode;
+    }
+
+    std::unique_ptr<PrivateBus> m_bus;
+};
+
+TEST_F(LogindInhibitorTest, HoldsTheLockWithItsReasonUntilReleased)
+{
+    ASSERT_TRUE(bus().startLogind());
+    auto link = connectedLink();
+    LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    QSignalSpy held(&sleep, &Inhibitor::heldChanged);
+
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    ASSERT_TRUE(waitUntil([&] { return sleep.isHeld(); }));
+    ASSERT_TRUE(bus().waitForInhibitors([](const Entries &e) {
+        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("Radio recording in progress"),
+                            QStringLiteral("block"));
+    }));
+
+    sleep.release();
+    EXPECT_FALSE(sleep.isHeld());
+    EXPECT_FALSE(sleep.isWanted());
+    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) { return e.isEmpty(); }));
+    ASSERT_EQ(held.size(), 2);
+    EXPECT_TRUE(held[0][0].toBool());
+    EXPECT_FALSE(held[1][0].toBool());
+}
+
+TEST_F(LogindInhibitorTest, AWantedLockIsKeptAsItIs)
+{
+    ASSERT_TRUE(bus().startLogind());
+    auto link = connectedLink();
+    LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+
+    sleep.acquire(QStringLiteral("Scheduled radio recording pending"));
+    // Asked again while the first request is still on its way, and again once held.
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    ASSERT_TRUE(waitUntil([&] { return sleep.isHeld(); }));
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    QTest::qWait(100);
+
+    EXPECT_EQ(sleep.reason(), QStringLiteral("Scheduled radio recording pending"));
+    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) {
+        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("Scheduled radio recording pending"),
+                            QStringLiteral("block"));
+    }));
+}
+
+TEST_F(LogindInhibitorTest, ALockGrantedAfterItsReleaseIsGivenBack)
+{
+    ASSERT_TRUE(bus().startLogind());
+    auto link = connectedLink();
+    LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    LogindInhibitor lid(*link, QStringLiteral("handle-lid-switch"), LogindInhibitor::Mode::Block);
+    QSignalSpy sleepHeld(&sleep, &Inhibitor::heldChanged);
+
+    // Released before logind answered.
+    sleep.acquire(QStringLiteral("Scheduled radio recording pending"));
+    sleep.release();
+    // Released and wanted again for another reason before logind answered: the lock that
+    // stays is the one wanted last.
+    lid.acquire(QStringLiteral("first"));
+    lid.release();
+    lid.acquire(QStringLiteral("second"));
+
+    ASSERT_TRUE(waitUntil([&] { return lid.isHeld(); }));
+    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) {
+        return holdsExactly(e, QStringLiteral("handle-lid-switch"), QStringLiteral("second"), QStringLiteral("block"));
+    }));
+    EXPECT_FALSE(sleep.isHeld());
+    EXPECT_TRUE(sleepHeld.isEmpty());
+}
+
+TEST_F(LogindInhibitorTest, BlockAndDelayLocksAreIndependentAndGoWithTheirOwner)
+{
+    ASSERT_TRUE(bus().startLogind());
+    auto link = connectedLink();
+    LogindInhibitor block(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    auto delay = std::make_unique<LogindInhibitor>(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Delay);
+
+    block.acquire(QStringLiteral("b"));
+    delay->acquire(QStringLiteral("d"));
+    ASSERT_TRUE(waitUntil([&] { return block.isHeld() && delay->isHeld(); }));
+    ASSERT_TRUE(bus().waitForInhibitors([](const Entries &e) { return e.size() == 2; }));
+
+    delay.reset(); // destroyed while held
+    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) {
+        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("b"), QStringLiteral("block"));
+    }));
+}
+
+TEST_F(LogindInhibitorTest, AChildProcessDoesNotKeepAReleasedLock)
+{
+    ASSERT_TRUE(bus().startLogind());
+    auto link = connectedLink();
+    LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    ASSERT_TRUE(waitUntil([&] { return sleep.isHeld(); }));
+
+    // Started while the lock is held, alive after it was released: an inherited copy of
+    // the descriptor would keep logind's lock for as long as the child runs.
+    QProcess child;
+    child.start(QStringLiteral("/bin/sleep"), {QStringLiteral("30")});
+    ASSERT_TRUE(child.waitForStarted());
+    sleep.release();
+    const bool released = bus().waitForInhibitors([](const Entries &e) { return e.isEmpty(); }, 3000);
+    child.kill();
+    child.waitForFinished();
+    EXPECT_TRUE(released);
+}
+
+TEST_F(LogindInhibitorTest, WithoutLogindNothingIsHeldItIsLoggedOnceAndALaterAcquireRetries)
+{
+    LogCapture log;
+    auto link = connectedLink();
+    LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    LogindInhibitor lid(*link, QStringLiteral("handle-lid-switch"), LogindInhibitor::Mode::Block);
+
+    sleep.acquire(QStringLiteral("Scheduled radio recording pending"));
+    lid.acquire(QStringLiteral("lid"));
+    ASSERT_TRUE(waitUntil([&] { return LogCapture::count(QStringLiteral("systemd-logind")) > 0; }));
+    QTest::qWait(200); // the second refusal arrives as well
+    EXPECT_EQ(LogCapture::count(QStringLiteral("systemd-logind")), 1);
+    EXPECT_FALSE(sleep.isHeld());
+    EXPECT_TRUE(sleep.isWanted());
+
+    // logind appears later: the next acquire asks again, with the reason it was wanted with.
+    ASSERT_TRUE(bus().startLogind());
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    ASSERT_TRUE(waitUntil([&] { return sleep.isHeld(); }));
+    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) {
+        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("Scheduled radio recording pending"),
+                            QStringLiteral("block"));
+    }));
+}
+
+TEST_F(LogindInhibitorTest, ReportsPrepareForSleepBothWays)
+{
+    ASSERT_TRUE(bus().startLogind());
+    auto link = connectedLink();
+    LogindSleepWatch watch(*link);
+    ASSERT_TRUE(waitUntil([&] { return watch.isWatching(); }));
+    QSignalSpy spy(&watch, &LogindSleepWatch::prepareForSleep);
+
+    ASSERT_TRUE(bus().emitPrepareForSleep(true));
+    ASSERT_TRUE(bus().emitPrepareForSleep(false));
+    ASSERT_TRUE(waitUntil([&] { return spy.size() == 2; }));
+    EXPECT_TRUE(spy[0][0].toBool());
+    EXPECT_FALSE(spy[1][0].toBool());
+}
+
+// No fixture: this is the machine without any bus, where recording must work all the same.
+TEST(LogindWithoutBus, NothingBlocksNothingIsHeldAndItIsSaidOnce)
+{
+    LogCapture log;
+    QTemporaryDir dir;
+    QElapsedTimer elapsed;
+    elapsed.start();
+
+    DBusLink none(std::nullopt, QStringLiteral("system"));
+    EXPECT_EQ(none.state(), DBusLink::State::Unavailable);
+    LogindInhibitor sleep(none, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    LogindSleepWatch watch(none);
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    EXPECT_FALSE(sleep.isHeld());
+    sleep.acquire(QStringLiteral("Radio recording in progress"));
+    sleep.release();
+
+    // An address that leads nowhere (a stale DBUS_SYSTEM_BUS_ADDRESS).
+    DBusLink gone(QStringLiteral("unix:path=") + dir.filePath(QStringLiteral("no-bus")), QStringLiteral("system"));
+    LogindInhibitor lid(gone, QStringLiteral("handle-lid-switch"), LogindInhibitor::Mode::Block);
+    lid.acquire(QStringLiteral("lid"));
+    EXPECT_LT(elapsed.elapsed(), 1000) << "the GUI thread waited for a bus";
+    ASSERT_TRUE(waitUntil([&] { return gone.state() == DBusLink::State::Unavailable; }));
+    QTest::qWait(50);
+    EXPECT_FALSE(lid.isHeld());
+    EXPECT_FALSE(watch.isWatching());
+    EXPECT_EQ(LogCapture::count(QStringLiteral("D-Bus system bus")), 2); // once per link
+}
+
+TEST(LogindWithoutBus, BusAddressesComeFromTheEnvironmentOrAnExistingSocketOnly)
+{
+    const QByteArray savedSystem = qgetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    const QByteArray savedSession = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    const QByteArray savedRuntime = qgetenv("XDG_RUNTIME_DIR");
+    QTemporaryDir runtime;
+
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/tmp/private-system");
+    EXPECT_EQ(DBusLink::systemBusAddress(), QStringLiteral("unix:path=/tmp/private-system"));
+
+    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+    qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+    EXPECT_EQ(DBusLink::sessionBusAddress(), std::nullopt) << "must not fall back to autolaunch";
+    writeFile(runtime.filePath(QStringLiteral("bus")), {});
+    EXPECT_EQ(DBusLink::sessionBusAddress(), QStringLiteral("unix:path=") + runtime.filePath(QStringLiteral("bus")));
+    qunsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ(DBusLink::sessionBusAddress(), std::nullopt);
+
+    for (auto [name, value] : {std::pair{"DBUS_SYSTEM_BUS_ADDRESS", savedSystem},
+                               std::pair{"DBUS_SESSION_BUS_ADDRESS", savedSession},
+                               std::pair{"XDG_RUNTIME_DIR", savedRuntime}}) {
+        if (value.isEmpty())
+            qunsetenv(name);
+        else
+            qputenv(name, value);
+    }
+}
+
+} // namespace
