@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/icecaststatus.h"
 #include "engine/songsaver.h"
 
 #include <QObject>
@@ -24,6 +25,8 @@ struct RecordingTimings {
     double statusPollIntervalSec = 5; // also the wait before the first poll
     double inBandPrecedenceSec = 8;   // a polled title waits this long after an in-band one
     bool statusPolling = true;
+    // Where a stream's status document is asked for; the default drops the stream's port.
+    std::function<std::optional<QUrl>(const QString &streamUrl)> statusUrlFor = IcecastStatus::statusUrl;
 };
 
 // What every recording session shares: the engine thread that all sessions' stream work

@@ -197,7 +197,7 @@ void SessionWorker::startIcecastPolling()
     m_statusPoll.cancel();
     if (!m_timings.statusPolling)
         return;
-    m_statusUrl = IcecastStatus::statusUrl(m_station.streamUrl);
+    m_statusUrl = m_timings.statusUrlFor(m_station.streamUrl);
     if (!m_statusUrl)
         return;
     m_mountPath = IcecastStatus::mountPath(m_station.streamUrl);
