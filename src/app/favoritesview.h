@@ -1,0 +1,56 @@
+#pragma once
+
+#include "stations/station.h"
+
+#include <QWidget>
+
+#include <optional>
+
+class Application;
+class QLabel;
+class QLineEdit;
+class QStackedWidget;
+class QTableView;
+class StationActionBar;
+class StationTableModel;
+
+// The favourites in the user's order: a filter field, the count, reordering by drag and
+// drop or the context menu, and the station actions. While a filter is typed the list
+// cannot be dragged, since positions in a filtered list are not positions in the list.
+//
+// Lives on the GUI thread.
+class FavoritesView : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit FavoritesView(Application &app, QWidget *parent = nullptr);
+
+    // Context menu commands, by station id.
+    void moveToTop(const QString &stationId);
+    void moveUp(const QString &stationId);
+    void moveDown(const QString &stationId);
+
+    [[nodiscard]] std::optional<Station> selectedStation() const;
+    QLineEdit *filterField() const { return m_filter; }
+    QTableView *table() const { return m_table; }
+    StationTableModel *model() const { return m_model; }
+    QLabel *countLabel() const { return m_count; }
+    [[nodiscard]] bool showsEmptyState() const;
+
+Q_SIGNALS:
+    void currentStationChanged(const std::optional<Station> &station);
+
+private:
+    void refresh();
+    void showContextMenu(const QPoint &pos);
+
+    Application &m_app;
+    QLineEdit *m_filter = nullptr;
+    QLabel *m_count = nullptr;
+    QLabel *m_hint = nullptr;
+    QStackedWidget *m_stack = nullptr;
+    QWidget *m_empty = nullptr;
+    QTableView *m_table = nullptr;
+    StationTableModel *m_model = nullptr;
+    StationActionBar *m_actions = nullptr;
+};

@@ -1,0 +1,173 @@
+#include "app/mainwindow.h"
+
+#include "app/application.h"
+#include "app/favoritesview.h"
+#include "app/libraryview.h"
+#include "app/radioview.h"
+#include "app/recentsview.h"
+#include "app/recordingsview.h"
+#include "app/sessionlist.h"
+#include "app/settingsview.h"
+#include "app/texts.h"
+#include "app/toolsgateview.h"
+#include "stations/favoritestations.h"
+#include "tools/youtubeservice.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QShortcut>
+#include <QStackedWidget>
+#include <QTimer>
+
+MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *parent)
+    : QMainWindow(parent)
+    , m_app(app)
+    , m_options(options)
+{
+    setWindowTitle(tx("app.title"));
+    resize(1100, 700);
+
+    m_content = new QWidget(this);
+    auto *layout = new QHBoxLayout(m_content);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    m_sidebar = new QListWidget(m_content);
+    m_sidebar->setObjectName(QStringLiteral("sidebar"));
+    m_sidebar->setFixedWidth(200);
+    m_sidebar->setFrameShape(QFrame::NoFrame);
+    m_sidebar->setSpacing(2);
+    m_sidebar->setStyleSheet(QStringLiteral(
+        "QListWidget#sidebar { background: palette(window); padding: 16px 8px; border-right: 1px solid palette(mid); }"
+        "QListWidget#sidebar::item { padding: 7px 10px; border-radius: 6px; }"
+        "QListWidget#sidebar::item:selected { background: palette(highlight); color: palette(highlighted-text); }"));
+    for (const char *key : {"radio.sidebar", "fav.sidebar", "recents.sidebar", "rec.sidebar", "lib.sidebar",
+                            "settings.sidebar"})
+        m_sidebar->addItem(tx(key));
+
+    m_pages = new QStackedWidget(m_content);
+    m_radio = new RadioView(app, m_pages);
+    m_favorites = new FavoritesView(app, m_pages);
+    m_recents = new RecentsView(app, m_pages);
+    m_recordings = new RecordingsView(app, m_pages);
+    m_library = new LibraryView(app, m_pages);
+    m_settings = new SettingsView(app, m_pages);
+    for (QWidget *page : {static_cast<QWidget *>(m_radio), static_cast<QWidget *>(m_favorites),
+                          static_cast<QWidget *>(m_recents), static_cast<QWidget *>(m_recordings),
+                          static_cast<QWidget *>(m_library), static_cast<QWidget *>(m_settings)})
+        m_pages->addWidget(page);
+    layout->addWidget(m_sidebar);
+    layout->addWidget(m_pages, 1);
+
+    connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
+    m_sidebar->setCurrentRow(RadioPage);
+
+    connect(m_radio, &RadioView::currentStationChanged, this, &MainWindow::setCurrentStation);
+    connect(m_favorites, &FavoritesView::currentStationChanged, this, &MainWindow::setCurrentStation);
+    connect(m_recents, &RecentsView::currentStationChanged, this, &MainWindow::setCurrentStation);
+    connect(&app.recorder(), &SessionList::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
+
+    m_root = new QStackedWidget(this);
+    m_root->addWidget(m_content);
+    setCentralWidget(m_root);
+
+    // The tools are looked for once per start; the screen's own button looks again.
+    if (m_options.toolGate && !(YouTubeService::ffmpegFound() && YouTubeService::ytdlpFound())) {
+        m_gate = new ToolsGateView(m_root);
+        m_root->addWidget(m_gate);
+        m_root->setCurrentWidget(m_gate);
+        connect(m_gate, &ToolsGateView::skipped, this, &MainWindow::showContent);
+        connect(m_gate, &ToolsGateView::allFound, this, &MainWindow::showContent);
+    }
+
+    auto *shortcut = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_D), this);
+    shortcut->setContext(Qt::WindowShortcut);
+    connect(shortcut, &QShortcut::activated, this, &MainWindow::toggleCurrentFavorite);
+
+    m_toast = new QLabel(this);
+    m_toast->setObjectName(QStringLiteral("toast"));
+    m_toast->setStyleSheet(QStringLiteral("QLabel#toast { background: rgba(30, 30, 30, 220); color: white; "
+                                          "padding: 8px 16px; border-radius: 8px; }"));
+    m_toast->hide();
+    m_toastTimer = new QTimer(this);
+    m_toastTimer->setSingleShot(true);
+    connect(m_toastTimer, &QTimer::timeout, m_toast, &QLabel::hide);
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::showPage(Page page)
+{
+    m_sidebar->setCurrentRow(page);
+}
+
+MainWindow::Page MainWindow::currentPage() const
+{
+    return Page(m_pages->currentIndex());
+}
+
+bool MainWindow::showsToolsGate() const
+{
+    return m_gate && m_root->currentWidget() == m_gate;
+}
+
+void MainWindow::showContent()
+{
+    m_root->setCurrentWidget(m_content);
+}
+
+void MainWindow::setCurrentStation(const std::optional<Station> &station)
+{
+    m_currentStation = station;
+}
+
+void MainWindow::toggleCurrentFavorite()
+{
+    if (!m_currentStation)
+        return;
+    FavoriteStations &favorites = m_app.favorites();
+    if (favorites.isFavorite(m_currentStation->id)) {
+        favorites.remove(m_currentStation->id);
+        showToast(tx("fav.removed"));
+    } else {
+        favorites.add(*m_currentStation);
+        showToast(tx("fav.added"));
+    }
+}
+
+QString MainWindow::toastText() const
+{
+    return m_toast->isVisible() ? m_toast->text() : QString();
+}
+
+void MainWindow::showToast(const QString &text)
+{
+    m_toast->setText(text);
+    m_toast->adjustSize();
+    placeToast();
+    m_toast->show();
+    m_toast->raise();
+    // A new notice restarts the period instead of being cut short by the old one.
+    m_toastTimer->start(m_options.toastMs);
+}
+
+void MainWindow::placeToast()
+{
+    m_toast->move((width() - m_toast->width()) / 2, height() - m_toast->height() - 32);
+}
+
+void MainWindow::resizeEvent(QResizeEvent *event)
+{
+    QMainWindow::resizeEvent(event);
+    placeToast();
+}
+
+void MainWindow::updateRecordingsBadge()
+{
+    const qsizetype running = m_app.recorder().sessions().size();
+    QString label = tx("rec.sidebar");
+    if (running > 0)
+        label += QStringLiteral("  ● %1").arg(running);
+    m_sidebar->item(RecordingsPage)->setText(label);
+}

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "stations/station.h"
+
+#include <QMainWindow>
+
+#include <optional>
+
+class Application;
+class FavoritesView;
+class LibraryView;
+class QLabel;
+class QListWidget;
+class QStackedWidget;
+class QTimer;
+class RadioView;
+class RecentsView;
+class RecordingsView;
+class SettingsView;
+class ToolsGateView;
+
+struct MainWindowOptions {
+    // How long the favourite notice stays.
+    int toastMs = 1800;
+    // Whether the missing-tools screen may come before the content.
+    bool toolGate = true;
+};
+
+// The main window: a sidebar of pages (radio, favourites, recents, recordings, library,
+// settings) and, while ffmpeg or yt-dlp is missing, the tools screen in front of them.
+// Ctrl+D adds or removes the current station as a favourite and shows a short notice.
+// Until there is a player, the current station is the one last selected in a station
+// list.
+//
+// Lives on the GUI thread and borrows every service from the Application.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    enum Page { RadioPage, FavoritesPage, RecentsPage, RecordingsPage, LibraryPage, SettingsPage, PageCount };
+
+    explicit MainWindow(Application &app, MainWindowOptions options = {}, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    void showPage(Page page);
+    [[nodiscard]] Page currentPage() const;
+
+    [[nodiscard]] const std::optional<Station> &currentStation() const { return m_currentStation; }
+    void setCurrentStation(const std::optional<Station> &station);
+    // The Ctrl+D command.
+    void toggleCurrentFavorite();
+    [[nodiscard]] QString toastText() const;
+
+    RadioView *radioView() const { return m_radio; }
+    FavoritesView *favoritesView() const { return m_favorites; }
+    RecentsView *recentsView() const { return m_recents; }
+    RecordingsView *recordingsView() const { return m_recordings; }
+    LibraryView *libraryView() const { return m_library; }
+    SettingsView *settingsView() const { return m_settings; }
+    ToolsGateView *toolsGate() const { return m_gate; }
+    [[nodiscard]] bool showsToolsGate() const;
+
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    void showContent();
+    void showToast(const QString &text);
+    void placeToast();
+    void updateRecordingsBadge();
+
+    Application &m_app;
+    MainWindowOptions m_options;
+    std::optional<Station> m_currentStation;
+
+    QStackedWidget *m_root = nullptr; // the tools screen or the content
+    QWidget *m_content = nullptr;
+    QListWidget *m_sidebar = nullptr;
+    QStackedWidget *m_pages = nullptr;
+    ToolsGateView *m_gate = nullptr;
+    RadioView *m_radio = nullptr;
+    FavoritesView *m_favorites = nullptr;
+    RecentsView *m_recents = nullptr;
+    RecordingsView *m_recordings = nullptr;
+    LibraryView *m_library = nullptr;
+    SettingsView *m_settings = nullptr;
+    QLabel *m_toast = nullptr;
+    QTimer *m_toastTimer = nullptr;
+};

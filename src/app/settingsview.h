@@ -1,0 +1,83 @@
+#pragma once
+
+#include <QString>
+#include <QWidget>
+
+#include <functional>
+
+class Application;
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+class QTreeWidget;
+
+// Settings: the engine record (for all stations, or one station's override chosen by
+// id), the naming patterns with a live example, the radio folder and the recording
+// statistics. Every edit is written at once, so a running recording picks it up with its
+// next song.
+//
+// Lives on the GUI thread.
+class SettingsView : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit SettingsView(Application &app, QWidget *parent = nullptr);
+
+    // The scope of the engine form: empty for all stations, else a station id.
+    void setScope(const QString &stationId);
+    [[nodiscard]] QString scope() const;
+
+    // Seam for tests: the folder picker.
+    std::function<QString(const QString &current)> chooseFolder;
+
+    QComboBox *scopeBox() const { return m_scope; }
+    QSpinBox *leadInBox() const { return m_leadIn; }
+    QSpinBox *leadOutBox() const { return m_leadOut; }
+    QSpinBox *minDurationBox() const { return m_minDuration; }
+    QCheckBox *skipJinglesBox() const { return m_skipJingles; }
+    QComboBox *qualityBox() const { return m_quality; }
+    QPushButton *resetButton() const { return m_reset; }
+    QLineEdit *namePatternField() const { return m_namePattern; }
+    QLineEdit *folderPatternField() const { return m_folderPattern; }
+    QLineEdit *radioFolderField() const { return m_radioFolder; }
+    QLabel *previewLabel() const { return m_preview; }
+    QLabel *todayLabel() const { return m_today; }
+    QLabel *totalLabel() const { return m_total; }
+    QTreeWidget *byStationList() const { return m_byStation; }
+
+private:
+    QWidget *buildEngineGroup();
+    QWidget *buildNamingGroup();
+    QWidget *buildStatsGroup();
+    void fillScopes();
+    void loadEngineForm();
+    void saveEngineForm();
+    void resetEngineScope();
+    void savePatterns();
+    void updatePreview();
+    void refreshStats();
+
+    Application &m_app;
+    bool m_loading = false;
+
+    QComboBox *m_scope = nullptr;
+    QLabel *m_scopeNote = nullptr;
+    QSpinBox *m_leadIn = nullptr;
+    QSpinBox *m_leadOut = nullptr;
+    QSpinBox *m_minDuration = nullptr;
+    QCheckBox *m_skipJingles = nullptr;
+    QComboBox *m_quality = nullptr;
+    QPushButton *m_reset = nullptr;
+
+    QLineEdit *m_namePattern = nullptr;
+    QLineEdit *m_folderPattern = nullptr;
+    QLineEdit *m_radioFolder = nullptr;
+    QLabel *m_preview = nullptr;
+
+    QLabel *m_today = nullptr;
+    QLabel *m_total = nullptr;
+    QTreeWidget *m_byStation = nullptr;
+};

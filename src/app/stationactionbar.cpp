@@ -1,0 +1,88 @@
+#include "app/stationactionbar.h"
+
+#include "app/application.h"
+#include "app/sessionlist.h"
+#include "app/texts.h"
+#include "stations/favoritestations.h"
+#include "stations/recentstations.h"
+
+#include <QHBoxLayout>
+#include <QMenu>
+#include <QPushButton>
+
+StationActionBar::StationActionBar(Application &app, QWidget *parent)
+    : QWidget(parent)
+    , m_app(app)
+{
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_listen = new QPushButton(tx("station.listen"), this);
+    m_listen->setEnabled(false);
+    m_listen->setToolTip(tx("station.listenLater"));
+    m_record = new QPushButton(this);
+    m_record->setObjectName(QStringLiteral("recordButton"));
+    m_favorite = new QPushButton(this);
+    m_favorite->setObjectName(QStringLiteral("favoriteButton"));
+    layout->addWidget(m_listen);
+    layout->addWidget(m_record);
+    layout->addWidget(m_favorite);
+    layout->addStretch();
+
+    connect(m_record, &QPushButton::clicked, this, [this] {
+        if (m_station)
+            toggleRecording(m_app, *m_station);
+    });
+    connect(m_favorite, &QPushButton::clicked, this, [this] {
+        if (m_station)
+            toggleFavorite(m_app, *m_station);
+    });
+    connect(&app.favorites(), &FavoriteStations::changed, this, &StationActionBar::refresh);
+    connect(&app.recorder(), &SessionList::sessionsChanged, this, &StationActionBar::refresh);
+    refresh();
+}
+
+void StationActionBar::setStation(const std::optional<Station> &station)
+{
+    m_station = station;
+    refresh();
+}
+
+void StationActionBar::refresh()
+{
+    const bool recording = m_station && m_app.recorder().isRecording(m_station->id);
+    const bool favorite = m_station && m_app.favorites().isFavorite(m_station->id);
+    m_record->setText(recording ? tx("station.stopRecording") : tx("station.record"));
+    m_favorite->setText(favorite ? tx("fav.remove") : tx("fav.add"));
+    m_record->setEnabled(m_station.has_value());
+    m_favorite->setEnabled(m_station.has_value());
+}
+
+void StationActionBar::toggleRecording(Application &app, const Station &station)
+{
+    if (app.recorder().isRecording(station.id)) {
+        app.recorder().stop(station.id);
+        return;
+    }
+    app.recorder().start(station);
+    app.recents().add(station);
+}
+
+void StationActionBar::toggleFavorite(Application &app, const Station &station)
+{
+    if (app.favorites().isFavorite(station.id))
+        app.favorites().remove(station.id);
+    else
+        app.favorites().add(station);
+}
+
+void StationActionBar::addActions(QMenu &menu, Application &app, const Station &station)
+{
+    QAction *listen = menu.addAction(tx("station.listen"));
+    listen->setEnabled(false);
+    const bool recording = app.recorder().isRecording(station.id);
+    menu.addAction(recording ? tx("station.stopRecording") : tx("station.record"), &menu,
+                   [&app, station] { toggleRecording(app, station); });
+    const bool favorite = app.favorites().isFavorite(station.id);
+    menu.addAction(favorite ? tx("fav.remove") : tx("fav.add"), &menu,
+                   [&app, station] { toggleFavorite(app, station); });
+}

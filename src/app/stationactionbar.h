@@ -1,0 +1,43 @@
+#pragma once
+
+#include "stations/station.h"
+
+#include <QWidget>
+
+#include <optional>
+
+class Application;
+class QMenu;
+class QPushButton;
+
+// The row of buttons under a station list: listen (disabled until there is a player),
+// record or stop, add to or remove from favourites. Acts on the station selected in the
+// list it belongs to and follows the favourites and the running recordings.
+//
+// Lives on the GUI thread.
+class StationActionBar : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit StationActionBar(Application &app, QWidget *parent = nullptr);
+
+    void setStation(const std::optional<Station> &station);
+    [[nodiscard]] const std::optional<Station> &station() const { return m_station; }
+
+    // The same actions for a list's context menu.
+    static void addActions(QMenu &menu, Application &app, const Station &station);
+    static void toggleRecording(Application &app, const Station &station);
+    static void toggleFavorite(Application &app, const Station &station);
+
+    QPushButton *recordButton() const { return m_record; }
+    QPushButton *favoriteButton() const { return m_favorite; }
+
+private:
+    void refresh();
+
+    Application &m_app;
+    std::optional<Station> m_station;
+    QPushButton *m_listen = nullptr;
+    QPushButton *m_record = nullptr;
+    QPushButton *m_favorite = nullptr;
+};

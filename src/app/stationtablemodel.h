@@ -1,0 +1,64 @@
+#pragma once
+
+#include "stations/station.h"
+
+#include <QAbstractTableModel>
+#include <QHash>
+#include <QList>
+#include <QSet>
+
+#include <functional>
+
+// Rows of stations for the radio, favourites and recents views: name, country, codec,
+// bitrate and the badge for stations whose stream sends in-band song titles.
+//
+// Lives on the GUI thread. A list that extends the one shown (the next page of a search)
+// is announced as inserted rows, so the view keeps its scroll position and selection.
+// Dragging rows carries their station ids; where a drop lands is left to `onDropIds`.
+class StationTableModel : public QAbstractTableModel {
+    Q_OBJECT
+
+public:
+    enum Column { NameColumn, CountryColumn, CodecColumn, BitrateColumn, TitlesColumn, ColumnCount };
+    static constexpr int kStationIdRole = Qt::UserRole + 1;
+    static constexpr auto kIdsMimeType = "application/x-orvida-station-ids";
+
+    explicit StationTableModel(QObject *parent = nullptr);
+
+    void setStations(const QList<Station> &stations);
+    [[nodiscard]] const QList<Station> &stations() const { return m_stations; }
+    [[nodiscard]] const Station *stationAt(int row) const;
+    [[nodiscard]] int rowOf(const QString &stationId) const;
+
+    // Decorations that change without the list changing.
+    void setIcyStatus(const QHash<QString, bool> &icy);
+    void setIcy(const QString &stationId, bool icy);
+    void setFavoriteIds(const QSet<QString> &ids);
+    void setRecordingIds(const QSet<QString> &ids);
+
+    // Set to allow reordering by drag and drop; the ids and the row they were dropped
+    // before (rowCount() for the end).
+    std::function<void(const QStringList &, int)> onDropIds;
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    int columnCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+    Qt::DropActions supportedDropActions() const override;
+    QStringList mimeTypes() const override;
+    QMimeData *mimeData(const QModelIndexList &indexes) const override;
+    bool canDropMimeData(const QMimeData *data, Qt::DropAction action, int row, int column,
+                         const QModelIndex &parent) const override;
+    bool dropMimeData(const QMimeData *data, Qt::DropAction action, int row, int column,
+                      const QModelIndex &parent) override;
+
+private:
+    void refreshColumn(int column);
+
+    QList<Station> m_stations;
+    QHash<QString, int> m_rowById;
+    QHash<QString, bool> m_icy;
+    QSet<QString> m_favoriteIds;
+    QSet<QString> m_recordingIds;
+};

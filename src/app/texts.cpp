@@ -1,0 +1,241 @@
+#include "app/texts.h"
+
+#include <QHash>
+#include <QLocale>
+
+namespace {
+
+struct Entry {
+    const char *key;
+    const char *english;
+    const char *german;
+};
+
+// Format texts take their values as %1, %2.
+constexpr Entry kEntries[] = {
+    // Sidebar and window
+    {"app.title", "Orvida", "Orvida"},
+    {"radio.sidebar", "Radio", "Radio"},
+    {"recents.sidebar", "Recently Played", "Zuletzt gehört"},
+    {"rec.sidebar", "Recordings", "Aufnahmen"},
+    {"lib.sidebar", "Library", "Mediathek"},
+    {"settings.sidebar", "Settings", "Einstellungen"},
+
+    // Station lists
+    {"station.name", "Name", "Name"},
+    {"station.country", "Country", "Land"},
+    {"station.codec", "Codec", "Codec"},
+    {"station.bitrate", "Bitrate", "Bitrate"},
+    {"station.titles", "Titles", "Titel"},
+    {"station.icyBadge", "Song titles", "Songtitel"},
+    {"station.icyTip", "This station sends song titles, so recordings are cut into songs.",
+     "Dieser Sender schickt Songtitel mit, Aufnahmen werden in Songs geschnitten."},
+    {"station.kbps", "%1 kbit/s", "%1 kbit/s"},
+    {"station.listen", "Listen", "Anhören"},
+    {"station.listenLater", "Listening comes with the player.", "Anhören folgt mit dem Player."},
+    {"station.record", "Record", "Aufnehmen"},
+    {"station.stopRecording", "Stop Recording", "Aufnahme beenden"},
+    {"station.recording", "Recording", "Nimmt auf"},
+
+    // Radio view
+    {"radio.title", "Radio", "Radio"},
+    {"radio.searchPlaceholder", "Search stations by name", "Sender nach Namen suchen"},
+    {"radio.random", "Random Station", "Zufallssender"},
+    {"radio.custom", "Stream Address…", "Stream-Adresse…"},
+    {"radio.customTitle", "Add a Stream", "Stream hinzufügen"},
+    {"radio.customUrl", "Stream address (http://…, .pls or .m3u):", "Stream-Adresse (http://…, .pls oder .m3u):"},
+    {"radio.customName", "Name (optional):", "Name (optional):"},
+    {"radio.recommendations", "Recommended stations", "Empfohlene Sender"},
+    {"radio.resultsFormat", "Results for “%1”", "Ergebnisse für „%1“"},
+    {"radio.randomPick", "Random pick", "Zufallsauswahl"},
+    {"radio.customPick", "Your stream", "Dein Stream"},
+    {"radio.searching", "Searching…", "Suche läuft…"},
+    {"radio.loadingMore", "Loading more…", "Weitere werden geladen…"},
+    {"radio.emptyTitle", "Find a station", "Finde einen Sender"},
+    {"radio.emptyHint", "Type a name above, pick a random station, or enter a stream address.",
+     "Gib oben einen Namen ein, wähle einen Zufallssender oder gib eine Stream-Adresse ein."},
+    {"radio.noResultsFormat", "No stations found for “%1”.", "Keine Sender für „%1“ gefunden."},
+
+    // Favourites
+    {"fav.sidebar", "Favourites", "Favoriten"},
+    {"fav.title", "Favourite Stations", "Lieblingssender"},
+    {"fav.add", "Add to Favourites", "Zu Favoriten hinzufügen"},
+    {"fav.remove", "Remove from Favourites", "Aus Favoriten entfernen"},
+    {"fav.added", "Added to favourites", "Zu Favoriten hinzugefügt"},
+    {"fav.removed", "Removed from favourites", "Aus Favoriten entfernt"},
+    {"fav.emptyTitle", "No favourites yet", "Noch keine Favoriten"},
+    {"fav.emptyHint", "Add stations from the radio search, or press Ctrl+D on a selected station.",
+     "Füge Sender in der Radiosuche hinzu oder drücke Strg+D auf einem ausgewählten Sender."},
+    {"fav.noMatchesFormat", "No favourites match “%1”.", "Keine Favoriten passen zu „%1“."},
+    {"fav.searchPlaceholder", "Filter favourites", "Favoriten filtern"},
+    {"fav.countOne", "1 station", "1 Sender"},
+    {"fav.countFormat", "%1 stations", "%1 Sender"},
+    {"fav.reorderHint", "Drag stations to reorder them.", "Ziehe Sender, um sie neu anzuordnen."},
+    {"fav.moveToTop", "Move to Top", "Ganz nach oben"},
+    {"fav.moveUp", "Move Up", "Nach oben"},
+    {"fav.moveDown", "Move Down", "Nach unten"},
+    {"fav.scheduled", "Scheduled", "Geplant"},
+    {"fav.shortcutHint", "Ctrl+D adds or removes the selected station.",
+     "Strg+D fügt den ausgewählten Sender hinzu oder entfernt ihn."},
+
+    // Recents
+    {"recents.title", "Recently Played", "Zuletzt gehört"},
+    {"recents.emptyTitle", "Nothing played yet", "Noch nichts gehört"},
+    {"recents.emptyHint", "Stations you listen to or record show up here.",
+     "Sender, die du hörst oder aufnimmst, erscheinen hier."},
+    {"recents.forget", "Remove from List", "Aus Liste entfernen"},
+
+    // Recordings
+    {"rec.title", "Recordings", "Aufnahmen"},
+    {"rec.station", "Station", "Sender"},
+    {"rec.streamTitle", "Now Playing", "Läuft gerade"},
+    {"rec.saved", "Songs Saved", "Gespeicherte Songs"},
+    {"rec.status", "Status", "Status"},
+    {"rec.stop", "Stop", "Stopp"},
+    {"rec.stopAll", "Stop All", "Alle stoppen"},
+    {"rec.running", "Recording", "Nimmt auf"},
+    {"rec.waitingTitle", "Waiting for the first title…", "Warte auf den ersten Titel…"},
+    {"rec.countOne", "1 recording running", "1 Aufnahme läuft"},
+    {"rec.countFormat", "%1 recordings running", "%1 Aufnahmen laufen"},
+    {"rec.emptyTitle", "Nothing is being recorded", "Es läuft keine Aufnahme"},
+    {"rec.emptyHint", "Start a recording from the radio search, your favourites or the recent stations.",
+     "Starte eine Aufnahme aus der Radiosuche, deinen Favoriten oder den zuletzt gehörten Sendern."},
+
+    // Library
+    {"lib.title", "Library", "Mediathek"},
+    {"lib.colTitle", "Title", "Titel"},
+    {"lib.colArtist", "Artist", "Interpret"},
+    {"lib.colAlbum", "Album", "Album"},
+    {"lib.colDuration", "Duration", "Dauer"},
+    {"lib.colStation", "Station", "Sender"},
+    {"lib.colDateAdded", "Date Added", "Hinzugefügt"},
+    {"lib.colPlayCount", "Plays", "Wiedergaben"},
+    {"lib.filterPlaceholder", "Filter by title, artist, album or station",
+     "Nach Titel, Interpret, Album oder Sender filtern"},
+    {"lib.showInFolder", "Show in Folder", "Im Ordner zeigen"},
+    {"lib.delete", "Delete…", "Löschen…"},
+    {"lib.deleteTitle", "Delete Track", "Titel löschen"},
+    {"lib.deleteOneFormat", "Delete “%1” and its file? This cannot be undone.",
+     "„%1“ und die Datei löschen? Das lässt sich nicht rückgängig machen."},
+    {"lib.deleteManyFormat", "Delete %1 tracks and their files? This cannot be undone.",
+     "%1 Titel und ihre Dateien löschen? Das lässt sich nicht rückgängig machen."},
+    {"lib.countOne", "1 track", "1 Titel"},
+    {"lib.countFormat", "%1 tracks", "%1 Titel"},
+    {"lib.shownFormat", "%1 of %2 tracks", "%1 von %2 Titeln"},
+    {"lib.emptyTitle", "Your library is empty", "Deine Mediathek ist leer"},
+    {"lib.emptyHint", "Songs you record are saved here automatically.",
+     "Aufgenommene Songs landen automatisch hier."},
+    {"lib.unavailable", "The library could not be opened.", "Die Mediathek konnte nicht geöffnet werden."},
+
+    // Settings
+    {"settings.title", "Settings", "Einstellungen"},
+    {"settings.recording", "Recording", "Aufnahme"},
+    {"settings.scope", "Settings for:", "Einstellungen für:"},
+    {"settings.scopeGlobal", "All stations", "Alle Sender"},
+    {"settings.naming", "File Names", "Dateinamen"},
+    {"settings.namePattern", "File name:", "Dateiname:"},
+    {"settings.folderPattern", "Sub-folders:", "Unterordner:"},
+    {"settings.patternHelp", "Placeholders: %artist% %title% %streamtitle% %station% %date%",
+     "Platzhalter: %artist% %title% %streamtitle% %station% %date%"},
+    {"settings.preview", "Example:", "Beispiel:"},
+    {"settings.previewInvalid", "This pattern cannot be used.", "Dieses Muster ist nicht verwendbar."},
+    {"settings.radioFolder", "Radio folder:", "Radio-Ordner:"},
+    {"settings.choose", "Choose…", "Auswählen…"},
+    {"settings.useDefault", "Default", "Standard"},
+    {"settings.stats", "Statistics", "Statistik"},
+    {"settings.statsToday", "Songs saved today:", "Heute gespeicherte Songs:"},
+    {"settings.statsTotal", "Songs saved in total:", "Insgesamt gespeicherte Songs:"},
+    {"settings.statsByStation", "By station:", "Nach Sender:"},
+    {"settings.statsNone", "No songs recorded yet.", "Noch keine Songs aufgenommen."},
+    {"engineLeadIn", "Lead-in:", "Vorlauf:"},
+    {"engineLeadOut", "Lead-out:", "Nachlauf:"},
+    {"engineMinDuration", "Shortest song:", "Kürzester Song:"},
+    {"engineSeconds", " s", " s"},
+    {"engineQuality", "Quality:", "Qualität:"},
+    {"engineLeadInHint", "Audio kept before a title change, so a song does not start late.",
+     "Audio vor einem Titelwechsel, damit ein Song nicht zu spät beginnt."},
+    {"engineLeadOutHint", "Audio kept after a title change, so a song does not end early.",
+     "Audio nach einem Titelwechsel, damit ein Song nicht zu früh endet."},
+    {"engineSkipJingles", "Skip jingles and ads", "Jingles und Werbung überspringen"},
+    {"engineSkipJinglesHint", "Titles that look like station IDs, jingles or ads are not saved.",
+     "Titel, die nach Senderkennung, Jingle oder Werbung aussehen, werden nicht gespeichert."},
+    {"engineQualityHint", "Lossless keeps the stream's own bytes; normal saves MP3 files.",
+     "Verlustfrei behält die Bytes des Streams; Normal speichert MP3-Dateien."},
+    {"engineQualityNormal", "Normal", "Normal"},
+    {"engineQualityLossless", "Lossless", "Verlustfrei"},
+    {"engineUsesGlobal", "This station uses the settings for all stations.",
+     "Dieser Sender nutzt die Einstellungen für alle Sender."},
+    {"engineResetStation", "Use Settings for All Stations", "Einstellungen für alle Sender nutzen"},
+    {"engineResetGlobal", "Restore Defaults", "Standard wiederherstellen"},
+    {"engineStationTitle", "Settings for %1", "Einstellungen für %1"},
+    {"engineSettingsHelp",
+     "Changes apply from the next song, also for recordings that are running.",
+     "Änderungen gelten ab dem nächsten Song, auch für laufende Aufnahmen."},
+
+    // Missing tools
+    {"depsMissingTitle", "Some tools are missing", "Einige Werkzeuge fehlen"},
+    {"depsMissingSubtitle", "Orvida uses ffmpeg and yt-dlp for saving, converting and downloading.",
+     "Orvida nutzt ffmpeg und yt-dlp zum Speichern, Umwandeln und Herunterladen."},
+    {"depsFFmpegDesc", "Encodes and tags recordings, converts files.",
+     "Kodiert und taggt Aufnahmen, wandelt Dateien um."},
+    {"depsYtdlpDesc", "Searches and downloads from the video site.",
+     "Sucht und lädt von der Videoseite herunter."},
+    {"depsFound", "Found", "Gefunden"},
+    {"depsDownload", "Download", "Herunterladen"},
+    {"depsCopyBinaries", "Or copy the programs next to Orvida:", "Oder kopiere die Programme neben Orvida:"},
+    {"depsCheckAgain", "Check Again", "Erneut prüfen"},
+    {"depsContinueAnyway", "Continue Anyway", "Trotzdem fortfahren"},
+};
+
+const QHash<QByteArray, const Entry *> &table()
+{
+    static const QHash<QByteArray, const Entry *> entries = [] {
+        QHash<QByteArray, const Entry *> map;
+        for (const Entry &entry : kEntries)
+            map.insert(QByteArray(entry.key), &entry);
+        return map;
+    }();
+    return entries;
+}
+
+Texts::Language g_language = Texts::systemLanguage();
+
+} // namespace
+
+namespace Texts {
+
+Language systemLanguage()
+{
+    return QLocale::system().language() == QLocale::German ? Language::German : Language::English;
+}
+
+Language language()
+{
+    return g_language;
+}
+
+void setLanguage(Language lang)
+{
+    g_language = lang;
+}
+
+QString text(const char *key)
+{
+    const Entry *entry = table().value(QByteArray(key));
+    if (!entry)
+        return QString::fromUtf8(key);
+    if (g_language == Language::German && entry->german && *entry->german)
+        return QString::fromUtf8(entry->german);
+    return QString::fromUtf8(entry->english);
+}
+
+bool has(const char *key, Language lang)
+{
+    const Entry *entry = table().value(QByteArray(key));
+    if (!entry)
+        return false;
+    const char *value = lang == Language::German ? entry->german : entry->english;
+    return value && *value;
+}
+
+} // namespace Texts

@@ -1,0 +1,73 @@
+#include "app/uikit.h"
+
+#include <QHeaderView>
+#include <QLabel>
+#include <QTableView>
+#include <QVBoxLayout>
+
+namespace UiKit {
+
+QLabel *makeTitle(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 1.6);
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
+QLabel *makeHint(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, palette.color(QPalette::Disabled, QPalette::WindowText));
+    label->setPalette(palette);
+    return label;
+}
+
+QWidget *makeEmptyState(const QString &title, const QString &hint, QWidget *parent)
+{
+    auto *widget = new QWidget(parent);
+    auto *layout = new QVBoxLayout(widget);
+    layout->addStretch(2);
+    QLabel *titleLabel = makeTitle(title, widget);
+    titleLabel->setObjectName(QStringLiteral("emptyTitle"));
+    titleLabel->setAlignment(Qt::AlignCenter);
+    QFont font = titleLabel->font();
+    font.setPointSizeF(font.pointSizeF() / 1.6 * 1.25);
+    titleLabel->setFont(font);
+    QLabel *hintLabel = makeHint(hint, widget);
+    hintLabel->setObjectName(QStringLiteral("emptyHint"));
+    hintLabel->setAlignment(Qt::AlignCenter);
+    hintLabel->setMaximumWidth(460);
+    layout->addWidget(titleLabel);
+    layout->addSpacing(6);
+    layout->addWidget(hintLabel, 0, Qt::AlignHCenter);
+    layout->addStretch(3);
+    return widget;
+}
+
+void setEmptyStateTexts(QWidget *emptyState, const QString &title, const QString &hint)
+{
+    if (auto *label = emptyState->findChild<QLabel *>(QStringLiteral("emptyTitle")))
+        label->setText(title);
+    if (auto *label = emptyState->findChild<QLabel *>(QStringLiteral("emptyHint")))
+        label->setText(hint);
+}
+
+void configureTable(QTableView *table)
+{
+    table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table->setAlternatingRowColors(true);
+    table->setShowGrid(false);
+    table->setWordWrap(false);
+    table->verticalHeader()->hide();
+    table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 12);
+    table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    table->horizontalHeader()->setHighlightSections(false);
+    table->setContextMenuPolicy(Qt::CustomContextMenu);
+}
+
+} // namespace UiKit
