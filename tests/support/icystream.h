@@ -1,0 +1,54 @@
+#pragma once
+
+#include "fixtureserver.h"
+
+#include <QByteArray>
+#include <QList>
+
+#include <memory>
+
+// A live ICY station for the fixture server: "ICY 200 OK" with a metadata interval of
+// 1000 bytes, then one block of audio every `intervalMs` for as long as the client
+// listens. Titles change every `blocksPerTitle` blocks, going through `titles` once; after
+// the last the station keeps playing it. Audio block n is 1000 bytes of one letter, so
+// saved files can be told apart.
+namespace IcyStream {
+
+inline constexpr int kMetaint = 1000;
+
+inline QByteArray metaBlock(const QByteArray &text)
+{
+    if (text.isEmpty())
+        return QByteArray(1, '\0');
+    const qsizetype blocks = (text.size() + 15) / 16;
+    QByteArray padded = text;
+    padded.resize(blocks * 16, '\0');
+    return char(blocks) + padded;
+}
+
+inline QByteArray audioBlock(int n)
+{
+    return QByteArray(kMetaint, char('a' + n % 26));
+}
+
+// One handler per route: every connection starts the programme from the top. With
+// `audio` (real MP3 bytes, for tests that let ffmpeg look at the files) the blocks are
+// taken from it in turn instead of letters.
+inline FixtureServer::Handler station(QList<QByteArray> titles, int blocksPerTitle, int intervalMs,
+                                      QByteArray audio = {})
+{
+    return [titles = std::move(titles), blocksPerTitle, intervalMs, audio](const FixtureServer::Request &) {
+        auto block = std::make_shared<int>(0);
+        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}, {"Content-Type", "audio/mpeg"}})
+            .produce(intervalMs, [titles, blocksPerTitle, block, audio] {
+                const int n = (*block)++;
+                const qsizetype title = n / blocksPerTitle;
+                const bool change = n % blocksPerTitle == 0 && title < titles.size();
+                const qsizetype blocks = audio.size() / kMetaint;
+                const QByteArray sound = blocks > 0 ? audio.mid((n % blocks) * kMetaint, kMetaint) : audioBlock(n);
+                return sound + metaBlock(change ? "StreamTitle='" + titles[title] + "';" : QByteArray());
+            });
+    };
+}
+
+} // namespace IcyStream
