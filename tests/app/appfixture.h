@@ -1,0 +1,61 @@
+#pragma once
+
+#include "app/application.h"
+#include "app/texts.h"
+#include "engine/recordingcontext.h"
+#include "engine/recordingsession.h"
+#include "library/librarystore.h"
+#include "stations/favoritestations.h"
+#include "stations/recentstations.h"
+#include "stations/stationdirectory.h"
+
+#include "fixtureserver.h"
+#include "testenv.h"
+
+#include <QDir>
+#include <QPushButton>
+#include <QTest>
+#include <QTimeZone>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// The window's real services against a loopback directory, a library file and
+// preferences in a fresh temporary home. English texts, whatever the machine's locale.
+class AppFixture : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        Texts::setLanguage(Texts::Language::English);
+        ApplicationOptions options;
+        options.directoryBase = QString::fromLatin1(server.url("/")).chopped(1);
+        options.storeBase = QString::fromLatin1(server.url("/store"));
+        options.libraryPath = home.file(QStringLiteral("data/Orvida/library.sqlite"));
+        options.recoverSegments = false;
+        options.checkForToolUpdate = false;
+        app = std::make_unique<Application>(options);
+        app->directory().setDebounceInterval(std::chrono::milliseconds(0));
+    }
+
+    void TearDown() override
+    {
+        app->shutDown(10000);
+    }
+
+    TestHome home;
+    FixtureServer server;
+    std::unique_ptr<Application> app;
+};
+
+inline Station makeStation(const QString &id, const QString &name, const QString &country = QStringLiteral("Germany"))
+{
+    Station station;
+    station.id = id;
+    station.name = name;
+    station.streamUrl = QStringLiteral("http://127.0.0.1:9/") + id;
+    station.country = country;
+    station.bitrate = 128;
+    station.codec = QStringLiteral("MP3");
+    return station;
+}

@@ -1,0 +1,141 @@
+#include "app/librarymodel.h"
+#include "app/libraryview.h"
+#include "library/librarystore.h"
+
+#include "appfixture.h"
+
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QTableView>
+
+namespace {
+
+class LibraryViewTest : public AppFixture {
+protected:
+    // Tracks with real files in the music folder; returns their ids in order.
+    QList<qint64> addTracks()
+    {
+        const QDateTime base = QDateTime(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
+        QList<Track> tracks;
+        const struct {
+            const char *title, *artist, *station;
+            double duration;
+            int day;
+        } rows[] = {{"Blue Train", "John Coltrane", "Jazz One", 643, 1},
+                    {"Beat It", "Michael Jackson", "Pop Two", 258, 3},
+                    {"Alright", "Kendrick Lamar", "Pop Two", 219, 2}};
+        for (const auto &row : rows) {
+            const QString path = home.file(QStringLiteral("Music/Orvida/Radio/%1.mp3").arg(QString::fromUtf8(row.title)));
+            writeFile(path, "ID3");
+            tracks << Track(QString::fromUtf8(row.title), QString::fromUtf8(row.artist), QString(), row.duration,
+                            base.addDays(row.day), QString(), false, 0, QStringLiteral("radio"),
+                            QString::fromUtf8(row.station), path);
+        }
+        return app->library()->insertTracks(tracks);
+    }
+
+    static QStringList column(const QTableView *table, int column)
+    {
+        QStringList out;
+        for (int row = 0; row < table->model()->rowCount(); ++row)
+            out << table->model()->index(row, column).data().toString();
+        return out;
+    }
+};
+
+TEST_F(LibraryViewTest, SortsByValueAndFiltersByTextColumns)
+{
+    ASSERT_EQ(addTracks().size(), 3);
+    LibraryView view(*app);
+    EXPECT_EQ(view.countLabel()->text(), QStringLiteral("3 tracks"));
+    // Newest first at the start.
+    EXPECT_EQ(column(view.table(), LibraryModel::TitleColumn), QStringList({"Beat It", "Alright", "Blue Train"}));
+
+    // Durations sort as numbers ("10:43" would come before "3:39" as text).
+    view.table()->sortByColumn(LibraryModel::DurationColumn, Qt::DescendingOrder);
+    EXPECT_EQ(column(view.table(), LibraryModel::DurationColumn), QStringList({"10:43", "4:18", "3:39"}));
+
+    view.filterField()->setText(QStringLiteral("pop two"));
+    EXPECT_EQ(column(view.table(), LibraryModel::TitleColumn), QStringList({"Beat It", "Alright"}));
+    EXPECT_EQ(view.countLabel()->text(), QStringLiteral("2 of 3 tracks"));
+    // The duration text is not searched: "10" matches no title, artist, album or station.
+    view.filterField()->setText(QStringLiteral("10"));
+    EXPECT_EQ(view.table()->model()->rowCount(), 0);
+}
+
+TEST_F(LibraryViewTest, DeleteAsksFirstThenRemovesFileAndEntry)
+{
+    const QList<qint64> ids = addTracks();
+    LibraryView view(*app);
+    QStringList questions;
+    bool answer = false;
+    view.confirm = [&](const QString &question) {
+        questions << question;
+        return answer;
+    };
+    view.filterField()->setText(QStringLiteral("Coltrane"));
+    view.table()->selectRow(0);
+    const QString path = *view.selectedTracks().first().filePath;
+
+    view.deleteSelected();
+    ASSERT_EQ(questions.size(), 1);
+    EXPECT_TRUE(questions.first().contains(QStringLiteral("Blue Train")));
+    EXPECT_TRUE(QFile::exists(path));
+    EXPECT_EQ(app->library()->allTracks().size(), 3);
+
+    answer = true;
+    view.deleteSelected();
+    EXPECT_FALSE(QFile::exists(path));
+    EXPECT_FALSE(app->library()->track(ids[0]));
+    view.filterField()->clear();
+    EXPECT_EQ(view.table()->model()->rowCount(), 2);
+}
+
+TEST_F(LibraryViewTest, EntryWhoseFileIsAlreadyGoneCanStillBeDeleted)
+{
+    const QList<qint64> ids = addTracks();
+    LibraryView view(*app);
+    view.confirm = [](const QString &) { return true; };
+    view.filterField()->setText(QStringLiteral("Alright"));
+    view.table()->selectRow(0);
+    ASSERT_TRUE(QFile::remove(*view.selectedTracks().first().filePath));
+    view.deleteSelected();
+    EXPECT_FALSE(app->library()->track(ids[2]));
+}
+
+TEST_F(LibraryViewTest, ShowInFolderOpensTheContainingFolder)
+{
+    addTracks();
+    LibraryView view(*app);
+    QList<QUrl> opened;
+    view.openFolder = [&](const QUrl &url) { opened << url; };
+    view.showSelectedInFolder(); // nothing selected
+    EXPECT_TRUE(opened.isEmpty());
+    view.table()->selectRow(0);
+    view.showSelectedInFolder();
+    ASSERT_EQ(opened.size(), 1);
+    EXPECT_EQ(opened.first(), QUrl::fromLocalFile(home.file(QStringLiteral("Music/Orvida/Radio"))));
+}
+
+TEST_F(LibraryViewTest, NewlySavedSongsAppearWithoutAReopen)
+{
+    LibraryView view(*app);
+    EXPECT_EQ(view.table()->model()->rowCount(), 0);
+    app->fileIntoLibrary(Track(QStringLiteral("Song"), QStringLiteral("Band"), QString(), 200,
+                               QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"),
+                               QStringLiteral("Station"), home.file(QStringLiteral("a.mp3"))));
+    EXPECT_EQ(view.table()->model()->rowCount(), 1);
+    // The same file saved again (a longer take) updates its entry, keeping its plays.
+    Track played = app->library()->allTracks().first();
+    played.playCount = 4;
+    ASSERT_TRUE(app->library()->save(played));
+    app->fileIntoLibrary(Track(QStringLiteral("Song (Long)"), QStringLiteral("Band"), QString(), 260,
+                               QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"),
+                               QStringLiteral("Station"), home.file(QStringLiteral("a.mp3"))));
+    ASSERT_EQ(app->library()->allTracks().size(), 1);
+    EXPECT_EQ(app->library()->allTracks().first().title, QStringLiteral("Song (Long)"));
+    EXPECT_EQ(app->library()->allTracks().first().playCount, 4);
+}
+
+} // namespace

@@ -1,0 +1,57 @@
+#include "app/texts.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+class TextsTest : public ::testing::Test {
+protected:
+    void TearDown() override { Texts::setLanguage(Texts::Language::English); }
+};
+
+// The keys the favourites view, the engine form and the tools screen are designed with:
+// each needs a text in both languages, or the German window shows English fragments.
+TEST_F(TextsTest, EveryDesignedKeyHasBothLanguages)
+{
+    const char *keys[] = {
+        "fav.sidebar", "fav.title", "fav.add", "fav.remove", "fav.added", "fav.removed", "fav.emptyTitle",
+        "fav.emptyHint", "fav.noMatchesFormat", "fav.searchPlaceholder", "fav.countOne", "fav.countFormat",
+        "fav.reorderHint", "fav.moveToTop", "fav.moveUp", "fav.moveDown", "fav.scheduled", "fav.shortcutHint",
+        "engineLeadInHint", "engineLeadOutHint", "engineSkipJingles", "engineSkipJinglesHint", "engineQualityHint",
+        "engineQualityNormal", "engineQualityLossless", "engineUsesGlobal", "engineResetStation",
+        "engineResetGlobal", "engineStationTitle", "engineSettingsHelp", "depsMissingTitle", "depsMissingSubtitle",
+        "depsFFmpegDesc", "depsYtdlpDesc", "depsFound", "depsDownload", "depsCopyBinaries", "depsCheckAgain",
+        "depsContinueAnyway"};
+    for (const char *key : keys) {
+        EXPECT_TRUE(Texts::has(key, Texts::Language::English)) << key;
+        EXPECT_TRUE(Texts::has(key, Texts::Language::German)) << key;
+    }
+}
+
+TEST_F(TextsTest, LooksUpTheCurrentLanguageAndShowsUnknownKeysAsThemselves)
+{
+    Texts::setLanguage(Texts::Language::German);
+    EXPECT_EQ(tx("fav.added"), QStringLiteral("Zu Favoriten hinzugefügt"));
+    EXPECT_EQ(Texts::text("fav.countFormat").arg(3), QStringLiteral("3 Sender"));
+    Texts::setLanguage(Texts::Language::English);
+    EXPECT_EQ(tx("fav.added"), QStringLiteral("Added to favourites"));
+    EXPECT_EQ(tx("no.such.key"), QStringLiteral("no.such.key"));
+    EXPECT_FALSE(Texts::has("no.such.key", Texts::Language::English));
+}
+
+// Format texts must keep their placeholder in both languages, or the value vanishes.
+TEST_F(TextsTest, FormatTextsKeepTheirPlaceholderInBothLanguages)
+{
+    for (const char *key : {"fav.noMatchesFormat", "fav.countFormat", "engineStationTitle", "rec.countFormat",
+                            "lib.countFormat", "lib.deleteOneFormat", "lib.deleteManyFormat", "radio.resultsFormat",
+                            "radio.noResultsFormat", "station.kbps"}) {
+        for (Texts::Language language : {Texts::Language::English, Texts::Language::German}) {
+            Texts::setLanguage(language);
+            EXPECT_TRUE(tx(key).contains(QStringLiteral("%1"))) << key;
+        }
+    }
+    Texts::setLanguage(Texts::Language::English);
+    EXPECT_TRUE(Texts::text("lib.shownFormat").contains(QStringLiteral("%2")));
+}
+
+} // namespace
