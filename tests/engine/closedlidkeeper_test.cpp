@@ -26,59 +26,32 @@ bool holdsNothing(const Entries &entries)
     return entries.isEmpty();
 }
 
-class ClosedLidKeeperTest : public ::testing::Test {
+class ClosedLidKeeperTest : public LogindBusTest {
 protected:
-    void SetUp() override
-    {
-        if (const QString missing = PrivateBus::missingTools(); !missing.isEmpty())
-            GTEST_SKIP() << "needs a private D-Bus with logind mocked: " << missing.toStdString();
-        m_bus = std::make_unique<PrivateBus>();
-        ASSERT_TRUE(m_bus->ok()) << "private dbus-daemon did not start";
-        ASSERT_TRUE(m_bus->startLogind());
-        m_system = std::make_unique<DBusLink>(m_bus->address(), QStringLiteral("system"));
-    }
-
     // A keeper whose clock stands at `now` until the test moves it.
     std::unique_ptr<ClosedLidKeeper> makeKeeper()
     {
         return std::make_unique<ClosedLidKeeper>(*m_system, nullptr, [this] { return now; });
     }
 
-    PrivateBus &bus() { return *m_bus; }
-
     TestHome home; // the preference lives in this test's own config folder
     QDateTime now = QDateTime(QDate(2024, 3, 10), QTime(20, 0), Qt::UTC);
-    std::unique_ptr<PrivateBus> m_bus;
-    std::unique_ptr<DBusLink> m_system;
 };
 
-TEST_F(ClosedLidKeeperTest, OffByDefaultItHoldsNothingWhateverRuns)
+TEST_F(ClosedLidKeeperTest, OffByDefaultThenWhenOnTheLidIsKeptWhileRecordingAndLetGoAfterwards)
 {
     auto keeper = makeKeeper();
-    EXPECT_FALSE(ClosedLidKeeper::isEnabled());
+    QSignalSpy keeping(keeper.get(), &ClosedLidKeeper::keepingChanged);
     keeper->setRecording(true);
     keeper->setNextPlannedStart(now.addSecs(60));
     keeper->reconcileAtLaunch();
     keeper->scheduleAdded();
-    keeper->refresh();
-
+    EXPECT_FALSE(ClosedLidKeeper::isEnabled());
     EXPECT_FALSE(keeper->isKeeping());
-    QTest::qWait(100);
-    auto entries = bus().listInhibitors();
-    ASSERT_TRUE(entries);
-    EXPECT_TRUE(entries->isEmpty());
-}
 
-TEST_F(ClosedLidKeeperTest, WhenOnTheLidIsKeptWhileRecordingAndLetGoAfterwards)
-{
-    auto keeper = makeKeeper();
-    QSignalSpy keeping(keeper.get(), &ClosedLidKeeper::keepingChanged);
+    keeper->setNextPlannedStart(std::nullopt);
     keeper->setEnabled(true);
     EXPECT_EQ(Preferences::value(QString(ClosedLidKeeper::kPreferenceKey)).toBool(), true);
-    EXPECT_TRUE(keeping.isEmpty()) << "nothing records yet";
-
-    keeper->setRecording(true);
-    keeper->refresh();
     ASSERT_TRUE(waitUntil([&] { return keeper->isLockHeld(); }));
     ASSERT_TRUE(bus().waitForInhibitors(holdsLid));
     keeper->refresh(); // asked again: still the one lock
@@ -91,6 +64,14 @@ TEST_F(ClosedLidKeeperTest, WhenOnTheLidIsKeptWhileRecordingAndLetGoAfterwards)
     ASSERT_EQ(keeping.size(), 2);
     EXPECT_TRUE(keeping[0][0].toBool());
     EXPECT_FALSE(keeping[1][0].toBool());
+
+    // Turned off while keeping: let go at once.
+    keeper->setRecording(true);
+    keeper->refresh();
+    ASSERT_TRUE(bus().waitForInhibitors(holdsLid));
+    keeper->setEnabled(false);
+    EXPECT_FALSE(keeper->isKeeping());
+    EXPECT_TRUE(bus().waitForInhibitors(holdsNothing));
 }
 
 TEST_F(ClosedLidKeeperTest, APlanIsCoveredFromAnHourBeforeItsStart)
@@ -128,29 +109,6 @@ TEST_F(ClosedLidKeeperTest, ALaterPlanIsPickedUpAnHourAheadWithoutAnotherRefresh
 
     EXPECT_TRUE(waitUntil([&] { return keeper.isKeeping(); }, 3000));
     EXPECT_TRUE(bus().waitForInhibitors(holdsLid));
-}
-
-TEST_F(ClosedLidKeeperTest, TurningTheSettingOffLetsGoAtOnceAndTheTimerTakesNothing)
-{
-    auto keeper = makeKeeper();
-    keeper->setEnabled(true);
-    keeper->setRecording(true);
-    keeper->refresh();
-    ASSERT_TRUE(bus().waitForInhibitors(holdsLid));
-
-    keeper->setEnabled(false);
-    EXPECT_FALSE(keeper->isKeeping());
-    EXPECT_TRUE(bus().waitForInhibitors(holdsNothing));
-
-    // Turned off from elsewhere (orvida-cli config set) while a plan is about to come in
-    // range: the timer's look at it sees the stored setting.
-    Preferences::setValue(QString(ClosedLidKeeper::kPreferenceKey), true);
-    ClosedLidKeeper real(*m_system);
-    real.setNextPlannedStart(QDateTime::currentDateTimeUtc().addMSecs(ClosedLidKeeper::kLookAheadSec * 1000 + 200));
-    real.refresh();
-    Preferences::setValue(QString(ClosedLidKeeper::kPreferenceKey), false);
-    QTest::qWait(600);
-    EXPECT_FALSE(real.isKeeping());
 }
 
 TEST(ClosedLidKeeperWithoutBus, TheDecisionStandsEvenThoughNothingCanBeHeld)

@@ -38,17 +38,14 @@ bool hasDelayLock(const Entries &entries)
     return hasLock(entries, QStringLiteral("delay"), QString(SleepGuard::kFlushReason));
 }
 
-class SleepGuardTest : public ::testing::Test {
+class SleepGuardTest : public LogindBusTest {
 protected:
     void SetUp() override
     {
-        if (const QString missing = PrivateBus::missingTools(); !missing.isEmpty())
-            GTEST_SKIP() << "needs a private D-Bus with logind mocked: " << missing.toStdString();
-        m_bus = std::make_unique<PrivateBus>();
-        ASSERT_TRUE(m_bus->ok()) << "private dbus-daemon did not start";
-        ASSERT_TRUE(m_bus->startLogind());
-        // One private bus stands in for both the system and the session bus.
-        m_system = std::make_unique<DBusLink>(m_bus->address(), QStringLiteral("system"));
+        LogindBusTest::SetUp();
+        if (setUpFailed())
+            return;
+        // The one private bus is the session bus as well.
         m_session = std::make_unique<DBusLink>(m_bus->address(), QStringLiteral("session"));
     }
 
@@ -63,10 +60,6 @@ protected:
         return guard;
     }
 
-    PrivateBus &bus() { return *m_bus; }
-
-    std::unique_ptr<PrivateBus> m_bus;
-    std::unique_ptr<DBusLink> m_system;
     std::unique_ptr<DBusLink> m_session;
     int flushCalls = 0;
     std::function<void()> pendingFlush;

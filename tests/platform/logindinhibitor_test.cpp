@@ -17,18 +17,8 @@ namespace {
 
 using Entries = QList<PrivateBus::InhibitorEntry>;
 
-class LogindInhibitorTest : public ::testing::Test {
+class LogindInhibitorTest : public PrivateBusTest {
 protected:
-    void SetUp() override
-    {
-        if (const QString missing = PrivateBus::missingTools(); !missing.isEmpty())
-            GTEST_SKIP() << "needs a private D-Bus with logind mocked: " << missing.toStdString();
-        m_bus = std::make_unique<PrivateBus>();
-        ASSERT_TRUE(m_bus->ok()) << "private dbus-daemon did not start";
-    }
-
-    PrivateBus &bus() { return *m_bus; }
-
     // A link to the private bus, connected before it is handed out.
     std::unique_ptr<DBusLink> connectedLink()
     {
@@ -43,15 +33,14 @@ protected:
         return entries.size() == 1 && entries[0].what == what && entries[0].who == QLatin1String("Orvida")
             && entries[0].why == why && entries[0].mode == mode;
     }
-
-    std::unique_ptr<PrivateBus> m_bus;
 };
 
-TEST_F(LogindInhibitorTest, HoldsTheLockWithItsReasonUntilReleased)
+TEST_F(LogindInhibitorTest, HoldsTheLockWithItsReasonUntilReleasedOrDestroyed)
 {
     ASSERT_TRUE(bus().startLogind());
     auto link = connectedLink();
     LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
+    auto delay = std::make_unique<LogindInhibitor>(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Delay);
     QSignalSpy held(&sleep, &Inhibitor::heldChanged);
 
     sleep.acquire(QStringLiteral("Radio recording in progress"));
@@ -68,26 +57,14 @@ TEST_F(LogindInhibitorTest, HoldsTheLockWithItsReasonUntilReleased)
     ASSERT_EQ(held.size(), 2);
     EXPECT_TRUE(held[0][0].toBool());
     EXPECT_FALSE(held[1][0].toBool());
-}
 
-TEST_F(LogindInhibitorTest, AWantedLockIsKeptAsItIs)
-{
-    ASSERT_TRUE(bus().startLogind());
-    auto link = connectedLink();
-    LogindInhibitor sleep(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
-
-    sleep.acquire(QStringLiteral("Scheduled radio recording pending"));
-    // Asked again while the first request is still on its way, and again once held.
-    sleep.acquire(QStringLiteral("Radio recording in progress"));
-    ASSERT_TRUE(waitUntil([&] { return sleep.isHeld(); }));
-    sleep.acquire(QStringLiteral("Radio recording in progress"));
-    QTest::qWait(100);
-
-    EXPECT_EQ(sleep.reason(), QStringLiteral("Scheduled radio recording pending"));
-    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) {
-        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("Scheduled radio recording pending"),
-                            QStringLiteral("block"));
+    delay->acquire(QStringLiteral("flush"));
+    ASSERT_TRUE(waitUntil([&] { return delay->isHeld(); }));
+    ASSERT_TRUE(bus().waitForInhibitors([](const Entries &e) {
+        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("flush"), QStringLiteral("delay"));
     }));
+    delay.reset();
+    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) { return e.isEmpty(); }));
 }
 
 TEST_F(LogindInhibitorTest, ALockGrantedAfterItsReleaseIsGivenBack)
@@ -113,24 +90,6 @@ TEST_F(LogindInhibitorTest, ALockGrantedAfterItsReleaseIsGivenBack)
     }));
     EXPECT_FALSE(sleep.isHeld());
     EXPECT_TRUE(sleepHeld.isEmpty());
-}
-
-TEST_F(LogindInhibitorTest, BlockAndDelayLocksAreIndependentAndGoWithTheirOwner)
-{
-    ASSERT_TRUE(bus().startLogind());
-    auto link = connectedLink();
-    LogindInhibitor block(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Block);
-    auto delay = std::make_unique<LogindInhibitor>(*link, QStringLiteral("sleep"), LogindInhibitor::Mode::Delay);
-
-    block.acquire(QStringLiteral("b"));
-    delay->acquire(QStringLiteral("d"));
-    ASSERT_TRUE(waitUntil([&] { return block.isHeld() && delay->isHeld(); }));
-    ASSERT_TRUE(bus().waitForInhibitors([](const Entries &e) { return e.size() == 2; }));
-
-    delay.reset(); // destroyed while held
-    EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) {
-        return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("b"), QStringLiteral("block"));
-    }));
 }
 
 TEST_F(LogindInhibitorTest, AChildProcessDoesNotKeepAReleasedLock)
@@ -176,21 +135,6 @@ TEST_F(LogindInhibitorTest, WithoutLogindNothingIsHeldItIsLoggedOnceAndALaterAcq
         return holdsExactly(e, QStringLiteral("sleep"), QStringLiteral("Scheduled radio recording pending"),
                             QStringLiteral("block"));
     }));
-}
-
-TEST_F(LogindInhibitorTest, ReportsPrepareForSleepBothWays)
-{
-    ASSERT_TRUE(bus().startLogind());
-    auto link = connectedLink();
-    LogindSleepWatch watch(*link);
-    ASSERT_TRUE(waitUntil([&] { return watch.isWatching(); }));
-    QSignalSpy spy(&watch, &LogindSleepWatch::prepareForSleep);
-
-    ASSERT_TRUE(bus().emitPrepareForSleep(true));
-    ASSERT_TRUE(bus().emitPrepareForSleep(false));
-    ASSERT_TRUE(waitUntil([&] { return spy.size() == 2; }));
-    EXPECT_TRUE(spy[0][0].toBool());
-    EXPECT_FALSE(spy[1][0].toBool());
 }
 
 // No fixture: this is the machine without any bus, where recording must work all the same.

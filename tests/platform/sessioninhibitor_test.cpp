@@ -22,18 +22,8 @@ const QString kRequestPath = QStringLiteral("/org/freedesktop/portal/desktop/req
 
 const QString kReason = QStringLiteral("Scheduled radio recording pending");
 
-class SessionInhibitorTest : public ::testing::Test {
+class SessionInhibitorTest : public PrivateBusTest {
 protected:
-    void SetUp() override
-    {
-        if (const QString missing = PrivateBus::missingTools(); !missing.isEmpty())
-            GTEST_SKIP() << "needs a private D-Bus with mocked session services: " << missing.toStdString();
-        m_bus = std::make_unique<PrivateBus>();
-        ASSERT_TRUE(m_bus->ok()) << "private dbus-daemon did not start";
-    }
-
-    PrivateBus &bus() { return *m_bus; }
-
     void startGnome(bool refuses = false)
     {
         ASSERT_TRUE(bus().startMock(kGnome, kGnomePath, kGnome));
@@ -80,8 +70,6 @@ protected:
             result.append(call.method);
         return result;
     }
-
-    std::unique_ptr<PrivateBus> m_bus;
 };
 
 TEST_F(SessionInhibitorTest, GnomeSessionGetsOnlyTheSuspendFlagAndItsCookieBackOnReleaseAndDestruction)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/dbuslink.h"
+
 #include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -276,4 +278,39 @@ private:
     QString m_connectionName;
     std::unique_ptr<QDBusConnection> m_connection;
     std::vector<std::unique_ptr<QProcess>> m_mocks;
+};
+
+// A fresh private bus for every test of the fixture; the test is skipped, saying why,
+// where dbus-daemon or python3-dbusmock are missing. Subclasses that set up more call
+// this SetUp first and return when it skipped or failed.
+class PrivateBusTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const QString missing = PrivateBus::missingTools(); !missing.isEmpty())
+            GTEST_SKIP() << "needs a private D-Bus with dbusmock services: " << missing.toStdString();
+        m_bus = std::make_unique<PrivateBus>();
+        ASSERT_TRUE(m_bus->ok()) << "private dbus-daemon did not start";
+    }
+
+    [[nodiscard]] bool setUpFailed() const { return IsSkipped() || HasFatalFailure(); }
+    PrivateBus &bus() { return *m_bus; }
+
+    std::unique_ptr<PrivateBus> m_bus;
+};
+
+// The same with logind mocked on the bus and a link to it standing in for the program's
+// system bus.
+class LogindBusTest : public PrivateBusTest {
+protected:
+    void SetUp() override
+    {
+        PrivateBusTest::SetUp();
+        if (setUpFailed())
+            return;
+        ASSERT_TRUE(bus().startLogind());
+        m_system = std::make_unique<DBusLink>(bus().address(), QStringLiteral("system"));
+    }
+
+    std::unique_ptr<DBusLink> m_system;
 };
