@@ -58,7 +58,8 @@ QVariant LibraryModel::data(const QModelIndex &index, int role) const
     case StationColumn: return track->station.value_or(QString());
     case DateAddedColumn:
         return sort ? QVariant(track->dateAdded)
-                    : QVariant(QLocale().toString(track->dateAdded.toLocalTime(), QLocale::ShortFormat));
+                    : QVariant(QLocale().toString(track->dateAdded.toLocalTime().date(), QLocale::ShortFormat) +
+                               QLatin1Char(' ') + track->dateAdded.toLocalTime().toString(QStringLiteral("HH:mm")));
     case PlayCountColumn: return sort ? QVariant(track->playCount) : QVariant(QString::number(track->playCount));
     default: return {};
     }

@@ -38,6 +38,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     m_sidebar->setFixedWidth(200);
     m_sidebar->setFrameShape(QFrame::NoFrame);
     m_sidebar->setSpacing(2);
+    m_sidebar->setFocusPolicy(Qt::NoFocus);
     m_sidebar->setStyleSheet(QStringLiteral(
         "QListWidget#sidebar { background: palette(window); padding: 16px 8px; border-right: 1px solid palette(mid); }"
         "QListWidget#sidebar::item { padding: 7px 10px; border-radius: 6px; }"
@@ -67,6 +68,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     connect(m_favorites, &FavoritesView::currentStationChanged, this, &MainWindow::setCurrentStation);
     connect(m_recents, &RecentsView::currentStationChanged, this, &MainWindow::setCurrentStation);
     connect(&app.recorder(), &SessionList::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
+    updateRecordingsBadge();
 
     m_root = new QStackedWidget(this);
     m_root->addWidget(m_content);

@@ -130,14 +130,15 @@ QWidget *SettingsView::buildNamingGroup()
     m_namePattern = new QLineEdit(Preferences::string(kNamePatternKey).value_or(QString()), group);
     m_namePattern->setPlaceholderText(QStringLiteral("%streamtitle%"));
     m_folderPattern = new QLineEdit(Preferences::string(kFolderPatternKey).value_or(QString()), group);
-    m_folderPattern->setPlaceholderText(QStringLiteral("%station%/%date%"));
+    m_folderPattern->setPlaceholderText(tx("settings.noSubfolders"));
     form->addRow(tx("settings.namePattern"), m_namePattern);
     form->addRow(tx("settings.folderPattern"), m_folderPattern);
     form->addRow(UiKit::makeHint(tx("settings.patternHelp"), group));
     m_preview = new QLabel(group);
     m_preview->setObjectName(QStringLiteral("namingPreview"));
     m_preview->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    m_preview->setWordWrap(true);
+    // A long path is cut at the right instead of widening the page; the tooltip holds it all.
+    m_preview->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     form->addRow(tx("settings.preview"), m_preview);
 
     auto *folderRow = new QHBoxLayout;
@@ -313,6 +314,7 @@ void SettingsView::updatePreview()
         AppPaths::recordingUrl(AppPaths::radioDir(), m_namePattern->text().trimmed(),
                                m_folderPattern->text().trimmed(), sample, QStringLiteral("mp3"), false);
     m_preview->setText(path ? *path : tx("settings.previewInvalid"));
+    m_preview->setToolTip(m_preview->text());
 }
 
 void SettingsView::refreshStats()

@@ -138,6 +138,8 @@ constexpr Entry kEntries[] = {
     {"settings.patternHelp", "Placeholders: %artist% %title% %streamtitle% %station% %date%",
      "Platzhalter: %artist% %title% %streamtitle% %station% %date%"},
     {"settings.preview", "Example:", "Beispiel:"},
+    {"settings.noSubfolders", "None: files go straight into the radio folder",
+     "Keine: Dateien landen direkt im Radio-Ordner"},
     {"settings.previewInvalid", "This pattern cannot be used.", "Dieses Muster ist nicht verwendbar."},
     {"settings.radioFolder", "Radio folder:", "Radio-Ordner:"},
     {"settings.choose", "Choose…", "Auswählen…"},

@@ -27,7 +27,8 @@ ToolsGateView::ToolsGateView(QWidget *parent)
     auto *outer = new QVBoxLayout(this);
     outer->addStretch(1);
     auto *box = new QWidget(this);
-    box->setMaximumWidth(640);
+    box->setMinimumWidth(600);
+    box->setMaximumWidth(680);
     auto *layout = new QVBoxLayout(box);
     layout->setSpacing(UiKit::kSpacing);
 
@@ -67,7 +68,8 @@ ToolsGateView::ToolsGateView(QWidget *parent)
     auto *commands = new QPlainTextEdit(copyCommands(YouTubeService::bundleBinDir()), box);
     commands->setReadOnly(true);
     commands->setFont(QFont(QStringLiteral("monospace")));
-    commands->setMaximumHeight(110);
+    commands->setLineWrapMode(QPlainTextEdit::NoWrap);
+    commands->setFixedHeight(commands->fontMetrics().lineSpacing() * 6 + 32);
     layout->addWidget(commands);
 
     auto *buttons = new QHBoxLayout;

@@ -41,10 +41,10 @@ QWidget *makeEmptyState(const QString &title, const QString &hint, QWidget *pare
     QLabel *hintLabel = makeHint(hint, widget);
     hintLabel->setObjectName(QStringLiteral("emptyHint"));
     hintLabel->setAlignment(Qt::AlignCenter);
-    hintLabel->setMaximumWidth(460);
     layout->addWidget(titleLabel);
     layout->addSpacing(6);
-    layout->addWidget(hintLabel, 0, Qt::AlignHCenter);
+    // No alignment flag here: it would keep the wrapped hint at one line's height.
+    layout->addWidget(hintLabel);
     layout->addStretch(3);
     return widget;
 }

@@ -1,3 +1,4 @@
+#include "app/favoritesview.h"
 #include "app/mainwindow.h"
 #include "app/radioview.h"
 #include "app/sessionlist.h"
@@ -87,9 +88,11 @@ TEST_F(ScreenshotTest, EveryPageRenders)
 
     // The empty pages, with their hints.
     app->recorder().stop();
-    for (const Station &station : app->favorites().list())
+    const QList<Station> favorites = app->favorites().list(); // remove() changes the list
+    for (const Station &station : favorites)
         app->favorites().remove(station.id);
     window.showPage(MainWindow::FavoritesPage);
+    EXPECT_TRUE(window.favoritesView()->showsEmptyState());
     QTest::qWait(50);
     save(&window, QStringLiteral("favorites-empty"));
     window.showPage(MainWindow::RecordingsPage);
