@@ -80,7 +80,6 @@ LibraryFilterModel::LibraryFilterModel(QObject *parent)
 {
     setSortRole(LibraryModel::kSortRole);
     setSortCaseSensitivity(Qt::CaseInsensitive);
-    setSortLocaleAware(true);
 }
 
 void LibraryFilterModel::setFilterText(const QString &text)

@@ -22,7 +22,12 @@ QLabel *makeHint(const QString &text, QWidget *parent)
     auto *label = new QLabel(text, parent);
     label->setWordWrap(true);
     QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, palette.color(QPalette::Disabled, QPalette::WindowText));
+    // Half way between text and background: quieter than text, still easy to read.
+    const QColor ink = palette.color(QPalette::WindowText);
+    const QColor window = palette.color(QPalette::Window);
+    palette.setColor(QPalette::WindowText, QColor((ink.red() * 11 + window.red() * 9) / 20,
+                                                  (ink.green() * 11 + window.green() * 9) / 20,
+                                                  (ink.blue() * 11 + window.blue() * 9) / 20));
     label->setPalette(palette);
     return label;
 }
