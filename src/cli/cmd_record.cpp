@@ -1,38 +1,15 @@
 #include "cli/cli.h"
+#include "cli/recordercli.h"
 #include "cli/signalwatcher.h"
 
-#include "engine/recordingcontext.h"
-#include "engine/recordingsession.h"
-#include "engine/recordingstats.h"
-#include "engine/segmentrecovery.h"
-#include "engine/trackinfolookup.h"
+#include "engine/radiorecorder.h"
 #include "library/librarystore.h"
-#include "tools/youtubeservice.h"
 
-#include <QCoreApplication>
 #include <QTimer>
 
 namespace {
 
 const char kUsage[] = "record URL [--name NAME] [--bitrate KBPS] [--full-show TITLE] [--for SECONDS]";
-
-// A saved song whose path is already in the library updates that entry instead of
-// adding a second one (a longer take replaced the file under the same name).
-void enterIntoLibrary(LibraryStore &library, const Track &track)
-{
-    const QList<Track> existing = track.filePath ? library.tracksByFilePath(*track.filePath) : QList<Track>();
-    if (existing.isEmpty()) {
-        if (!library.insert(track))
-            Cli::out(QStringLiteral("error\t") + library.lastError());
-        return;
-    }
-    Track updated = track;
-    updated.id = existing.first().id;
-    updated.playCount = existing.first().playCount;
-    updated.isFavorite = existing.first().isFavorite;
-    if (!library.save(updated))
-        Cli::out(QStringLiteral("error\t") + library.lastError());
-}
 
 int recordCommand(CliServices &services, const QStringList &args)
 {
@@ -62,57 +39,43 @@ int recordCommand(CliServices &services, const QStringList &args)
     if (parsed->has(QStringLiteral("full-show")))
         fullShow = parsed->value(QStringLiteral("full-show"));
 
-    LibraryOpenResult opened = LibraryStore::open(LibraryStore::defaultPath());
-    if (!opened)
-        return Cli::fail(opened.message);
-    LibraryStore &library = *opened.store;
-
-    SegmentRecovery::recoverOrphans();
-
-    auto &stats = services.make<RecordingStats>();
-    auto &context = services.make<RecordingContext>(services.http(), &stats);
-    context.storeBase = TrackInfoLookup::storeBase();
-    context.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
+    const auto setup = RecorderCli::setUp(services, &error);
+    if (!setup)
+        return Cli::fail(error);
+    RadioRecorder &recorder = setup->recorder;
+    LibraryStore &library = setup->library;
 
     SignalWatcher signals;
     bool finished = false;
     int exitCode = kExitOk;
-
-    auto *session = new RecordingSession(station, fullShow, context);
-    auto stopAndFinish = [&, session](int code) {
+    auto finish = [&](int code) {
         if (finished)
             return;
-        finished = true; // before stop(): it calls onStopped, which lands here again
+        finished = true; // before stop(): the session's end lands here again
         exitCode = code;
-        session->stop();
+        recorder.stop();
     };
-    session->onTrackSaved = [&library](const Track &track) {
-        enterIntoLibrary(library, track);
-        Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
-    };
-    session->onStopped = [&] { stopAndFinish(kExitGaveUp); };
-    QObject::connect(session, &RecordingSession::currentStreamTitleChanged,
-                     [](const QString &title) { Cli::out(QStringLiteral("title\t") + title); });
-    QObject::connect(session, &RecordingSession::errorMessageChanged, [&](const QString &message) {
-        Cli::out(QStringLiteral("error\t") + message);
+    // Any end we did not ask for is the session giving up.
+    QObject::connect(&recorder, &RadioRecorder::sessionEnded, [&] { finish(kExitGaveUp); });
+    QObject::connect(&recorder, &RadioRecorder::sessionErrorChanged, [&](const QString &, const QString &message) {
         if (message == QStringLiteral("Ungültige Stream-URL"))
-            stopAndFinish(kExitGaveUp);
+            finish(kExitGaveUp);
     });
-    QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { stopAndFinish(kExitOk); });
+    QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finish(kExitOk); });
     QTimer limit;
     if (forSec) {
         limit.setSingleShot(true);
-        limit.callOnTimeout([&] { stopAndFinish(kExitOk); });
+        limit.callOnTimeout([&] { finish(kExitOk); });
         limit.start(int(*forSec * 1000));
     }
 
-    Cli::out(QStringLiteral("started\t") + station.id);
+    recorder.start(station, fullShow, [&library](const Track &track) {
+        if (!RadioRecorder::upsertIntoLibrary(track, library))
+            Cli::out(QStringLiteral("error\t") + library.lastError());
+    });
     Cli::waitUntilDone(finished);
-    // The last song is finalised and saved after the stop; wait for it and every other save.
-    while (!session->isIdle())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 50);
-    Cli::out(QStringLiteral("stopped\t") + station.id);
-    delete session;
+    // The last song is finalised and saved after the stop.
+    recorder.waitForSaves();
     return exitCode;
 }
 

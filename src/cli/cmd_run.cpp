@@ -1,0 +1,57 @@
+#include "cli/cli.h"
+#include "cli/recordercli.h"
+#include "cli/signalwatcher.h"
+
+#include "engine/powerassertion.h"
+#include "engine/radiorecorder.h"
+#include "engine/sniperscheduler.h"
+
+#include <chrono>
+#include <cmath>
+
+namespace {
+
+const char kUsage[] = "run [--tick SECONDS]";
+
+int runCommand(CliServices &services, const QStringList &args)
+{
+    const QString usage = QString::fromLatin1(kUsage);
+    QString error;
+    const auto parsed = Cli::parse(args, {QStringLiteral("tick")}, false, 0, 0, &error);
+    if (!parsed)
+        return Cli::usageError(usage, error);
+    SniperScheduler::Options options;
+    if (parsed->has(QStringLiteral("tick"))) {
+        bool ok = false;
+        const double tickSec = parsed->value(QStringLiteral("tick")).toDouble(&ok);
+        if (!ok || !std::isfinite(tickSec) || tickSec < 0.01 || tickSec > 3600)
+            return Cli::usageError(usage, QStringLiteral("--tick takes 0.01 to 3600 seconds"));
+        options.tickInterval = std::chrono::milliseconds(std::llround(tickSec * 1000));
+    }
+
+    const auto setup = RecorderCli::setUp(services, &error);
+    if (!setup)
+        return Cli::fail(error);
+    RadioRecorder &recorder = setup->recorder;
+
+    // Holds nothing with the system yet: the logind lock takes its place where a system
+    // bus is there to ask.
+    NullPowerAssertion power;
+    auto scheduler = std::make_unique<SniperScheduler>(power, options);
+    scheduler->configure(recorder, setup->library);
+
+    SignalWatcher signals;
+    bool finished = false;
+    QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finished = true; });
+    Cli::waitUntilDone(finished);
+
+    // No tick may start anything while the last songs are being saved.
+    scheduler.reset();
+    recorder.stop();
+    recorder.waitForSaves();
+    return kExitOk;
+}
+
+const Cli::Registration registration("run", kUsage, runCommand);
+
+} // namespace

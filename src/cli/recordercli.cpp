@@ -1,0 +1,46 @@
+#include "cli/recordercli.h"
+
+#include "cli/cli.h"
+
+#include "engine/radiorecorder.h"
+#include "engine/recordingcontext.h"
+#include "engine/recordingstats.h"
+#include "engine/segmentrecovery.h"
+#include "engine/trackinfolookup.h"
+#include "library/librarystore.h"
+#include "tools/youtubeservice.h"
+
+namespace RecorderCli {
+
+std::optional<Recorder> setUp(CliServices &services, QString *error)
+{
+    LibraryOpenResult opened = LibraryStore::open(LibraryStore::defaultPath());
+    if (!opened) {
+        *error = opened.message;
+        return std::nullopt;
+    }
+    LibraryStore &library = *services.make<std::unique_ptr<LibraryStore>>(std::move(opened.store));
+
+    SegmentRecovery::recoverOrphans();
+
+    auto &stats = services.make<RecordingStats>();
+    auto &context = services.make<RecordingContext>(services.http(), &stats);
+    context.storeBase = TrackInfoLookup::storeBase();
+    context.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
+    auto &recorder = services.make<RadioRecorder>(context);
+
+    QObject::connect(&recorder, &RadioRecorder::sessionStarted,
+                     [](const Station &station) { Cli::out(QStringLiteral("started\t") + station.id); });
+    QObject::connect(&recorder, &RadioRecorder::sessionEnded,
+                     [](const Station &station) { Cli::out(QStringLiteral("stopped\t") + station.id); });
+    QObject::connect(&recorder, &RadioRecorder::streamTitleChanged,
+                     [](const QString &, const QString &title) { Cli::out(QStringLiteral("title\t") + title); });
+    QObject::connect(&recorder, &RadioRecorder::sessionErrorChanged,
+                     [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    QObject::connect(&recorder, &RadioRecorder::trackSaved, [](const QString &, const Track &track) {
+        Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
+    });
+    return Recorder{library, recorder};
+}
+
+} // namespace RecorderCli
