@@ -249,17 +249,17 @@ ScheduledRecording ScheduledRecording::make(const Station &station, const QDateT
 
 std::optional<Station> ScheduledRecording::station() const
 {
-    QJsonObject object{
-        {QStringLiteral("stationuuid"), stationId},
-        {QStringLiteral("name"), stationName},
-        {QStringLiteral("url_resolved"), streamUrl},
-        {QStringLiteral("country"), country},
-        {QStringLiteral("bitrate"), double(bitrate)},
-        {QStringLiteral("codec"), codec},
-    };
-    if (favicon)
-        object.insert(QStringLiteral("favicon"), *favicon);
-    return Station::json(object);
+    // Through the directory's object and builder, so a plan is exactly as usable as the
+    // station it was made from would be today.
+    Station copied;
+    copied.id = stationId;
+    copied.name = stationName;
+    copied.streamUrl = streamUrl;
+    copied.country = country;
+    copied.bitrate = bitrate;
+    copied.codec = codec;
+    copied.favicon = favicon;
+    return Station::json(copied.storedObject());
 }
 
 QString ScheduledRecording::showTitle(const QLocale &locale) const

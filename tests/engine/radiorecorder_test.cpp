@@ -1,13 +1,7 @@
-#include "engine/enginesettingsstore.h"
-#include "engine/radiorecorder.h"
-#include "engine/recordingcontext.h"
 #include "engine/recordingsession.h"
-#include "library/librarystore.h"
-#include "platform/httpclient.h"
 
-#include "fixtureserver.h"
 #include "icystream.h"
-#include "testenv.h"
+#include "recorderfixture.h"
 
 #include <QProcess>
 #include <QSignalSpy>
@@ -17,21 +11,8 @@
 
 namespace {
 
-class RadioRecorderTest : public ::testing::Test {
+class RadioRecorderTest : public RecorderFixture {
 protected:
-    void SetUp() override
-    {
-        RadioEngineSettings settings;
-        settings.lossless = true; // the stream's own bytes: no ffmpeg needed
-        settings.minDurationSec = 0;
-        EngineSettingsStore().setGlobal(settings);
-        context.timings.reconnectDelaySec = [](qint64) { return 0.01; };
-        context.timings.statusPolling = false;
-        LibraryOpenResult opened = LibraryStore::open(home.file(QStringLiteral("library.sqlite")));
-        ASSERT_TRUE(opened) << opened.message.toStdString();
-        library = std::move(opened.store);
-    }
-
     // A station playing `titles`, a new one every three blocks of 20 ms.
     Station station(const QByteArray &path, const QList<QByteArray> &titles = {"A - One", "B - Two", "C - Three"})
     {
@@ -57,13 +38,6 @@ protected:
         return Track(title, QStringLiteral("Artist"), QStringLiteral("Album"), 200, added, QString(), false, 0,
                      QStringLiteral("radio"), QStringLiteral("Station FM"), path);
     }
-
-    TestHome home;
-    FixtureServer server;
-    HttpClient http;
-    RecordingContext context{http, nullptr};
-    RadioRecorder recorder{context};
-    std::unique_ptr<LibraryStore> library;
 };
 
 TEST_F(RadioRecorderTest, KeepsOneSessionPerStationInStartOrder)

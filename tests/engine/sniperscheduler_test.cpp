@@ -1,15 +1,9 @@
-#include "engine/enginesettingsstore.h"
 #include "engine/powerassertion.h"
-#include "engine/radiorecorder.h"
-#include "engine/recordingcontext.h"
 #include "engine/recordingsession.h"
 #include "engine/sniperscheduler.h"
-#include "library/librarystore.h"
-#include "platform/httpclient.h"
 
-#include "fixtureserver.h"
 #include "icystream.h"
-#include "testenv.h"
+#include "recorderfixture.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -269,27 +263,13 @@ TEST(ScheduleArithmetic, WallClockWindowsSurviveDaylightSavingChanges)
     }
 }
 
-class SniperSchedulerTest : public ::testing::Test {
+class SniperSchedulerTest : public RecorderFixture {
 protected:
     void SetUp() override
     {
-        RadioEngineSettings settings;
-        settings.lossless = true;
-        settings.minDurationSec = 0;
-        EngineSettingsStore().setGlobal(settings);
-        context.timings.reconnectDelaySec = [](qint64) { return 0.01; };
-        context.timings.statusPolling = false;
-        LibraryOpenResult opened = LibraryStore::open(home.file(QStringLiteral("library.sqlite")));
-        ASSERT_TRUE(opened) << opened.message.toStdString();
-        library = std::move(opened.store);
+        RecorderFixture::SetUp();
         server.route("/live", IcyStream::station({"A - One", "B - Two", "C - Three"}, 3, 20));
         live = fixtureStation(QString::fromLatin1(server.url("/live")));
-    }
-
-    void TearDown() override
-    {
-        recorder.stop();
-        recorder.waitForSaves();
     }
 
     std::unique_ptr<SniperScheduler> makeScheduler(NullPowerAssertion &holder, int tickMs = 3600000)
@@ -309,14 +289,8 @@ protected:
 
     QByteArray fileBytes() const { return readFile(file); }
 
-    TestHome home;
     const QString file = home.file(QStringLiteral("data/Orvida/sniper_schedule.json"));
     QDateTime now = QDateTime(QDate(2025, 6, 2), QTime(12, 0), Qt::UTC);
-    FixtureServer server;
-    HttpClient http;
-    RecordingContext context{http, nullptr};
-    RadioRecorder recorder{context};
-    std::unique_ptr<LibraryStore> library;
     NullPowerAssertion power;
     Station live;
 };
