@@ -8,10 +8,10 @@
 
 class Application;
 class QLabel;
+class QMenu;
 class QLineEdit;
-class QStackedWidget;
 class QTableView;
-class StationActionBar;
+class StationListPane;
 class StationTableModel;
 
 // The favourites in the user's order: a filter field, the count, reordering by drag and
@@ -32,8 +32,8 @@ public:
 
     [[nodiscard]] std::optional<Station> selectedStation() const;
     QLineEdit *filterField() const { return m_filter; }
-    QTableView *table() const { return m_table; }
-    StationTableModel *model() const { return m_model; }
+    QTableView *table() const;
+    StationTableModel *model() const;
     QLabel *countLabel() const { return m_count; }
     [[nodiscard]] bool showsEmptyState() const;
 
@@ -42,15 +42,11 @@ Q_SIGNALS:
 
 private:
     void refresh();
-    void showContextMenu(const QPoint &pos);
+    void addMoveActions(QMenu &menu, const Station &station);
 
     Application &m_app;
     QLineEdit *m_filter = nullptr;
     QLabel *m_count = nullptr;
     QLabel *m_hint = nullptr;
-    QStackedWidget *m_stack = nullptr;
-    QWidget *m_empty = nullptr;
-    QTableView *m_table = nullptr;
-    StationTableModel *m_model = nullptr;
-    StationActionBar *m_actions = nullptr;
+    StationListPane *m_pane = nullptr;
 };

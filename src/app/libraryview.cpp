@@ -30,16 +30,9 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     };
     openFolder = [](const QUrl &folder) { QDesktopServices::openUrl(folder); };
 
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(UiKit::kPageMargin, UiKit::kPageMargin, UiKit::kPageMargin, UiKit::kPageMargin);
-    layout->setSpacing(UiKit::kSpacing);
-    auto *titleRow = new QHBoxLayout;
-    titleRow->addWidget(UiKit::makeTitle(tx("lib.title"), this));
-    titleRow->addStretch();
-    m_count = UiKit::makeHint(QString(), this);
-    m_count->setWordWrap(false);
-    titleRow->addWidget(m_count, 0, Qt::AlignBottom);
-    layout->addLayout(titleRow);
+    const UiKit::Page page = UiKit::makePage(this, tx("lib.title"));
+    QVBoxLayout *layout = page.layout;
+    m_count = page.count;
 
     m_filter = new QLineEdit(this);
     m_filter->setPlaceholderText(tx("lib.filterPlaceholder"));

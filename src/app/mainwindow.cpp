@@ -8,6 +8,7 @@
 #include "app/recordingsview.h"
 #include "app/sessionlist.h"
 #include "app/settingsview.h"
+#include "app/stationlistpane.h"
 #include "app/texts.h"
 #include "app/toolsgateview.h"
 #include "stations/favoritestations.h"
@@ -64,9 +65,26 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     m_sidebar->setCurrentRow(RadioPage);
 
-    connect(m_radio, &RadioView::currentStationChanged, this, &MainWindow::setCurrentStation);
-    connect(m_favorites, &FavoritesView::currentStationChanged, this, &MainWindow::setCurrentStation);
-    connect(m_recents, &RecentsView::currentStationChanged, this, &MainWindow::setCurrentStation);
+    // Lists on hidden pages change too (a favourite added elsewhere resets theirs): only the
+    // page in front decides the current station.
+    auto follow = [this](QWidget *page) {
+        return [this, page](const std::optional<Station> &station) {
+            if (m_pages->currentWidget() == page)
+                setCurrentStation(station);
+        };
+    };
+    connect(m_radio, &RadioView::currentStationChanged, this, follow(m_radio));
+    connect(m_favorites, &FavoritesView::currentStationChanged, this, follow(m_favorites));
+    connect(m_recents, &RecentsView::currentStationChanged, this, follow(m_recents));
+    connect(m_pages, &QStackedWidget::currentChanged, this, [this] {
+        QWidget *page = m_pages->currentWidget();
+        if (page == m_radio)
+            setCurrentStation(m_radio->selectedStation());
+        else if (page == m_favorites)
+            setCurrentStation(m_favorites->selectedStation());
+        else if (page == m_recents)
+            setCurrentStation(m_recents->pane()->selectedStation());
+    });
     connect(&app.recorder(), &SessionList::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
 

@@ -3,6 +3,7 @@
 #include "app/application.h"
 #include "app/sessionlist.h"
 #include "app/stationactionbar.h"
+#include "app/stationlistpane.h"
 #include "app/stationtablemodel.h"
 #include "app/texts.h"
 #include "app/uikit.h"
@@ -30,10 +31,8 @@ RadioView::RadioView(Application &app, QWidget *parent)
     : QWidget(parent)
     , m_app(app)
 {
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(UiKit::kPageMargin, UiKit::kPageMargin, UiKit::kPageMargin, UiKit::kPageMargin);
-    layout->setSpacing(UiKit::kSpacing);
-    layout->addWidget(UiKit::makeTitle(tx("radio.title"), this));
+    const UiKit::Page page = UiKit::makePage(this, tx("radio.title"));
+    QVBoxLayout *layout = page.layout;
 
     auto *searchRow = new QHBoxLayout;
     m_search = new QLineEdit(this);
@@ -61,19 +60,8 @@ RadioView::RadioView(Application &app, QWidget *parent)
     headingRow->addWidget(m_status);
     layout->addLayout(headingRow);
 
-    m_model = new StationTableModel(this);
-    m_table = new QTableView(this);
-    m_table->setModel(m_model);
-    UiKit::configureTable(m_table);
-    m_table->setSelectionMode(QAbstractItemView::SingleSelection);
-    m_empty = UiKit::makeEmptyState(tx("radio.emptyTitle"), tx("radio.emptyHint"), this);
-    m_stack = new QStackedWidget(this);
-    m_stack->addWidget(m_table);
-    m_stack->addWidget(m_empty);
-    layout->addWidget(m_stack, 1);
-
-    m_actions = new StationActionBar(app, this);
-    layout->addWidget(m_actions);
+    m_pane = new StationListPane(app, tx("radio.emptyTitle"), tx("radio.emptyHint"), this);
+    layout->addWidget(m_pane, 1);
 
     StationDirectory &directory = app.directory();
     connect(m_search, &QLineEdit::textChanged, this, [this](const QString &text) {
@@ -88,31 +76,12 @@ RadioView::RadioView(Application &app, QWidget *parent)
     connect(&directory, &StationDirectory::recommendationsChanged, this, &RadioView::refreshList);
     connect(&directory, &StationDirectory::isSearchingChanged, this, &RadioView::refreshList);
     connect(&directory, &StationDirectory::isLoadingMoreChanged, this, &RadioView::refreshList);
-    connect(&directory, &StationDirectory::icyStatusChanged, m_model, &StationTableModel::setIcy);
-    connect(&app.favorites(), &FavoriteStations::changed, this,
-            [this] { m_model->setFavoriteIds(m_app.favorites().ids()); });
-    connect(&app.recorder(), &SessionList::sessionsChanged, this,
-            [this] { m_model->setRecordingIds(m_app.recorder().stationIds()); });
-    connect(m_table->verticalScrollBar(), &QScrollBar::valueChanged, this, &RadioView::maybeLoadMore);
-    connect(m_table->verticalScrollBar(), &QScrollBar::rangeChanged, this, &RadioView::maybeLoadMore);
-    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &RadioView::selectionChanged);
-    connect(m_model, &QAbstractItemModel::modelReset, this, &RadioView::selectionChanged);
-    connect(m_table, &QTableView::doubleClicked, this, [this](const QModelIndex &index) {
-        if (const Station *station = m_model->stationAt(index.row()))
-            StationActionBar::toggleRecording(m_app, *station);
-    });
-    connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &pos) {
-        const Station *station = m_model->stationAt(m_table->indexAt(pos).row());
-        if (!station)
-            return;
-        QMenu menu;
-        StationActionBar::addActions(menu, m_app, *station);
-        menu.exec(m_table->viewport()->mapToGlobal(pos));
-    });
+    connect(&directory, &StationDirectory::icyStatusChanged, model(), &StationTableModel::setIcy);
+    connect(table()->verticalScrollBar(), &QScrollBar::valueChanged, this, &RadioView::maybeLoadMore);
+    connect(table()->verticalScrollBar(), &QScrollBar::rangeChanged, this, &RadioView::maybeLoadMore);
+    connect(m_pane, &StationListPane::currentStationChanged, this, &RadioView::currentStationChanged);
 
-    m_model->setFavoriteIds(app.favorites().ids());
-    m_model->setIcyStatus(directory.icyStatus());
-    m_model->setRecordingIds(app.recorder().stationIds());
+    model()->setIcyStatus(directory.icyStatus());
     refreshList();
 }
 
@@ -126,18 +95,22 @@ void RadioView::showEvent(QShowEvent *event)
 
 std::optional<Station> RadioView::selectedStation() const
 {
-    const QModelIndexList rows = m_table->selectionModel()->selectedRows();
-    if (rows.isEmpty())
-        return std::nullopt;
-    const Station *station = m_model->stationAt(rows.first().row());
-    return station ? std::optional<Station>(*station) : std::nullopt;
+    return m_pane->selectedStation();
 }
 
-void RadioView::selectionChanged()
+QTableView *RadioView::table() const
 {
-    const std::optional<Station> station = selectedStation();
-    m_actions->setStation(station);
-    Q_EMIT currentStationChanged(station);
+    return m_pane->table();
+}
+
+StationTableModel *RadioView::model() const
+{
+    return m_pane->model();
+}
+
+StationActionBar *RadioView::actionBar() const
+{
+    return m_pane->actionBar();
 }
 
 void RadioView::refreshList()
@@ -147,13 +120,13 @@ void RadioView::refreshList()
     QString status;
     if (m_source != Source::Directory && m_single) {
         m_heading->setText(m_source == Source::Random ? tx("radio.randomPick") : tx("radio.customPick"));
-        m_model->setStations({*m_single});
+        model()->setStations({*m_single});
     } else if (query.isEmpty()) {
         m_heading->setText(tx("radio.recommendations"));
-        m_model->setStations(directory.recommendations());
+        model()->setStations(directory.recommendations());
     } else {
         m_heading->setText(Texts::text("radio.resultsFormat").arg(query));
-        m_model->setStations(directory.results());
+        model()->setStations(directory.results());
         if (directory.isSearching())
             status = tx("radio.searching");
         else if (directory.isLoadingMore())
@@ -161,15 +134,10 @@ void RadioView::refreshList()
     }
     m_status->setText(status);
 
-    if (m_model->rowCount() > 0) {
-        m_stack->setCurrentWidget(m_table);
-    } else {
-        if (!query.isEmpty() && !directory.isSearching())
-            UiKit::setEmptyStateTexts(m_empty, Texts::text("radio.noResultsFormat").arg(query), tx("radio.emptyHint"));
-        else
-            UiKit::setEmptyStateTexts(m_empty, tx("radio.emptyTitle"), tx("radio.emptyHint"));
-        m_stack->setCurrentWidget(m_empty);
-    }
+    if (!query.isEmpty() && !directory.isSearching())
+        m_pane->showRowsOrEmpty(Texts::text("radio.noResultsFormat").arg(query), tx("radio.emptyHint"));
+    else
+        m_pane->showRowsOrEmpty(tx("radio.emptyTitle"), tx("radio.emptyHint"));
     // A first page shorter than the view shows its last row at once.
     QTimer::singleShot(0, this, &RadioView::maybeLoadMore);
 }
@@ -179,11 +147,12 @@ void RadioView::maybeLoadMore()
     StationDirectory &directory = m_app.directory();
     if (!isVisible() || m_source != Source::Directory || m_search->text().trimmed().isEmpty())
         return;
-    if (!directory.hasMore() || directory.isLoadingMore() || directory.isSearching() || m_model->rowCount() == 0)
+    const int rows = model()->rowCount();
+    if (!directory.hasMore() || directory.isLoadingMore() || directory.isSearching() || rows == 0)
         return;
-    const int bottomRow = m_table->rowAt(m_table->viewport()->height() - 1);
+    const int bottomRow = table()->rowAt(table()->viewport()->height() - 1);
     // -1: the rows end above the bottom edge, so the last one is in view.
-    if (bottomRow == -1 || bottomRow >= m_model->rowCount() - 1)
+    if (bottomRow == -1 || bottomRow >= rows - 1)
         directory.loadMore();
 }
 
@@ -210,7 +179,7 @@ void RadioView::showSingle(Source source, const Station &station)
     m_source = source;
     m_single = station;
     refreshList();
-    m_table->selectRow(0);
+    table()->selectRow(0);
 }
 
 void RadioView::askForCustomStation()

@@ -10,9 +10,9 @@
 class Application;
 class QLabel;
 class QLineEdit;
-class QStackedWidget;
 class QTableView;
 class StationActionBar;
+class StationListPane;
 class StationTableModel;
 
 // The station search: a debounced name search over the directory, more rows as the last
@@ -32,9 +32,9 @@ public:
 
     [[nodiscard]] std::optional<Station> selectedStation() const;
     QLineEdit *searchField() const { return m_search; }
-    QTableView *table() const { return m_table; }
-    StationTableModel *model() const { return m_model; }
-    StationActionBar *actionBar() const { return m_actions; }
+    QTableView *table() const;
+    StationTableModel *model() const;
+    StationActionBar *actionBar() const;
 
 Q_SIGNALS:
     void currentStationChanged(const std::optional<Station> &station);
@@ -49,7 +49,6 @@ private:
     void maybeLoadMore();
     void askForCustomStation();
     void showSingle(Source source, const Station &station);
-    void selectionChanged();
 
     Application &m_app;
     Source m_source = Source::Directory;
@@ -59,9 +58,5 @@ private:
     QLineEdit *m_search = nullptr;
     QLabel *m_heading = nullptr;
     QLabel *m_status = nullptr;
-    QStackedWidget *m_stack = nullptr;
-    QWidget *m_empty = nullptr;
-    QTableView *m_table = nullptr;
-    StationTableModel *m_model = nullptr;
-    StationActionBar *m_actions = nullptr;
+    StationListPane *m_pane = nullptr;
 };

@@ -7,10 +7,7 @@
 #include <optional>
 
 class Application;
-class QStackedWidget;
-class QTableView;
-class StationActionBar;
-class StationTableModel;
+class StationListPane;
 
 // The stations played or recorded last, most recent first, with the station actions.
 //
@@ -21,20 +18,14 @@ class RecentsView : public QWidget {
 public:
     explicit RecentsView(Application &app, QWidget *parent = nullptr);
 
-    QTableView *table() const { return m_table; }
-    StationTableModel *model() const { return m_model; }
+    StationListPane *pane() const { return m_pane; }
 
 Q_SIGNALS:
     void currentStationChanged(const std::optional<Station> &station);
 
 private:
     void refresh();
-    [[nodiscard]] std::optional<Station> selectedStation() const;
 
     Application &m_app;
-    QStackedWidget *m_stack = nullptr;
-    QWidget *m_empty = nullptr;
-    QTableView *m_table = nullptr;
-    StationTableModel *m_model = nullptr;
-    StationActionBar *m_actions = nullptr;
+    StationListPane *m_pane = nullptr;
 };

@@ -19,19 +19,12 @@ RecordingsView::RecordingsView(Application &app, QWidget *parent)
     : QWidget(parent)
     , m_app(app)
 {
-    auto *layout = new QVBoxLayout(this);
-    layout->setContentsMargins(UiKit::kPageMargin, UiKit::kPageMargin, UiKit::kPageMargin, UiKit::kPageMargin);
-    layout->setSpacing(UiKit::kSpacing);
-    auto *titleRow = new QHBoxLayout;
-    titleRow->addWidget(UiKit::makeTitle(tx("rec.title"), this));
-    titleRow->addStretch();
-    m_count = UiKit::makeHint(QString(), this);
-    m_count->setWordWrap(false);
-    titleRow->addWidget(m_count);
+    const UiKit::Page page = UiKit::makePage(this, tx("rec.title"));
+    QVBoxLayout *layout = page.layout;
+    m_count = page.count;
     m_stopAll = new QPushButton(tx("rec.stopAll"), this);
     m_stopAll->setObjectName(QStringLiteral("stopAllButton"));
-    titleRow->addWidget(m_stopAll);
-    layout->addLayout(titleRow);
+    page.titleRow->addWidget(m_stopAll);
 
     m_table = new QTableWidget(0, ColumnCount, this);
     m_table->setHorizontalHeaderLabels(

@@ -1,11 +1,29 @@
 #include "app/uikit.h"
 
+#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QTableView>
 #include <QVBoxLayout>
 
 namespace UiKit {
+
+Page makePage(QWidget *page, const QString &title)
+{
+    Page out;
+    out.layout = new QVBoxLayout(page);
+    out.layout->setContentsMargins(kPageMargin, kPageMargin, kPageMargin, kPageMargin);
+    out.layout->setSpacing(kSpacing);
+    out.titleRow = new QHBoxLayout;
+    out.titleRow->addWidget(makeTitle(title, page));
+    out.titleRow->addStretch();
+    out.count = makeHint(QString(), page);
+    out.count->setWordWrap(false);
+    out.count->hide();
+    out.titleRow->addWidget(out.count);
+    out.layout->addLayout(out.titleRow);
+    return out;
+}
 
 QLabel *makeTitle(const QString &text, QWidget *parent)
 {

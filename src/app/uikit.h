@@ -2,7 +2,9 @@
 
 #include <QString>
 
+class QHBoxLayout;
 class QLabel;
+class QVBoxLayout;
 class QTableView;
 class QWidget;
 
@@ -12,6 +14,15 @@ namespace UiKit {
 
 inline constexpr int kPageMargin = 20;
 inline constexpr int kSpacing = 10;
+
+// The frame of a page: margins, spacing and a title row whose right end holds a quiet
+// count label (hidden until the page sets a text) and whatever the page adds there.
+struct Page {
+    QVBoxLayout *layout = nullptr;
+    QHBoxLayout *titleRow = nullptr;
+    QLabel *count = nullptr;
+};
+[[nodiscard]] Page makePage(QWidget *page, const QString &title);
 
 // A page title in a larger, bold font.
 [[nodiscard]] QLabel *makeTitle(const QString &text, QWidget *parent = nullptr);

@@ -1,6 +1,7 @@
 #include "app/mainwindow.h"
 #include "app/radioview.h"
 #include "app/stationactionbar.h"
+#include "app/favoritesview.h"
 #include "app/stationtablemodel.h"
 
 #include "appfixture.h"
@@ -169,6 +170,14 @@ TEST_F(RadioViewTest, CtrlDTogglesTheSelectedStationWithANoticeThatExpires)
     QTest::qWait(100);
     EXPECT_EQ(window.toastText(), QStringLiteral("Removed from favourites"));
     EXPECT_TRUE(waitUntil([&] { return window.toastText().isEmpty(); }, 2000));
+
+    // The page in front decides: an empty selection there means no current station.
+    window.showPage(MainWindow::FavoritesPage);
+    window.toggleCurrentFavorite();
+    EXPECT_TRUE(app->favorites().list().isEmpty());
+    window.showPage(MainWindow::RadioPage);
+    window.toggleCurrentFavorite();
+    EXPECT_TRUE(app->favorites().isFavorite(QStringLiteral("custom:http://127.0.0.1:9/a")));
 }
 
 } // namespace
