@@ -138,7 +138,8 @@ QWidget *SettingsView::buildNamingGroup()
     m_preview->setObjectName(QStringLiteral("namingPreview"));
     m_preview->setTextInteractionFlags(Qt::TextSelectableByMouse);
     // A long path is cut at the right instead of widening the page; the tooltip holds it all.
-    m_preview->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_preview->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    m_preview->setMinimumWidth(100);
     form->addRow(tx("settings.preview"), m_preview);
 
     auto *folderRow = new QHBoxLayout;
