@@ -41,23 +41,21 @@ ScheduledRecording makePlan(int i, const QDateTime &start)
     if (i % 3 == 0)
         s.favicon = QStringLiteral("https://radio%1.example/favicon.png").arg(i);
     using Rule = ScheduledRecording::RepeatRule;
-    const std::optional<Rule> rules[] = {std::nullopt, Rule::None, Rule::Daily, Rule::Weekly};
+    const std::optional<Rule> rules[] = { std::nullopt, Rule::None, Rule::Daily, Rule::Weekly };
     return ScheduledRecording::make(s, start, start.addSecs(3600),
-                                    i % 3 == 0 ? ScheduledRecording::Mode::FullShow
-                                               : ScheduledRecording::Mode::SplitTracks,
-                                    rules[i % 4]);
+        i % 3 == 0 ? ScheduledRecording::Mode::FullShow : ScheduledRecording::Mode::SplitTracks, rules[i % 4]);
 }
 
 struct Folder {
     // Beside the executable: /tmp may be a RAM file system, and the targets are for a disk.
-    QTemporaryDir dir{QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath()
-                      + QStringLiteral("/scheduler_bench.XXXXXX")};
+    QTemporaryDir dir { QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath()
+        + QStringLiteral("/scheduler_bench.XXXXXX") };
     QString file(const QString &name) const { return dir.filePath(name); }
 };
 
 qint64 changeStamp(const QString &path)
 {
-    struct stat info {};
+    struct stat info { };
     if (::stat(QFile::encodeName(path).constData(), &info) != 0)
         return -1;
     return qint64(info.st_ino) * 1000000007LL + info.st_mtim.tv_nsec + info.st_mtim.tv_sec;

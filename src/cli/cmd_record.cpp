@@ -15,8 +15,8 @@ int recordCommand(CliServices &services, const QStringList &args)
 {
     const QString usage = QString::fromLatin1(kUsage);
     QString error;
-    const auto parsed = Cli::parse(
-        args, {QStringLiteral("name"), QStringLiteral("bitrate"), QStringLiteral("full-show"), QStringLiteral("for")},
+    const auto parsed = Cli::parse(args,
+        { QStringLiteral("name"), QStringLiteral("bitrate"), QStringLiteral("full-show"), QStringLiteral("for") },
         false, 1, 1, &error);
     if (!parsed)
         return Cli::usageError(usage, error);

@@ -17,7 +17,7 @@ int runCommand(CliServices &services, const QStringList &args)
 {
     const QString usage = QString::fromLatin1(kUsage);
     QString error;
-    const auto parsed = Cli::parse(args, {QStringLiteral("tick")}, false, 0, 0, &error);
+    const auto parsed = Cli::parse(args, { QStringLiteral("tick") }, false, 0, 0, &error);
     if (!parsed)
         return Cli::usageError(usage, error);
     SniperScheduler::Options options;

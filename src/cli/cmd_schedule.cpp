@@ -37,7 +37,8 @@ int add(SniperScheduler &scheduler, const CliArgs &args, const QString &usage)
     const auto start = timeFrom(args.value(QStringLiteral("start")));
     const auto end = timeFrom(args.value(QStringLiteral("end")));
     if (!start || !end)
-        return Cli::usageError(usage, QStringLiteral("times are ISO 8601, e.g. 2025-01-05T20:00 or 2025-01-05T20:00+01:00"));
+        return Cli::usageError(
+            usage, QStringLiteral("times are ISO 8601, e.g. 2025-01-05T20:00 or 2025-01-05T20:00+01:00"));
     if (*end <= *start)
         return Cli::usageError(usage, QStringLiteral("--end must be later than --start"));
     Mode mode = Mode::SplitTracks;
@@ -78,7 +79,7 @@ int list(const SniperScheduler &scheduler, bool json)
         return kExitOk;
     }
     for (const ScheduledRecording &p : scheduler.items()) {
-        const QStringList fields{
+        const QStringList fields {
             p.id.toString(QUuid::WithoutBraces).toUpper(),
             p.stationName,
             localText(p.start),
@@ -102,9 +103,9 @@ int scheduleCommand(CliServices &, const QStringList &args)
     std::optional<CliArgs> parsed;
     if (sub == QLatin1String("add")) {
         parsed = Cli::parse(args.mid(1),
-                            {QStringLiteral("name"), QStringLiteral("start"), QStringLiteral("end"),
-                             QStringLiteral("mode"), QStringLiteral("repeat")},
-                            false, 1, 1, &error);
+            { QStringLiteral("name"), QStringLiteral("start"), QStringLiteral("end"), QStringLiteral("mode"),
+                QStringLiteral("repeat") },
+            false, 1, 1, &error);
     } else if (sub == QLatin1String("list")) {
         parsed = Cli::parse(args.mid(1), {}, true, 0, 0, &error);
     } else if (sub == QLatin1String("remove")) {
@@ -125,8 +126,9 @@ int scheduleCommand(CliServices &, const QStringList &args)
 
     const QString idText = parsed->positional[0];
     const QUuid id = QUuid::fromString(idText);
-    const bool known = !id.isNull() && std::any_of(scheduler.items().cbegin(), scheduler.items().cend(),
-                                                   [&](const ScheduledRecording &p) { return p.id == id; });
+    const bool known = !id.isNull()
+        && std::any_of(scheduler.items().cbegin(), scheduler.items().cend(),
+            [&](const ScheduledRecording &p) { return p.id == id; });
     if (!known)
         return Cli::fail(QStringLiteral("no plan has the id %1").arg(idText));
     scheduler.remove(id);

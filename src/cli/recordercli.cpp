@@ -30,17 +30,17 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
     auto &recorder = services.make<RadioRecorder>(context);
 
     QObject::connect(&recorder, &RadioRecorder::sessionStarted,
-                     [](const Station &station) { Cli::out(QStringLiteral("started\t") + station.id); });
+        [](const Station &station) { Cli::out(QStringLiteral("started\t") + station.id); });
     QObject::connect(&recorder, &RadioRecorder::sessionEnded,
-                     [](const Station &station) { Cli::out(QStringLiteral("stopped\t") + station.id); });
+        [](const Station &station) { Cli::out(QStringLiteral("stopped\t") + station.id); });
     QObject::connect(&recorder, &RadioRecorder::streamTitleChanged,
-                     [](const QString &, const QString &title) { Cli::out(QStringLiteral("title\t") + title); });
+        [](const QString &, const QString &title) { Cli::out(QStringLiteral("title\t") + title); });
     QObject::connect(&recorder, &RadioRecorder::sessionErrorChanged,
-                     [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+        [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
     QObject::connect(&recorder, &RadioRecorder::trackSaved, [](const QString &, const Track &track) {
         Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
     });
-    return Recorder{library, recorder};
+    return Recorder { library, recorder };
 }
 
 } // namespace RecorderCli

@@ -15,8 +15,8 @@
 // block it; a hold the system refuses is simply not there.
 class PowerAssertion {
 public:
-    static constexpr QLatin1StringView kRecordingReason{"Radio recording in progress"};
-    static constexpr QLatin1StringView kPendingReason{"Scheduled radio recording pending"};
+    static constexpr QLatin1StringView kRecordingReason { "Radio recording in progress" };
+    static constexpr QLatin1StringView kPendingReason { "Scheduled radio recording pending" };
 
     virtual ~PowerAssertion() = default;
 

@@ -9,7 +9,11 @@
 
 #include <algorithm>
 
-RadioRecorder::RadioRecorder(RecordingContext &context, QObject *parent) : QObject(parent), m_context(context) {}
+RadioRecorder::RadioRecorder(RecordingContext &context, QObject *parent)
+    : QObject(parent)
+    , m_context(context)
+{
+}
 
 RadioRecorder::~RadioRecorder()
 {
@@ -26,8 +30,8 @@ RadioRecorder::~RadioRecorder()
         delete session.data();
 }
 
-bool RadioRecorder::start(const Station &station, const std::optional<QString> &fullShowTitle,
-                          TrackCallback onTrackSaved)
+bool RadioRecorder::start(
+    const Station &station, const std::optional<QString> &fullShowTitle, TrackCallback onTrackSaved)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     if (isRecordingStation(station))
@@ -49,13 +53,13 @@ bool RadioRecorder::start(const Station &station, const std::optional<QString> &
             Q_EMIT self->trackSaved(id, track);
     };
     connect(session, &RecordingSession::currentStreamTitleChanged, this,
-            [this, id](const QString &title) { Q_EMIT streamTitleChanged(id, title); });
+        [this, id](const QString &title) { Q_EMIT streamTitleChanged(id, title); });
     connect(session, &RecordingSession::errorMessageChanged, this, [this, id](const QString &message) {
         setErrorMessage(message);
         Q_EMIT sessionErrorChanged(id, message);
     });
     connect(session, &RecordingSession::recordedCountChanged, this,
-            [this, id](qint64 count) { Q_EMIT recordedCountChanged(id, count); });
+        [this, id](qint64 count) { Q_EMIT recordedCountChanged(id, count); });
 
     m_sessions.append(session);
     Q_EMIT sessionStarted(station);
@@ -91,8 +95,8 @@ std::optional<QString> RadioRecorder::streamTitle(const Station &station) const
 
 RecordingSession *RadioRecorder::session(const QString &stationId) const
 {
-    const auto it = std::find_if(m_sessions.cbegin(), m_sessions.cend(),
-                                 [&](const RecordingSession *s) { return s->id() == stationId; });
+    const auto it = std::find_if(
+        m_sessions.cbegin(), m_sessions.cend(), [&](const RecordingSession *s) { return s->id() == stationId; });
     return it == m_sessions.cend() ? nullptr : *it;
 }
 
@@ -129,10 +133,10 @@ void RadioRecorder::retire(RecordingSession *session)
 
 bool RadioRecorder::hasPendingSaves() const
 {
-    const bool running = std::any_of(m_sessions.cbegin(), m_sessions.cend(),
-                                     [](const RecordingSession *s) { return s->runningSaves() > 0; });
-    const bool ending = std::any_of(m_retired.cbegin(), m_retired.cend(),
-                                    [](const QPointer<RecordingSession> &s) { return s && !s->isIdle(); });
+    const bool running = std::any_of(
+        m_sessions.cbegin(), m_sessions.cend(), [](const RecordingSession *s) { return s->runningSaves() > 0; });
+    const bool ending = std::any_of(
+        m_retired.cbegin(), m_retired.cend(), [](const QPointer<RecordingSession> &s) { return s && !s->isIdle(); });
     return running || ending || m_context.runningSaves() > 0;
 }
 

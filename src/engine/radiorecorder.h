@@ -45,7 +45,7 @@ public:
     // on this thread, including the last one that is saved after the session ended.
     // Returns whether a session was started.
     bool start(const Station &station, const std::optional<QString> &fullShowTitle = std::nullopt,
-               TrackCallback onTrackSaved = {});
+        TrackCallback onTrackSaved = {});
     void stop();
     void stop(const Station &station);
     void stop(const QString &stationId);

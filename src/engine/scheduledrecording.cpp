@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <cmath>
+#include <cstdio>
 
 namespace {
 
@@ -29,13 +29,27 @@ void appendEscaped(QByteArray &out, QByteArrayView utf8)
         out.append(utf8.sliced(plainFrom, i - plainFrom));
         plainFrom = i + 1;
         switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\b': out += "\\b"; break;
-        case '\f': out += "\\f"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
         default: {
             char escaped[7];
             std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
@@ -117,12 +131,34 @@ bool isAbsent(const QJsonValue &v)
     return v.isUndefined() || v.isNull();
 }
 
-enum Key { Id, StationId, StationName, StreamUrl, Country, Bitrate, Codec, Favicon, Start, End, ModeKey, Repeat, KeyCount };
+enum Key {
+    Id,
+    StationId,
+    StationName,
+    StreamUrl,
+    Country,
+    Bitrate,
+    Codec,
+    Favicon,
+    Start,
+    End,
+    ModeKey,
+    Repeat,
+    KeyCount
+};
 constexpr QLatin1StringView kKeys[KeyCount] = {
-    QLatin1StringView("id"),      QLatin1StringView("stationID"), QLatin1StringView("stationName"),
-    QLatin1StringView("streamURL"), QLatin1StringView("country"), QLatin1StringView("bitrate"),
-    QLatin1StringView("codec"),   QLatin1StringView("favicon"),   QLatin1StringView("start"),
-    QLatin1StringView("end"),     QLatin1StringView("mode"),      QLatin1StringView("repeatRule"),
+    QLatin1StringView("id"),
+    QLatin1StringView("stationID"),
+    QLatin1StringView("stationName"),
+    QLatin1StringView("streamURL"),
+    QLatin1StringView("country"),
+    QLatin1StringView("bitrate"),
+    QLatin1StringView("codec"),
+    QLatin1StringView("favicon"),
+    QLatin1StringView("start"),
+    QLatin1StringView("end"),
+    QLatin1StringView("mode"),
+    QLatin1StringView("repeatRule"),
 };
 
 std::optional<ScheduledRecording> planFrom(const QJsonValue &value)
@@ -228,7 +264,7 @@ QDateTime daysLater(const QDateTime &zonedTime, qint64 days)
 } // namespace
 
 ScheduledRecording ScheduledRecording::make(const Station &station, const QDateTime &start, const QDateTime &end,
-                                            Mode mode, std::optional<RepeatRule> repeatRule)
+    Mode mode, std::optional<RepeatRule> repeatRule)
 {
     ScheduledRecording plan;
     plan.id = QUuid::createUuid();
@@ -290,16 +326,19 @@ std::optional<Mode> modeNamed(QStringView name)
 QLatin1StringView repeatRuleName(RepeatRule rule)
 {
     switch (rule) {
-    case RepeatRule::Daily: return QLatin1StringView("daily");
-    case RepeatRule::Weekly: return QLatin1StringView("weekly");
-    case RepeatRule::None: break;
+    case RepeatRule::Daily:
+        return QLatin1StringView("daily");
+    case RepeatRule::Weekly:
+        return QLatin1StringView("weekly");
+    case RepeatRule::None:
+        break;
     }
     return QLatin1StringView("none");
 }
 
 std::optional<RepeatRule> repeatRuleNamed(QStringView name)
 {
-    for (const RepeatRule rule : {RepeatRule::None, RepeatRule::Daily, RepeatRule::Weekly}) {
+    for (const RepeatRule rule : { RepeatRule::None, RepeatRule::Daily, RepeatRule::Weekly }) {
         if (name == repeatRuleName(rule))
             return rule;
     }
@@ -351,8 +390,8 @@ std::optional<QList<ScheduledRecording>> decode(const QByteArray &json)
     return plans;
 }
 
-std::optional<ScheduledRecording> advanced(const ScheduledRecording &plan, const QDateTime &after,
-                                           const QTimeZone &zone)
+std::optional<ScheduledRecording> advanced(
+    const ScheduledRecording &plan, const QDateTime &after, const QTimeZone &zone)
 {
     if (!plan.repeats())
         return std::nullopt;
@@ -400,7 +439,7 @@ QList<ScheduledRecording> rolledForward(const QList<ScheduledRecording> &plans, 
 void sortByStart(QList<ScheduledRecording> &plans)
 {
     std::stable_sort(plans.begin(), plans.end(),
-                     [](const ScheduledRecording &a, const ScheduledRecording &b) { return a.start < b.start; });
+        [](const ScheduledRecording &a, const ScheduledRecording &b) { return a.start < b.start; });
 }
 
 QString mediumDate(const QDate &date, const QLocale &locale)

@@ -7,8 +7,8 @@
 #include <QDateTime>
 #include <QList>
 #include <QLocale>
-#include <QTimeZone>
 #include <QString>
+#include <QTimeZone>
 #include <QUuid>
 
 #include <optional>
@@ -40,7 +40,7 @@ struct ScheduledRecording {
 
     // A new plan with a fresh id for `station` (its coordinates are not kept).
     [[nodiscard]] static ScheduledRecording make(const Station &station, const QDateTime &start, const QDateTime &end,
-                                                 Mode mode, std::optional<RepeatRule> repeatRule);
+        Mode mode, std::optional<RepeatRule> repeatRule);
 
     // The station rebuilt from the copied fields by the directory's own builder; absent
     // when it rejects them (empty id, blank name, empty address).
@@ -79,8 +79,8 @@ namespace Schedule {
 // meanwhile are skipped. Absent for a plan that does not repeat or whose next dates
 // cannot be represented. `zone` is the user's: asked for once, it spares the C library's
 // look at /etc/localtime on every conversion.
-[[nodiscard]] std::optional<ScheduledRecording> advanced(const ScheduledRecording &plan, const QDateTime &after,
-                                                         const QTimeZone &zone = QTimeZone::systemTimeZone());
+[[nodiscard]] std::optional<ScheduledRecording> advanced(
+    const ScheduledRecording &plan, const QDateTime &after, const QTimeZone &zone = QTimeZone::systemTimeZone());
 
 // What loading keeps of `plans` at `now`: plans still to end as they are, the others
 // moved on or dropped; sorted by start, equal starts in their given order.

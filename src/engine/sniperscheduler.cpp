@@ -25,7 +25,7 @@ constexpr int kLockWaitMs = 2000;
 // when the last-seen file had it; removing wins over changing. A plan on both sides takes
 // our version when we changed it, else theirs.
 QList<ScheduledRecording> merged(const QList<ScheduledRecording> &base, const QList<ScheduledRecording> &ours,
-                                 const QList<ScheduledRecording> &theirs)
+    const QList<ScheduledRecording> &theirs)
 {
     QHash<QUuid, const ScheduledRecording *> baseById;
     QHash<QUuid, const ScheduledRecording *> theirsById;
@@ -54,7 +54,10 @@ QList<ScheduledRecording> merged(const QList<ScheduledRecording> &base, const QL
 
 } // namespace
 
-SniperScheduler::SniperScheduler(PowerAssertion &power, QObject *parent) : SniperScheduler(power, Options(), parent) {}
+SniperScheduler::SniperScheduler(PowerAssertion &power, QObject *parent)
+    : SniperScheduler(power, Options(), parent)
+{
+}
 
 SniperScheduler::SniperScheduler(PowerAssertion &power, Options options, QObject *parent)
     : QObject(parent)
@@ -134,8 +137,8 @@ void SniperScheduler::remove(const QUuid &id)
 
 void SniperScheduler::replace(const ScheduledRecording &old, const ScheduledRecording &with)
 {
-    const auto it = std::find_if(m_items.cbegin(), m_items.cend(),
-                                 [&](const ScheduledRecording &p) { return p.id == old.id; });
+    const auto it
+        = std::find_if(m_items.cbegin(), m_items.cend(), [&](const ScheduledRecording &p) { return p.id == old.id; });
     if (it == m_items.cend())
         return;
     QList<ScheduledRecording> items = m_items;
@@ -182,8 +185,8 @@ void SniperScheduler::startScheduled(const ScheduledRecording &plan, const Stati
 {
     if (!m_recorder || !m_library)
         return;
-    const std::optional<QString> fullShowTitle =
-        plan.mode == ScheduledRecording::Mode::FullShow ? std::optional<QString>(plan.showTitle()) : std::nullopt;
+    const std::optional<QString> fullShowTitle
+        = plan.mode == ScheduledRecording::Mode::FullShow ? std::optional<QString>(plan.showTitle()) : std::nullopt;
     // Saved songs arrive on this thread (the session hands them over here).
     QPointer<LibraryStore> library = m_library;
     m_recorder->start(station, fullShowTitle, [library](const Track &track) {
@@ -261,13 +264,13 @@ bool SniperScheduler::syncFromDisk()
 
 SniperScheduler::DiskState SniperScheduler::diskState() const
 {
-    struct stat info {};
+    struct stat info { };
     if (!m_fileUrl || ::stat(QFile::encodeName(*m_fileUrl).constData(), &info) != 0)
         return {};
     // Atomic replacement gives every write a new inode, so a rewrite within the clock's
     // granularity and of the same size is still seen.
-    return {true, qint64(info.st_size), qint64(info.st_ino),
-            qint64(info.st_mtim.tv_sec) * 1000000000LL + qint64(info.st_mtim.tv_nsec)};
+    return { true, qint64(info.st_size), qint64(info.st_ino),
+        qint64(info.st_mtim.tv_sec) * 1000000000LL + qint64(info.st_mtim.tv_nsec) };
 }
 
 void SniperScheduler::setItems(QList<ScheduledRecording> items)
@@ -295,7 +298,7 @@ const QList<std::optional<Station>> &SniperScheduler::itemStations()
     for (const ScheduledRecording &plan : std::as_const(m_items)) {
         auto it = m_knownStations.find(plan.id);
         if (it == m_knownStations.end() || !sameStation(it->plan, plan))
-            it = m_knownStations.insert(plan.id, {plan, plan.station()});
+            it = m_knownStations.insert(plan.id, { plan, plan.station() });
         m_itemStations.append(it->station);
     }
     m_itemStationsStale = false;

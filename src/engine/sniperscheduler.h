@@ -1,7 +1,7 @@
 #pragma once
 
-#include "engine/scheduledrecording.h"
 #include "engine/radiorecorder.h"
+#include "engine/scheduledrecording.h"
 #include "library/librarystore.h"
 
 #include <QDateTime>
@@ -39,7 +39,7 @@ public:
         // Absent: the plans live in memory only.
         std::optional<QString> fileUrl = defaultFileUrl();
         Clock clock = [] { return QDateTime::currentDateTimeUtc(); };
-        std::chrono::milliseconds tickInterval{20000};
+        std::chrono::milliseconds tickInterval { 20000 };
     };
 
     // Loads the file: unreadable means no plans, without a word; passed windows are moved
@@ -71,8 +71,8 @@ public:
     void tick();
 
     // The plan's next window still to end after `after` (see Schedule::advanced).
-    [[nodiscard]] static std::optional<ScheduledRecording> advanced(const ScheduledRecording &plan,
-                                                                    const QDateTime &after)
+    [[nodiscard]] static std::optional<ScheduledRecording> advanced(
+        const ScheduledRecording &plan, const QDateTime &after)
     {
         return Schedule::advanced(plan, after);
     }

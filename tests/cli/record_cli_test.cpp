@@ -15,7 +15,7 @@ class RecordCliTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(runCli({"engine", "set", "--lossless", "on", "--min-duration", "0"}).exitCode, 0);
+        ASSERT_EQ(runCli({ "engine", "set", "--lossless", "on", "--min-duration", "0" }).exitCode, 0);
         env.insert(QStringLiteral("ORVIDA_STORE_URL"), QString::fromLatin1(server.url("/search"))); // answers 404
     }
 
@@ -26,9 +26,9 @@ protected:
 
 TEST_F(RecordCliTest, RecordsForAWhileAndFilesEverySongIncludingTheLastOne)
 {
-    server.route("/live", IcyStream::station({"A - One", "B - Two"}, 4, 25));
+    server.route("/live", IcyStream::station({ "A - One", "B - Two" }, 4, 25));
     const QString url = QString::fromLatin1(server.url("/live"));
-    const CliRun run = runCli({"record", url, "--name", "Fixture FM", "--for", "1"}, env);
+    const CliRun run = runCli({ "record", url, "--name", "Fixture FM", "--for", "1" }, env);
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
 
     const QList<QByteArray> lines = run.out.trimmed().split('\n');
@@ -59,7 +59,7 @@ TEST_F(RecordCliTest, AnAddressThatIsNotAUrlEndsTheRecordingWithThree)
 {
     // (Giving up on a dead station takes eight reconnects, a minute of waiting: the
     // engine's own tests cover it with short delays.)
-    const CliRun run = runCli({"record", "not a url", "--for", "30"}, env);
+    const CliRun run = runCli({ "record", "not a url", "--for", "30" }, env);
     EXPECT_EQ(run.exitCode, 3);
     EXPECT_EQ(run.out, "started\tcustom:not a url\nerror\tUngültige Stream-URL\nstopped\tcustom:not a url\n");
 }

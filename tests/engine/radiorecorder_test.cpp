@@ -14,7 +14,7 @@ namespace {
 class RadioRecorderTest : public RecorderFixture {
 protected:
     // A station playing `titles`, a new one every three blocks of 20 ms.
-    Station station(const QByteArray &path, const QList<QByteArray> &titles = {"A - One", "B - Two", "C - Three"})
+    Station station(const QByteArray &path, const QList<QByteArray> &titles = { "A - One", "B - Two", "C - Three" })
     {
         server.route(path, IcyStream::station(titles, 3, 20));
         return Station::custom(QString::fromLatin1(server.url(path)), QString::fromLatin1(path.mid(1)));
@@ -36,7 +36,7 @@ protected:
     static Track savedSong(const QString &title, const QString &path, const QDateTime &added)
     {
         return Track(title, QStringLiteral("Artist"), QStringLiteral("Album"), 200, added, QString(), false, 0,
-                     QStringLiteral("radio"), QStringLiteral("Station FM"), path);
+            QStringLiteral("radio"), QStringLiteral("Station FM"), path);
     }
 };
 
@@ -50,7 +50,7 @@ TEST_F(RadioRecorderTest, KeepsOneSessionPerStationInStartOrder)
     EXPECT_TRUE(recorder.start(second));
     // Asking again, even for a whole show, changes nothing.
     EXPECT_FALSE(recorder.start(first, QStringLiteral("Whole show")));
-    EXPECT_EQ(sessionIds(), QStringList({first.id, second.id}));
+    EXPECT_EQ(sessionIds(), QStringList({ first.id, second.id }));
     EXPECT_FALSE(recorder.session(first.id)->fullShowTitle().has_value());
     EXPECT_EQ(started.count(), 2);
 
@@ -67,7 +67,7 @@ TEST_F(RadioRecorderTest, KeepsOneSessionPerStationInStartOrder)
 TEST_F(RadioRecorderTest, AStoppedSessionLeavesAtOnceAndItsLastSongStillReachesTheLibrary)
 {
     const Station kept = station("/kept");
-    const Station stopped = station("/stopped", {"A - Only", "A - Only"});
+    const Station stopped = station("/stopped", { "A - Only", "A - Only" });
     QSignalSpy ended(&recorder, &RadioRecorder::sessionEnded);
     QSignalSpy changed(&recorder, &RadioRecorder::sessionsChanged);
     recorder.start(kept);
@@ -79,7 +79,7 @@ TEST_F(RadioRecorderTest, AStoppedSessionLeavesAtOnceAndItsLastSongStillReachesT
     changed.clear();
     recorder.stop(stopped);
     // Gone from the list before its file is written; the other station records on.
-    EXPECT_EQ(sessionIds(), QStringList{kept.id});
+    EXPECT_EQ(sessionIds(), QStringList { kept.id });
     EXPECT_EQ(changed.count(), 1);
     ASSERT_EQ(ended.count(), 1);
     EXPECT_EQ(ended.first().first().value<Station>(), stopped);
@@ -114,7 +114,7 @@ TEST_F(RadioRecorderTest, ASessionThatGivesUpLeavesTheListAndNamesItsStation)
     QPointer<RecordingSession> session = recorder.session(dead.id);
 
     ASSERT_TRUE(waitUntil([&] { return ended.count() == 1; }));
-    EXPECT_EQ(sessionIds(), QStringList{alive.id});
+    EXPECT_EQ(sessionIds(), QStringList { alive.id });
     EXPECT_EQ(recorder.lastStation(), dead);
     EXPECT_EQ(recorder.errorMessage(), "Stream unterbrochen");
     ASSERT_EQ(errors.count(), 1);
@@ -137,10 +137,11 @@ TEST_F(RadioRecorderTest, ASecondTakeOfTheSameSongUpdatesItsLibraryEntry)
     ASSERT_FALSE(context.ffmpegPath.isEmpty());
     const QString mp3 = home.file(QStringLiteral("tone.mp3"));
     QProcess encoder;
-    encoder.start(context.ffmpegPath, {"-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i",
-                                       "sine=frequency=440:duration=20", "-b:a", "128k", mp3});
+    encoder.start(context.ffmpegPath,
+        { "-hide_banner", "-loglevel", "error", "-f", "lavfi", "-i", "sine=frequency=440:duration=20", "-b:a", "128k",
+            mp3 });
     ASSERT_TRUE(encoder.waitForFinished(30000) && encoder.exitCode() == 0) << encoder.readAllStandardError().data();
-    server.route("/twice", IcyStream::station({"A - Song", "B - Next"}, 3, 20, readFile(mp3)));
+    server.route("/twice", IcyStream::station({ "A - Song", "B - Next" }, 3, 20, readFile(mp3)));
     const Station twice = Station::custom(QString::fromLatin1(server.url("/twice")), "twice");
     QStringList songPaths;
     QList<double> songDurations;
@@ -182,8 +183,8 @@ TEST_F(RadioRecorderTest, UpsertUpdatesTheSongFieldsAndKeepsWhatTheUserDid)
     ASSERT_TRUE(id);
 
     Track longer(QStringLiteral("Song (Extended)"), QStringLiteral("Artist feat. X"), QStringLiteral("Deluxe"), 320,
-                 QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"),
-                 QStringLiteral("Other FM"), path);
+        QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"), QStringLiteral("Other FM"),
+        path);
     ASSERT_TRUE(RadioRecorder::upsertIntoLibrary(longer, *library));
 
     const QList<Track> tracks = library->allTracks();

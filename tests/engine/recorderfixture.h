@@ -40,7 +40,7 @@ protected:
     TestHome home;
     FixtureServer server;
     HttpClient http;
-    RecordingContext context{http, nullptr};
-    RadioRecorder recorder{context};
+    RecordingContext context { http, nullptr };
+    RadioRecorder recorder { context };
     std::unique_ptr<LibraryStore> library;
 };

@@ -22,7 +22,9 @@ using Rule = ScheduledRecording::RepeatRule;
 // Sets the process's time zone for one test and puts the old one back.
 class ZoneGuard {
 public:
-    explicit ZoneGuard(const char *zone) : m_had(qEnvironmentVariableIsSet("TZ")), m_old(qgetenv("TZ"))
+    explicit ZoneGuard(const char *zone)
+        : m_had(qEnvironmentVariableIsSet("TZ"))
+        , m_old(qgetenv("TZ"))
     {
         qputenv("TZ", zone);
         tzset();
@@ -58,21 +60,21 @@ Station fixtureStation(const QString &url, const QString &name = QStringLiteral(
 }
 
 ScheduledRecording plan(const QDateTime &start, const QDateTime &end, std::optional<Rule> rule = std::nullopt,
-                        Mode mode = Mode::SplitTracks)
+    Mode mode = Mode::SplitTracks)
 {
     return ScheduledRecording::make(fixtureStation(QStringLiteral("http://127.0.0.1:9/live")), start, end, mode, rule);
 }
 
 // The file format, written out by hand: key order, upper-case ids, seconds since 2001,
 // optional keys left out, escapes.
-const QByteArray kSample =
-    R"([{"id":"6F1C0C5E-8D0A-4C4B-9E43-2B7D0F7A1C11","stationID":"960e57c5-0601-11e8-ae97-52543be04c81",)"
-    R"("stationName":"Nachtclub \"Deluxe\" – Köln\\Bonn","streamURL":"https://stream.example/live.mp3?x=1&y=/a",)"
-    R"("country":"Germany","bitrate":128,"codec":"MP3","favicon":"https://stream.example/icon.png",)"
-    R"("start":760000000.25,"end":760003600.5,"mode":"fullShow","repeatRule":"weekly"},)"
-    R"({"id":"0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9","stationID":"custom:http://127.0.0.1:8000/m",)"
-    R"("stationName":"Line\nBreak\ttab\u0001","streamURL":"http://127.0.0.1:8000/m","country":"","bitrate":0,)"
-    R"("codec":"","start":760100000,"end":760107200,"mode":"splitTracks"}])";
+const QByteArray kSample
+    = R"([{"id":"6F1C0C5E-8D0A-4C4B-9E43-2B7D0F7A1C11","stationID":"960e57c5-0601-11e8-ae97-52543be04c81",)"
+      R"("stationName":"Nachtclub \"Deluxe\" – Köln\\Bonn","streamURL":"https://stream.example/live.mp3?x=1&y=/a",)"
+      R"("country":"Germany","bitrate":128,"codec":"MP3","favicon":"https://stream.example/icon.png",)"
+      R"("start":760000000.25,"end":760003600.5,"mode":"fullShow","repeatRule":"weekly"},)"
+      R"({"id":"0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9","stationID":"custom:http://127.0.0.1:8000/m",)"
+      R"("stationName":"Line\nBreak\ttab\u0001","streamURL":"http://127.0.0.1:8000/m","country":"","bitrate":0,)"
+      R"("codec":"","start":760100000,"end":760107200,"mode":"splitTracks"}])";
 
 QList<ScheduledRecording> samplePlans()
 {
@@ -98,7 +100,7 @@ QList<ScheduledRecording> samplePlans()
     b.streamUrl = QStringLiteral("http://127.0.0.1:8000/m");
     b.start = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760100000000LL, Qt::UTC);
     b.end = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760107200000LL, Qt::UTC);
-    return {a, b};
+    return { a, b };
 }
 
 TEST(ScheduleFileFormat, MatchesAHandWrittenSampleByteForByte)
@@ -114,10 +116,10 @@ TEST(ScheduleFileFormat, ReadsWhatTheOtherPlatformWrites)
 {
     // Escaped slashes, another key order, a lower-case id, an explicit null, an integral
     // number written as a float, a key we do not know, times finer than milliseconds.
-    const QByteArray theirs =
-        R"([{"repeatRule":"daily","mode":"splitTracks","end":760003600.1234,"start":760000000,"codec":"AAC",)"
-        R"("favicon":null,"bitrate":64.0,"country":"Österreich","streamURL":"http:\/\/a.example\/s",)"
-        R"("stationName":"FM4","stationID":"abc","id":"6f1c0c5e-8d0a-4c4b-9e43-2b7d0f7a1c11","note":{"x":[1]}}])";
+    const QByteArray theirs
+        = R"([{"repeatRule":"daily","mode":"splitTracks","end":760003600.1234,"start":760000000,"codec":"AAC",)"
+          R"("favicon":null,"bitrate":64.0,"country":"Österreich","streamURL":"http:\/\/a.example\/s",)"
+          R"("stationName":"FM4","stationID":"abc","id":"6f1c0c5e-8d0a-4c4b-9e43-2b7d0f7a1c11","note":{"x":[1]}}])";
     const auto decoded = Schedule::decode(theirs);
     ASSERT_TRUE(decoded);
     ASSERT_EQ(decoded->size(), 1);
@@ -128,9 +130,9 @@ TEST(ScheduleFileFormat, ReadsWhatTheOtherPlatformWrites)
     EXPECT_EQ(p.repeatRule, Rule::Daily);
     EXPECT_EQ(Schedule::referenceSeconds(p.end), 760003600.123);
     EXPECT_EQ(Schedule::encode(*decoded),
-              R"([{"id":"6F1C0C5E-8D0A-4C4B-9E43-2B7D0F7A1C11","stationID":"abc","stationName":"FM4",)"
-              R"("streamURL":"http://a.example/s","country":"Österreich","bitrate":64,"codec":"AAC",)"
-              R"("start":760000000,"end":760003600.123,"mode":"splitTracks","repeatRule":"daily"}])");
+        R"([{"id":"6F1C0C5E-8D0A-4C4B-9E43-2B7D0F7A1C11","stationID":"abc","stationName":"FM4",)"
+        R"("streamURL":"http://a.example/s","country":"Österreich","bitrate":64,"codec":"AAC",)"
+        R"("start":760000000,"end":760003600.123,"mode":"splitTracks","repeatRule":"daily"}])");
 }
 
 TEST(ScheduleFileFormat, OneBadElementMakesTheWholeFileUnreadable)
@@ -143,44 +145,25 @@ TEST(ScheduleFileFormat, OneBadElementMakesTheWholeFileUnreadable)
         array[1] = second;
         return QJsonDocument(array).toJson();
     };
-    const QList<std::pair<const char *, QByteArray>> cases{
-        {"missing codec", withSecond([](QJsonObject &o) { o.remove("codec"); })},
-        {"missing start", withSecond([](QJsonObject &o) { o.remove("start"); })},
-        {"fractional bitrate", withSecond([](QJsonObject &o) { o["bitrate"] = 128.5; })},
-        {"bitrate as text", withSecond([](QJsonObject &o) { o["bitrate"] = "128"; })},
-        {"unknown mode", withSecond([](QJsonObject &o) { o["mode"] = "live"; })},
-        {"unknown repeat rule", withSecond([](QJsonObject &o) { o["repeatRule"] = "monthly"; })},
-        {"favicon not text", withSecond([](QJsonObject &o) { o["favicon"] = 3; })},
-        {"id with braces", withSecond([](QJsonObject &o) { o["id"] = "{0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9}"; })},
-        {"id not a uuid", withSecond([](QJsonObject &o) { o["id"] = "0A1B2C3D-4E5F-4061-8273-94A5B6C7D8EX"; })},
-        {"date as text", withSecond([](QJsonObject &o) { o["end"] = "2025-01-01T00:00:00Z"; })},
-        {"element not an object", QByteArray("[") + kSample.mid(1, kSample.indexOf("},{") + 1) + ",42]"},
-        {"object at the top", QByteArray(R"({"plans":[]})")},
-        {"truncated", kSample.left(kSample.size() / 2)},
-        {"empty file", QByteArray()},
+    const QList<std::pair<const char *, QByteArray>> cases {
+        { "missing codec", withSecond([](QJsonObject &o) { o.remove("codec"); }) },
+        { "missing start", withSecond([](QJsonObject &o) { o.remove("start"); }) },
+        { "fractional bitrate", withSecond([](QJsonObject &o) { o["bitrate"] = 128.5; }) },
+        { "bitrate as text", withSecond([](QJsonObject &o) { o["bitrate"] = "128"; }) },
+        { "unknown mode", withSecond([](QJsonObject &o) { o["mode"] = "live"; }) },
+        { "unknown repeat rule", withSecond([](QJsonObject &o) { o["repeatRule"] = "monthly"; }) },
+        { "favicon not text", withSecond([](QJsonObject &o) { o["favicon"] = 3; }) },
+        { "id with braces", withSecond([](QJsonObject &o) { o["id"] = "{0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9}"; }) },
+        { "id not a uuid", withSecond([](QJsonObject &o) { o["id"] = "0A1B2C3D-4E5F-4061-8273-94A5B6C7D8EX"; }) },
+        { "date as text", withSecond([](QJsonObject &o) { o["end"] = "2025-01-01T00:00:00Z"; }) },
+        { "element not an object", QByteArray("[") + kSample.mid(1, kSample.indexOf("},{") + 1) + ",42]" },
+        { "object at the top", QByteArray(R"({"plans":[]})") },
+        { "truncated", kSample.left(kSample.size() / 2) },
+        { "empty file", QByteArray() },
     };
     ASSERT_TRUE(Schedule::decode(withSecond([](QJsonObject &) {})));
     for (const auto &[what, bytes] : cases)
         EXPECT_FALSE(Schedule::decode(bytes)) << what;
-}
-
-TEST(ScheduledRecordingTest, StationIsRebuiltByTheDirectoryBuilder)
-{
-    ScheduledRecording p = samplePlans().first();
-    const auto station = p.station();
-    ASSERT_TRUE(station);
-    EXPECT_EQ(station->id, p.stationId);
-    EXPECT_EQ(station->favicon, p.favicon);
-    EXPECT_FALSE(station->geoLat.has_value());
-
-    p.stationName = QStringLiteral(" \t ");
-    EXPECT_FALSE(p.station());
-    p = samplePlans().first();
-    p.streamUrl.clear();
-    EXPECT_FALSE(p.station());
-    p = samplePlans().first();
-    p.stationId.clear();
-    EXPECT_FALSE(p.station());
 }
 
 TEST(ScheduledRecordingTest, ShowTitleNamesStationDateAndWindowInLocalTime)
@@ -194,16 +177,6 @@ TEST(ScheduledRecordingTest, ShowTitleNamesStationDateAndWindowInLocalTime)
     p.start = local(2025, 12, 31, 23, 30);
     p.end = local(2026, 1, 1, 1);
     EXPECT_EQ(p.showTitle(QLocale(QLocale::English, QLocale::UnitedKingdom)), "Nachtclub 31 Dec 2025 23:30–01:00");
-}
-
-TEST(ScheduleArithmetic, PlansThatDoNotRepeatHaveNoNextWindow)
-{
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    // Not even one still ahead: the rule alone decides.
-    for (const std::optional<Rule> rule : {std::optional<Rule>(), std::optional<Rule>(Rule::None)}) {
-        EXPECT_FALSE(Schedule::advanced(plan(now.addDays(-2), now.addDays(-2).addSecs(60), rule), now));
-        EXPECT_FALSE(Schedule::advanced(plan(now.addSecs(60), now.addSecs(120), rule), now));
-    }
 }
 
 TEST(ScheduleArithmetic, RepeatingPlansMoveToTheFirstWindowStillToEnd)
@@ -228,6 +201,11 @@ TEST(ScheduleArithmetic, RepeatingPlansMoveToTheFirstWindowStillToEnd)
     EXPECT_EQ(wallClock(Schedule::advanced(late, local(2025, 6, 11, 0, 30))->start), "2025-06-10 23:00");
     // Years away: still the next Tuesday, not a walk through every week.
     EXPECT_EQ(wallClock(Schedule::advanced(weekly, local(2031, 3, 13, 9))->start), "2031-03-18 20:00");
+
+    // Without a rule there is no next window, not even for a window still ahead.
+    for (const std::optional<Rule> rule : { std::optional<Rule>(), std::optional<Rule>(Rule::None) })
+        EXPECT_FALSE(
+            Schedule::advanced(plan(local(2025, 6, 7, 20), local(2025, 6, 7, 21), rule), local(2025, 6, 6, 9)));
 }
 
 TEST(ScheduleArithmetic, WallClockWindowsSurviveDaylightSavingChanges)
@@ -237,27 +215,25 @@ TEST(ScheduleArithmetic, WallClockWindowsSurviveDaylightSavingChanges)
         QDate before; // the day before the clocks move
         int offsetChangeSec;
     };
-    for (const Change &c : {Change{"Europe/Berlin", QDate(2025, 3, 29), 3600},
-                            Change{"Europe/Berlin", QDate(2025, 10, 25), -3600},
-                            Change{"America/New_York", QDate(2025, 3, 8), 3600},
-                            Change{"America/New_York", QDate(2025, 11, 1), -3600}}) {
+    for (const Change &c :
+        { Change { "Europe/Berlin", QDate(2025, 3, 29), 3600 }, Change { "Europe/Berlin", QDate(2025, 10, 25), -3600 },
+            Change { "America/New_York", QDate(2025, 3, 8), 3600 },
+            Change { "America/New_York", QDate(2025, 11, 1), -3600 } }) {
         ZoneGuard zone(c.zone);
         const QDate d = c.before;
-        for (const Rule rule : {Rule::Daily, Rule::Weekly}) {
-            const ScheduledRecording p =
-                plan(local(d.year(), d.month(), d.day(), 20), local(d.year(), d.month(), d.day(), 21), rule);
+        for (const Rule rule : { Rule::Daily, Rule::Weekly }) {
+            const ScheduledRecording p
+                = plan(local(d.year(), d.month(), d.day(), 20), local(d.year(), d.month(), d.day(), 21), rule);
             const auto next = Schedule::advanced(p, p.end);
             ASSERT_TRUE(next) << c.zone;
             const QDate day = d.addDays(rule == Rule::Daily ? 1 : 7);
             EXPECT_EQ(wallClock(next->start), day.toString(Qt::ISODate) + " 20:00") << c.zone;
             EXPECT_EQ(wallClock(next->end), day.toString(Qt::ISODate) + " 21:00") << c.zone;
             // The instant moved by a day or a week less the hour the clocks gained.
-            EXPECT_EQ(p.start.secsTo(next->start), (rule == Rule::Daily ? 1 : 7) * 86400 - c.offsetChangeSec)
-                << c.zone;
+            EXPECT_EQ(p.start.secsTo(next->start), (rule == Rule::Daily ? 1 : 7) * 86400 - c.offsetChangeSec) << c.zone;
         }
         // Months later, across the change, by a jump: still 20:00.
-        const ScheduledRecording p =
-            plan(local(d.year(), 1, 10, 20), local(d.year(), 1, 10, 21), Rule::Daily);
+        const ScheduledRecording p = plan(local(d.year(), 1, 10, 20), local(d.year(), 1, 10, 21), Rule::Daily);
         const auto summer = Schedule::advanced(p, local(d.year(), 7, 1, 9));
         EXPECT_EQ(wallClock(summer->start), QStringLiteral("%1-07-01 20:00").arg(d.year())) << c.zone;
     }
@@ -268,7 +244,7 @@ protected:
     void SetUp() override
     {
         RecorderFixture::SetUp();
-        server.route("/live", IcyStream::station({"A - One", "B - Two", "C - Three"}, 3, 20));
+        server.route("/live", IcyStream::station({ "A - One", "B - Two", "C - Three" }, 3, 20));
         live = fixtureStation(QString::fromLatin1(server.url("/live")));
     }
 
@@ -282,7 +258,7 @@ protected:
     }
 
     ScheduledRecording livePlan(const QDateTime &start, const QDateTime &end, std::optional<Rule> rule = std::nullopt,
-                                Mode mode = Mode::SplitTracks)
+        Mode mode = Mode::SplitTracks)
     {
         return ScheduledRecording::make(live, start, end, mode, rule);
     }
@@ -301,7 +277,7 @@ TEST_F(SniperSchedulerTest, LoadingDropsPassedOneOffsMovesRepeatingPlansAndRewri
     const ScheduledRecording daily = plan(now.addDays(-3).addSecs(3600), now.addDays(-3).addSecs(7200), Rule::Daily);
     const ScheduledRecording once = plan(now.addSecs(-7200), now.addSecs(-3600));
     const ScheduledRecording none = plan(now.addDays(-1), now.addDays(-1).addSecs(60), Rule::None);
-    writeFile(file, Schedule::encode({future, daily, once, none}));
+    writeFile(file, Schedule::encode({ future, daily, once, none }));
 
     const auto scheduler = makeScheduler(power);
     ASSERT_EQ(scheduler->items().size(), 2);
@@ -313,7 +289,7 @@ TEST_F(SniperSchedulerTest, LoadingDropsPassedOneOffsMovesRepeatingPlansAndRewri
 
 TEST_F(SniperSchedulerTest, LoadingLeavesAFileAloneWhenNothingPassed)
 {
-    QJsonArray array = QJsonDocument::fromJson(Schedule::encode({plan(now.addSecs(60), now.addSecs(120))})).array();
+    QJsonArray array = QJsonDocument::fromJson(Schedule::encode({ plan(now.addSecs(60), now.addSecs(120)) })).array();
     const QByteArray pretty = QJsonDocument(array).toJson(QJsonDocument::Indented);
     writeFile(file, pretty);
     const auto scheduler = makeScheduler(power);
@@ -323,16 +299,16 @@ TEST_F(SniperSchedulerTest, LoadingLeavesAFileAloneWhenNothingPassed)
 
 TEST_F(SniperSchedulerTest, AnUnreadableFileMeansNoPlansUntilTheNextChangeWritesAGoodOne)
 {
-    const QByteArray good = Schedule::encode({plan(now.addSecs(60), now.addSecs(120))});
-    for (const QByteArray &bad : {QByteArray("\x00\xff garbage", 10), good.left(good.size() - 3),
-                                  QByteArray(R"({"id":"x"})"), QByteArray(good).replace("\"mode\"", "\"mood\"")}) {
+    const QByteArray good = Schedule::encode({ plan(now.addSecs(60), now.addSecs(120)) });
+    for (const QByteArray &bad : { QByteArray("\x00\xff garbage", 10), good.left(good.size() - 3),
+             QByteArray(R"({"id":"x"})"), QByteArray(good).replace("\"mode\"", "\"mood\"") }) {
         writeFile(file, bad);
         const auto scheduler = makeScheduler(power);
         EXPECT_TRUE(scheduler->items().isEmpty());
         EXPECT_EQ(fileBytes(), bad);
         const ScheduledRecording added = plan(now.addSecs(600), now.addSecs(700));
         scheduler->add(added);
-        EXPECT_EQ(fileBytes(), Schedule::encode({added}));
+        EXPECT_EQ(fileBytes(), Schedule::encode({ added }));
     }
 }
 
@@ -347,14 +323,14 @@ TEST_F(SniperSchedulerTest, TwoSchedulersOnOneFileKeepEachOthersPlans)
 
     window->add(p1);
     headless->add(p2);
-    EXPECT_EQ(fileBytes(), Schedule::encode({p1, p2}));
-    EXPECT_EQ(headless->items(), QList<ScheduledRecording>({p1, p2}));
+    EXPECT_EQ(fileBytes(), Schedule::encode({ p1, p2 }));
+    EXPECT_EQ(headless->items(), QList<ScheduledRecording>({ p1, p2 }));
 
     // A removal on one side is not undone by the other side's next write.
     headless->remove(p1);
     window->add(p3);
-    EXPECT_EQ(fileBytes(), Schedule::encode({p2, p3}));
-    EXPECT_EQ(window->items(), QList<ScheduledRecording>({p2, p3}));
+    EXPECT_EQ(fileBytes(), Schedule::encode({ p2, p3 }));
+    EXPECT_EQ(window->items(), QList<ScheduledRecording>({ p2, p3 }));
 
     // A plan the other side changed comes in changed.
     ScheduledRecording longer = p2;
@@ -362,8 +338,8 @@ TEST_F(SniperSchedulerTest, TwoSchedulersOnOneFileKeepEachOthersPlans)
     headless->remove(p2);
     headless->add(longer);
     window->remove(p3);
-    EXPECT_EQ(window->items(), QList<ScheduledRecording>{longer});
-    EXPECT_EQ(fileBytes(), Schedule::encode({longer}));
+    EXPECT_EQ(window->items(), QList<ScheduledRecording> { longer });
+    EXPECT_EQ(fileBytes(), Schedule::encode({ longer }));
 }
 
 TEST_F(SniperSchedulerTest, TicksBeforeConfigureDoNothingAndUnusableStationsGoSilently)
@@ -372,7 +348,7 @@ TEST_F(SniperSchedulerTest, TicksBeforeConfigureDoNothingAndUnusableStationsGoSi
     unusable.stationName = QStringLiteral("   ");
     const ScheduledRecording over = livePlan(now.addSecs(-120), now.addSecs(-60));
     const ScheduledRecording open = livePlan(now.addSecs(-60), now.addSecs(60));
-    writeFile(file, Schedule::encode({over, open, unusable}));
+    writeFile(file, Schedule::encode({ over, open, unusable }));
     const auto scheduler = makeScheduler(power);
     const QByteArray before = fileBytes();
     EXPECT_EQ(scheduler->items().size(), 2); // the passed one-off went at load
@@ -383,8 +359,8 @@ TEST_F(SniperSchedulerTest, TicksBeforeConfigureDoNothingAndUnusableStationsGoSi
     EXPECT_EQ(fileBytes(), before);
 
     scheduler->configure(recorder, *library);
-    EXPECT_EQ(scheduler->items(), QList<ScheduledRecording>{open});
-    EXPECT_EQ(fileBytes(), Schedule::encode({open}));
+    EXPECT_EQ(scheduler->items(), QList<ScheduledRecording> { open });
+    EXPECT_EQ(fileBytes(), Schedule::encode({ open }));
     EXPECT_TRUE(recorder.isRecordingStation(live));
 }
 
@@ -411,7 +387,7 @@ TEST_F(SniperSchedulerTest, APlanStartsWithinATickOfItsWindowAndStopsAtItsEnd)
         EXPECT_EQ(t.station, live.name);
         EXPECT_EQ(t.source, "radio");
     }
-    EXPECT_EQ(titles, QStringList({"A - One", "B - Two", "C - Three"}));
+    EXPECT_EQ(titles, QStringList({ "A - One", "B - Two", "C - Three" }));
 }
 
 TEST_F(SniperSchedulerTest, AWindowsEndStopsARecordingOfItsStationStartedByHand)
@@ -499,8 +475,8 @@ TEST_F(SniperSchedulerTest, ATickTakesInAPlanAnotherProcessAdded)
     const ScheduledRecording added = livePlan(now.addSecs(-5), now.addSecs(600));
     cli->add(added);
     ASSERT_TRUE(waitUntil([&] { return recorder.isRecordingStation(live); }, 2000));
-    EXPECT_EQ(running->items(), QList<ScheduledRecording>{added});
-    EXPECT_EQ(running->items(live.id), QList<ScheduledRecording>{added});
+    EXPECT_EQ(running->items(), QList<ScheduledRecording> { added });
+    EXPECT_EQ(running->items(live.id), QList<ScheduledRecording> { added });
     EXPECT_TRUE(running->items(QStringLiteral("custom:other")).isEmpty());
 }
 

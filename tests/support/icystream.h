@@ -34,12 +34,13 @@ inline QByteArray audioBlock(int n)
 // One handler per route: every connection starts the programme from the top. With
 // `audio` (real MP3 bytes, for tests that let ffmpeg look at the files) the blocks are
 // taken from it in turn instead of letters.
-inline FixtureServer::Handler station(QList<QByteArray> titles, int blocksPerTitle, int intervalMs,
-                                      QByteArray audio = {})
+inline FixtureServer::Handler station(
+    QList<QByteArray> titles, int blocksPerTitle, int intervalMs, QByteArray audio = {})
 {
     return [titles = std::move(titles), blocksPerTitle, intervalMs, audio](const FixtureServer::Request &) {
         auto block = std::make_shared<int>(0);
-        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}, {"Content-Type", "audio/mpeg"}})
+        return FixtureServer::Script::head(
+            "ICY 200 OK", { { "icy-metaint", "1000" }, { "Content-Type", "audio/mpeg" } })
             .produce(intervalMs, [titles, blocksPerTitle, block, audio] {
                 const int n = (*block)++;
                 const qsizetype title = n / blocksPerTitle;
