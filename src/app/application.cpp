@@ -1,7 +1,7 @@
 #include "app/application.h"
 
-#include "app/sessionlist.h"
 #include "engine/enginesettingsstore.h"
+#include "engine/radiorecorder.h"
 #include "engine/recordingcontext.h"
 #include "engine/recordingstats.h"
 #include "engine/segmentrecovery.h"
@@ -37,8 +37,10 @@ Application::Application(ApplicationOptions options, QObject *parent)
     m_favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFileUrl());
     m_recents = std::make_unique<RecentStations>();
     m_directory = std::make_unique<StationDirectory>(m_http, m_directoryBase);
-    m_recorder = std::make_unique<SessionList>(*m_context);
-    m_recorder->onTrackSaved = [this](const Track &track) { fileIntoLibrary(track); };
+    m_recorder = std::make_unique<RadioRecorder>(*m_context);
+    // Every saved song, whoever started its recording, enters the library.
+    connect(m_recorder.get(), &RadioRecorder::trackSaved, this,
+            [this](const QString &, const Track &track) { fileIntoLibrary(track); });
     m_tools = std::make_unique<YouTubeService>(m_http);
     if (options.checkForToolUpdate)
         m_tools->updateYtDlpIfNeeded(false);
@@ -51,29 +53,17 @@ Application::~Application()
 
 void Application::fileIntoLibrary(const Track &track)
 {
-    if (!m_library)
-        return;
-    const QList<Track> existing = track.filePath ? m_library->tracksByFilePath(*track.filePath) : QList<Track>();
-    if (existing.isEmpty()) {
-        (void)m_library->insert(track);
-        return;
-    }
-    // A longer take replaced the file under the same name: keep the entry's own history.
-    Track updated = existing.first();
-    updated.title = track.title;
-    updated.artist = track.artist;
-    updated.album = track.album;
-    updated.duration = track.duration;
-    updated.station = track.station;
-    (void)m_library->save(updated);
+    if (m_library)
+        (void)RadioRecorder::upsertIntoLibrary(track, *m_library);
 }
 
-void Application::shutDown(int saveWaitMs)
+void Application::shutDown()
 {
     if (m_shutDown)
         return;
     m_shutDown = true;
-    m_recorder->stopAndWait(saveWaitMs);
+    m_recorder->stop();
+    m_recorder->waitForSaves();
     m_context->waitForSaves();
     m_recorder.reset();
     m_directory.reset();

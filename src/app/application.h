@@ -10,10 +10,10 @@
 class EngineSettingsStore;
 class FavoriteStations;
 class LibraryStore;
+class RadioRecorder;
 class RecentStations;
 class RecordingContext;
 class RecordingStats;
-class SessionList;
 class StationDirectory;
 class YouTubeService;
 struct Track;
@@ -47,7 +47,7 @@ public:
     FavoriteStations &favorites() { return *m_favorites; }
     RecentStations &recents() { return *m_recents; }
     StationDirectory &directory() { return *m_directory; }
-    SessionList &recorder() { return *m_recorder; }
+    RadioRecorder &recorder() { return *m_recorder; }
     YouTubeService &tools() { return *m_tools; }
     // Absent when the library file could not be opened; libraryError() says why.
     LibraryStore *library() { return m_library.get(); }
@@ -57,8 +57,9 @@ public:
     // A saved song enters the library; a file already listed updates its entry.
     void fileIntoLibrary(const Track &track);
 
-    // Idempotent; also run by the destructor.
-    void shutDown(int saveWaitMs = 120000);
+    // Stops every recording, waits for its last songs and closes the library. Idempotent;
+    // also run by the destructor.
+    void shutDown();
 
 private:
     HttpClient m_http;
@@ -69,7 +70,7 @@ private:
     std::unique_ptr<FavoriteStations> m_favorites;
     std::unique_ptr<RecentStations> m_recents;
     std::unique_ptr<StationDirectory> m_directory;
-    std::unique_ptr<SessionList> m_recorder;
+    std::unique_ptr<RadioRecorder> m_recorder;
     std::unique_ptr<YouTubeService> m_tools;
     std::unique_ptr<LibraryStore> m_library;
     QString m_libraryError;

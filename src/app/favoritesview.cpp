@@ -1,11 +1,11 @@
 #include "app/favoritesview.h"
 
 #include "app/application.h"
-#include "app/sessionlist.h"
 #include "app/stationlistpane.h"
 #include "app/stationtablemodel.h"
 #include "app/texts.h"
 #include "app/uikit.h"
+#include "engine/radiorecorder.h"
 #include "stations/favoritestations.h"
 
 #include <QHBoxLayout>

@@ -6,11 +6,11 @@
 #include "app/radioview.h"
 #include "app/recentsview.h"
 #include "app/recordingsview.h"
-#include "app/sessionlist.h"
 #include "app/settingsview.h"
 #include "app/stationlistpane.h"
 #include "app/texts.h"
 #include "app/toolsgateview.h"
+#include "engine/radiorecorder.h"
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
 
@@ -85,7 +85,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         else if (page == m_recents)
             setCurrentStation(m_recents->pane()->selectedStation());
     });
-    connect(&app.recorder(), &SessionList::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
+    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
 
     m_root = new QStackedWidget(this);

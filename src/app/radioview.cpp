@@ -1,12 +1,12 @@
 #include "app/radioview.h"
 
 #include "app/application.h"
-#include "app/sessionlist.h"
 #include "app/stationactionbar.h"
 #include "app/stationlistpane.h"
 #include "app/stationtablemodel.h"
 #include "app/texts.h"
 #include "app/uikit.h"
+#include "engine/radiorecorder.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
 #include "stations/stationdirectory.h"

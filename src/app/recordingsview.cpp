@@ -1,9 +1,9 @@
 #include "app/recordingsview.h"
 
 #include "app/application.h"
-#include "app/sessionlist.h"
 #include "app/texts.h"
 #include "app/uikit.h"
+#include "engine/radiorecorder.h"
 #include "engine/recordingsession.h"
 
 #include <QHBoxLayout>
@@ -50,7 +50,7 @@ RecordingsView::RecordingsView(Application &app, QWidget *parent)
     layout->addWidget(m_stack, 1);
 
     connect(m_stopAll, &QPushButton::clicked, this, [this] { m_app.recorder().stop(); });
-    connect(&app.recorder(), &SessionList::sessionsChanged, this, &RecordingsView::rebuild);
+    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &RecordingsView::rebuild);
     rebuild();
 }
 

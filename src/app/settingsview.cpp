@@ -1,11 +1,11 @@
 #include "app/settingsview.h"
 
 #include "app/application.h"
-#include "app/sessionlist.h"
 #include "app/texts.h"
 #include "app/uikit.h"
 #include "engine/apppaths.h"
 #include "engine/enginesettingsstore.h"
+#include "engine/radiorecorder.h"
 #include "engine/recordingsession.h"
 #include "engine/recordingstats.h"
 #include "platform/preferences.h"
@@ -72,7 +72,7 @@ SettingsView::SettingsView(Application &app, QWidget *parent)
     connect(&app.engineSettings(), &EngineSettingsStore::changed, this, &SettingsView::loadEngineForm);
     connect(&app.favorites(), &FavoriteStations::changed, this, &SettingsView::fillScopes);
     connect(&app.recents(), &RecentStations::changed, this, &SettingsView::fillScopes);
-    connect(&app.recorder(), &SessionList::sessionsChanged, this, &SettingsView::fillScopes);
+    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &SettingsView::fillScopes);
     connect(&app.stats(), &RecordingStats::changed, this, &SettingsView::refreshStats);
     fillScopes();
     loadEngineForm();

@@ -1,8 +1,8 @@
 #include "app/stationactionbar.h"
 
 #include "app/application.h"
-#include "app/sessionlist.h"
 #include "app/texts.h"
+#include "engine/radiorecorder.h"
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
 
@@ -37,7 +37,7 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
             toggleFavorite(m_app, *m_station);
     });
     connect(&app.favorites(), &FavoriteStations::changed, this, &StationActionBar::refresh);
-    connect(&app.recorder(), &SessionList::sessionsChanged, this, &StationActionBar::refresh);
+    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &StationActionBar::refresh);
     refresh();
 }
 
@@ -49,7 +49,7 @@ void StationActionBar::setStation(const std::optional<Station> &station)
 
 void StationActionBar::refresh()
 {
-    const bool recording = m_station && m_app.recorder().isRecording(m_station->id);
+    const bool recording = m_station && m_app.recorder().isRecordingStation(m_station->id);
     const bool favorite = m_station && m_app.favorites().isFavorite(m_station->id);
     m_record->setText(recording ? tx("station.stopRecording") : tx("station.record"));
     m_favorite->setText(favorite ? tx("fav.remove") : tx("fav.add"));
@@ -59,7 +59,7 @@ void StationActionBar::refresh()
 
 void StationActionBar::toggleRecording(Application &app, const Station &station)
 {
-    if (app.recorder().isRecording(station.id)) {
+    if (app.recorder().isRecordingStation(station.id)) {
         app.recorder().stop(station.id);
         return;
     }
@@ -79,7 +79,7 @@ void StationActionBar::addActions(QMenu &menu, Application &app, const Station &
 {
     QAction *listen = menu.addAction(tx("station.listen"));
     listen->setEnabled(false);
-    const bool recording = app.recorder().isRecording(station.id);
+    const bool recording = app.recorder().isRecordingStation(station.id);
     menu.addAction(recording ? tx("station.stopRecording") : tx("station.record"), &menu,
                    [&app, station] { toggleRecording(app, station); });
     const bool favorite = app.favorites().isFavorite(station.id);

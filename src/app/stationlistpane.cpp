@@ -1,17 +1,31 @@
 #include "app/stationlistpane.h"
 
 #include "app/application.h"
-#include "app/sessionlist.h"
 #include "app/stationactionbar.h"
 #include "app/stationtablemodel.h"
 #include "app/uikit.h"
+#include "engine/radiorecorder.h"
 #include "stations/favoritestations.h"
+
+#include "engine/recordingsession.h"
 
 #include <QItemSelectionModel>
 #include <QMenu>
 #include <QStackedWidget>
 #include <QTableView>
 #include <QVBoxLayout>
+
+namespace {
+
+QSet<QString> recordedIds(const RadioRecorder &recorder)
+{
+    QSet<QString> ids;
+    for (const RecordingSession *session : recorder.sessions())
+        ids.insert(session->id());
+    return ids;
+}
+
+} // namespace
 
 StationListPane::StationListPane(Application &app, const QString &emptyTitle, const QString &emptyHint,
                                  QWidget *parent)
@@ -35,8 +49,8 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
     layout->addWidget(m_actions);
 
     connect(&app.favorites(), &FavoriteStations::changed, this, &StationListPane::refreshFavoriteMarks);
-    connect(&app.recorder(), &SessionList::sessionsChanged, this,
-            [this] { m_model->setRecordingIds(m_app.recorder().stationIds()); });
+    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this,
+            [this] { m_model->setRecordingIds(recordedIds(m_app.recorder())); });
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &StationListPane::selectionChanged);
     connect(m_model, &QAbstractItemModel::modelReset, this, &StationListPane::selectionChanged);
@@ -58,7 +72,7 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
         menu.exec(m_table->viewport()->mapToGlobal(pos));
     });
     refreshFavoriteMarks();
-    m_model->setRecordingIds(app.recorder().stationIds());
+    m_model->setRecordingIds(recordedIds(app.recorder()));
 }
 
 std::optional<Station> StationListPane::selectedStation() const

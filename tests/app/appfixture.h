@@ -40,7 +40,7 @@ protected:
 
     void TearDown() override
     {
-        app->shutDown(10000);
+        app->shutDown();
     }
 
     TestHome home;

@@ -1,7 +1,7 @@
 #include "app/mainwindow.h"
 #include "app/radioview.h"
 #include "app/recordingsview.h"
-#include "app/sessionlist.h"
+#include "engine/radiorecorder.h"
 #include "app/stationactionbar.h"
 #include "engine/enginesettingsstore.h"
 #include "engine/recordingcontext.h"
@@ -133,7 +133,7 @@ TEST_F(RecordingTest, OneSessionPerStationAndStopAllEndsEveryOne)
     view.stopAllButton()->click();
     EXPECT_EQ(view.table()->rowCount(), 0);
     EXPECT_FALSE(view.stopAllButton()->isEnabled());
-    EXPECT_TRUE(waitUntil([&] { return app->recorder().finishingCount() == 0; }, 10000));
+    EXPECT_TRUE(waitUntil([&] { return app->recorder().hasPendingSaves() == false; }, 10000));
 }
 
 TEST_F(RecordingTest, AGivenUpStreamShowsItsErrorAndLeavesTheList)

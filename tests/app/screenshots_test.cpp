@@ -1,7 +1,7 @@
 #include "app/favoritesview.h"
 #include "app/mainwindow.h"
 #include "app/radioview.h"
-#include "app/sessionlist.h"
+#include "engine/radiorecorder.h"
 #include "app/toolsgateview.h"
 #include "library/librarystore.h"
 #include "stations/favoritestations.h"
