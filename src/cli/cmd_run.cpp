@@ -2,9 +2,11 @@
 #include "cli/recordercli.h"
 #include "cli/signalwatcher.h"
 
-#include "engine/powerassertion.h"
+#include "engine/closedlidkeeper.h"
 #include "engine/radiorecorder.h"
+#include "engine/sleepguard.h"
 #include "engine/sniperscheduler.h"
+#include "platform/dbuslink.h"
 
 #include <chrono>
 #include <cmath>
@@ -34,10 +36,17 @@ int runCommand(CliServices &services, const QStringList &args)
         return Cli::fail(error);
     RadioRecorder &recorder = setup->recorder;
 
-    // Holds nothing with the system yet: the logind lock takes its place where a system
-    // bus is there to ask.
-    NullPowerAssertion power;
-    auto scheduler = std::make_unique<SniperScheduler>(power, options);
+    // A laptop recording headless must not doze off in a window; on a server without
+    // buses nothing is held and nothing waits.
+    DBusLink systemBus(DBusLink::systemBusAddress(), QStringLiteral("system"));
+    DBusLink sessionBus(DBusLink::sessionBusAddress(), QStringLiteral("session"));
+    SleepGuard sleepGuard(systemBus, sessionBus,
+        [&recorder](std::function<void()> done) { SleepGuard::flushSessions(recorder.sessions(), std::move(done)); });
+    QObject::connect(&recorder, &RadioRecorder::sessionsChanged, &sleepGuard,
+        [&] { sleepGuard.setRecording(!recorder.sessions().isEmpty()); });
+    ClosedLidKeeper lidKeeper(systemBus);
+    options.closedLidKeeper = &lidKeeper;
+    auto scheduler = std::make_unique<SniperScheduler>(sleepGuard, options);
     scheduler->configure(recorder, setup->library);
 
     SignalWatcher signals;

@@ -1,5 +1,6 @@
 #include "engine/sniperscheduler.h"
 
+#include "engine/closedlidkeeper.h"
 #include "engine/powerassertion.h"
 #include "engine/radiorecorder.h"
 #include "library/librarystore.h"
@@ -65,6 +66,7 @@ SniperScheduler::SniperScheduler(PowerAssertion &power, Options options, QObject
     , m_fileUrl(std::move(options.fileUrl))
     , m_clock(std::move(options.clock))
     , m_tickInterval(options.tickInterval)
+    , m_lidKeeper(options.closedLidKeeper)
 {
     load();
 }
@@ -96,6 +98,10 @@ void SniperScheduler::configure(RadioRecorder &recorder, LibraryStore &library)
     m_timer->setInterval(m_tickInterval);
     connect(m_timer, &QTimer::timeout, this, &SniperScheduler::tick);
     m_timer->start();
+    if (m_lidKeeper) {
+        feedLidKeeper(!recorder.sessions().isEmpty());
+        m_lidKeeper->reconcileAtLaunch();
+    }
     tick();
 }
 
@@ -118,6 +124,8 @@ void SniperScheduler::add(const ScheduledRecording &plan)
     setItems(std::move(items));
     save();
     updatePowerAssertion();
+    if (m_lidKeeper)
+        m_lidKeeper->scheduleAdded();
 }
 
 void SniperScheduler::remove(const ScheduledRecording &plan)
@@ -206,6 +214,17 @@ void SniperScheduler::updatePowerAssertion()
         m_power.release();
         m_activityHeld = false;
     }
+    if (m_lidKeeper) {
+        feedLidKeeper(recording);
+        m_lidKeeper->refresh();
+    }
+}
+
+void SniperScheduler::feedLidKeeper(bool recording)
+{
+    m_lidKeeper->setRecording(recording);
+    m_lidKeeper->setNextPlannedStart(
+        m_items.isEmpty() ? std::nullopt : std::optional<QDateTime>(m_items.first().start));
 }
 
 void SniperScheduler::load()

@@ -16,6 +16,7 @@
 #include <optional>
 
 class PowerAssertion;
+class ClosedLidKeeper;
 class QTimer;
 
 // The user's planned recordings: kept in "sniper_schedule.json", started and stopped by a
@@ -40,6 +41,9 @@ public:
         std::optional<QString> fileUrl = defaultFileUrl();
         Clock clock = [] { return QDateTime::currentDateTimeUtc(); };
         std::chrono::milliseconds tickInterval { 20000 };
+        // Told about recordings and the next plan, so it can keep the lid switch while
+        // they need it. Optional; must outlive the scheduler.
+        ClosedLidKeeper *closedLidKeeper = nullptr;
     };
 
     // Loads the file: unreadable means no plans, without a word; passed windows are moved
@@ -78,7 +82,8 @@ public:
     }
 
     // Holds the power assertion while a session runs or a plan exists, releases it when
-    // neither; a hold is kept as it is when the reason for it changes.
+    // neither; a hold is kept as it is when the reason for it changes. Then brings the
+    // closed-lid keeper up to date.
     void updatePowerAssertion();
     [[nodiscard]] bool holdsPowerAssertion() const { return m_activityHeld; }
 
@@ -102,6 +107,7 @@ private:
     bool syncFromDisk();
     [[nodiscard]] DiskState diskState() const;
     void setItems(QList<ScheduledRecording> items);
+    void feedLidKeeper(bool recording);
     // plan.station() of every item, in item order. The directory's builder costs
     // microseconds and every tick asks for every plan, so each plan's station is built
     // once and the list is redone only after the items changed.
@@ -111,6 +117,7 @@ private:
     const std::optional<QString> m_fileUrl;
     const Clock m_clock;
     const std::chrono::milliseconds m_tickInterval;
+    ClosedLidKeeper *const m_lidKeeper;
 
     QList<ScheduledRecording> m_items;
     // The plans as the file held them when we last read or wrote it, and how it looked.

@@ -1,6 +1,8 @@
+#include "engine/closedlidkeeper.h"
 #include "engine/powerassertion.h"
 #include "engine/recordingsession.h"
 #include "engine/sniperscheduler.h"
+#include "platform/dbuslink.h"
 
 #include "icystream.h"
 #include "recorderfixture.h"
@@ -464,6 +466,34 @@ TEST_F(SniperSchedulerTest, ThePowerAssertionIsHeldWhilePlansOrRecordingsExist)
     recorder.start(live);
     EXPECT_EQ(power.reason(), "Radio recording in progress");
     EXPECT_EQ(power.acquisitions(), 2);
+}
+
+TEST_F(SniperSchedulerTest, TheClosedLidKeeperHearsOfTheNextPlanAndOfRecordings)
+{
+    DBusLink noBus(std::nullopt, QStringLiteral("system"));
+    ClosedLidKeeper keeper(noBus, nullptr, [this] { return now; });
+    keeper.setEnabled(true);
+    SniperScheduler::Options options;
+    options.fileUrl = file;
+    options.clock = [this] { return now; };
+    options.closedLidKeeper = &keeper;
+    SniperScheduler scheduler(power, options);
+    scheduler.configure(recorder, *library);
+    EXPECT_FALSE(keeper.isKeeping());
+
+    const ScheduledRecording later = livePlan(now.addSecs(3 * 3600), now.addSecs(4 * 3600));
+    scheduler.add(later);
+    EXPECT_FALSE(keeper.isKeeping()); // more than an hour away
+    const ScheduledRecording soon = livePlan(now.addSecs(1800), now.addSecs(3600));
+    scheduler.add(soon);
+    EXPECT_TRUE(keeper.isKeeping());
+    scheduler.remove(soon);
+    EXPECT_FALSE(keeper.isKeeping());
+
+    recorder.start(live);
+    EXPECT_TRUE(keeper.isKeeping());
+    recorder.stop();
+    EXPECT_FALSE(keeper.isKeeping());
 }
 
 TEST_F(SniperSchedulerTest, ATickTakesInAPlanAnotherProcessAdded)
