@@ -5,6 +5,7 @@
 #include "platform/httpclient.h"
 
 #include "fixtureserver.h"
+#include "icystream.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -14,22 +15,13 @@
 
 namespace {
 
-constexpr qint64 kMetaint = 1000;
-
-QByteArray metaBlock(const QByteArray &text)
-{
-    if (text.isEmpty())
-        return QByteArray(1, '\0');
-    const qsizetype blocks = (text.size() + 15) / 16;
-    QByteArray padded = text;
-    padded.resize(blocks * 16, '\0');
-    return char(blocks) + padded;
-}
+using IcyStream::kMetaint;
+using IcyStream::metaBlock;
 
 // Audio the tests can tell apart: run n is 1000 bytes of one repeated letter.
 QByteArray audioRun(int n)
 {
-    return QByteArray(kMetaint, char('a' + n % 26));
+    return IcyStream::audioBlock(n);
 }
 
 QByteArray icyTitle(const QByteArray &title)
