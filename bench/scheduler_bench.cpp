@@ -13,7 +13,6 @@
 #include "platform/atomicfile.h"
 #include "platform/httpclient.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 #include <QTemporaryDir>
 
@@ -127,14 +126,3 @@ void BM_LoadAndRollForward(benchmark::State &state)
 BENCHMARK(BM_LoadAndRollForward)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
