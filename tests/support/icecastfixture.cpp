@@ -320,12 +320,6 @@ bool IcecastFixture::setTitle(const QString &mount, const QString &title) const
     return reply && reply->status == 200 && reply->body.contains("successful");
 }
 
-bool IcecastFixture::hasMount(const QString &mount) const
-{
-    const auto reply = loopbackGet(m_port, "/admin/listmounts", adminAuth(), 3000);
-    return reply && reply->status == 200 && reply->body.contains("mount=\"" + mount.toUtf8() + "\"");
-}
-
 // ---- Broadcast ----
 
 Broadcast::Broadcast(const IcecastFixture &server, QList<BroadcastSong> programme, Options options)
@@ -525,11 +519,6 @@ double Broadcast::sourceTimeSec() const
 bool Broadcast::waitForSourceTime(double sec, int timeoutMs)
 {
     return waitUntil([&] { return sourceTimeSec() >= sec || m_finished.load(); }, timeoutMs) && sourceTimeSec() >= sec;
-}
-
-bool Broadcast::isPlaying() const
-{
-    return m_thread && !m_finished.load();
 }
 
 QList<PlayedSong> Broadcast::log() const
