@@ -154,5 +154,3 @@ void BM_FeedAndCopy(benchmark::State &state)
 BENCHMARK(BM_FeedAndCopy);
 
 } // namespace
-
-BENCHMARK_MAIN();
