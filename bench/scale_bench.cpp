@@ -24,6 +24,8 @@
 #include "engine/recordingstats.h"
 #include "platform/httpclient.h"
 
+#include "icecastfixture.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -81,15 +83,6 @@ void runFor(qint64 ms)
     QEventLoop loop;
     QTimer::singleShot(ms, &loop, &QEventLoop::quit);
     loop.exec();
-}
-
-QByteArray withoutId3(const QByteArray &file)
-{
-    if (!file.startsWith("ID3") || file.size() < 10)
-        return file;
-    const qint64 size = (qint64(file[6] & 0x7f) << 21) | (qint64(file[7] & 0x7f) << 14) | (qint64(file[8] & 0x7f) << 7)
-        | qint64(file[9] & 0x7f);
-    return file.mid(10 + size);
 }
 
 // What the server logged about the connections of one stream name.
@@ -187,7 +180,7 @@ Verification verify(const QList<RecordedFile> &saved, const QStringList &names, 
                 continue;
             }
             QFile f(file->second);
-            const QByteArray audio = f.open(QIODevice::ReadOnly) ? withoutId3(f.readAll()) : QByteArray();
+            const QByteArray audio = f.open(QIODevice::ReadOnly) ? withoutId3v2Tag(f.readAll()) : QByteArray();
             const qint64 from = c.titles[t].first;
             const qint64 whole = t + 1 < c.titles.size() ? c.titles[t + 1].first - from : audio.size();
             const bool lengthOk = seenNext ? audio.size() == whole : audio.size() <= whole;

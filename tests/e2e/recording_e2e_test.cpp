@@ -254,16 +254,6 @@ private:
     QByteArray m_err;
 };
 
-// The audio of a byte-exact MP3 recording: the file less its ID3 tag.
-QByteArray withoutId3(const QByteArray &file)
-{
-    if (!file.startsWith("ID3") || file.size() < 10)
-        return file;
-    const qint64 size = (qint64(file[6] & 0x7f) << 21) | (qint64(file[7] & 0x7f) << 14) | (qint64(file[8] & 0x7f) << 7)
-        | qint64(file[9] & 0x7f);
-    return file.mid(10 + size);
-}
-
 // Where a recording's bytes sit in what the server sent; -1 unless exactly once.
 qint64 placeInStream(const QByteArray &stream, const QByteArray &audio)
 {
@@ -434,7 +424,7 @@ void checkSplitRecording(Recorder &recorder, const QList<Song> &songs, const QLi
             if (tagged) {
                 EXPECT_TRUE(bytes.startsWith(QByteArray("ID3\x03\x00\x00", 6)));
             }
-            const QByteArray audio = tagged ? withoutId3(bytes) : bytes;
+            const QByteArray audio = tagged ? withoutId3v2Tag(bytes) : bytes;
             const qint64 offset = placeInStream(stream, audio);
             EXPECT_GE(offset, 0) << "not a piece of what the server sent";
             if (offset >= 0)

@@ -139,6 +139,16 @@ bool handToIcecastUser(const QString &folder, QString *error)
     return true;
 }
 
+// Asks a fixture's worker thread to finish and waits for it.
+void joinWorker(std::atomic<bool> &stopRequested, std::unique_ptr<QThread> &thread)
+{
+    stopRequested = true;
+    if (thread) {
+        thread->wait();
+        thread.reset();
+    }
+}
+
 } // namespace
 
 std::optional<LoopbackReply> loopbackGet(
@@ -169,6 +179,16 @@ std::optional<LoopbackReply> loopbackGet(
     reply.body = data.mid(split + 4);
     reply.status = parseStatus(reply.head);
     return reply;
+}
+
+QByteArray withoutId3v2Tag(const QByteArray &file)
+{
+    if (!file.startsWith("ID3") || file.size() < 10)
+        return file;
+    // Ten header bytes, then a syncsafe size: seven bits in each of four bytes.
+    const qint64 size = (qint64(file[6] & 0x7f) << 21) | (qint64(file[7] & 0x7f) << 14) | (qint64(file[8] & 0x7f) << 7)
+        | qint64(file[9] & 0x7f);
+    return file.mid(10 + size);
 }
 
 // ---- IcecastFixture ----
@@ -501,11 +521,7 @@ void Broadcast::setDueTitles()
 
 void Broadcast::stop()
 {
-    m_stopRequested = true;
-    if (m_thread) {
-        m_thread->wait();
-        m_thread.reset();
-    }
+    joinWorker(m_stopRequested, m_thread);
 }
 
 double Broadcast::sourceTimeSec() const
@@ -603,11 +619,7 @@ void StreamCapture::run()
 
 void StreamCapture::stop()
 {
-    m_stopRequested = true;
-    if (m_thread) {
-        m_thread->wait();
-        m_thread.reset();
-    }
+    joinWorker(m_stopRequested, m_thread);
 }
 
 QByteArray StreamCapture::audio() const

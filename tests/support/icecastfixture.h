@@ -32,6 +32,10 @@ struct LoopbackReply {
 [[nodiscard]] std::optional<LoopbackReply> loopbackGet(
     quint16 port, const QByteArray &target, const QByteArray &basicAuth = {}, int timeoutMs = 5000);
 
+// The audio of a byte-exact MP3 recording: the file less the ID3v2 tag in front of it
+// (the whole file when it has none).
+[[nodiscard]] QByteArray withoutId3v2Tag(const QByteArray &file);
+
 // A running icecast2 on a free loopback port.
 //
 // Run as root (the build machines' case), icecast2 only starts with a change of owner to
