@@ -7,6 +7,7 @@
 #include "platform/httpclient.h"
 
 #include "fixtureserver.h"
+#include "bytesettings.h"
 #include "testenv.h"
 
 #include <gtest/gtest.h>
@@ -20,10 +21,7 @@ class RecorderFixture : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        RadioEngineSettings settings;
-        settings.lossless = true;
-        settings.minDurationSec = 0;
-        EngineSettingsStore().setGlobal(settings);
+        useByteExactSaves();
         context.timings.reconnectDelaySec = [](qint64) { return 0.01; };
         context.timings.statusPolling = false;
         LibraryOpenResult opened = LibraryStore::open(home.file(QStringLiteral("library.sqlite")));

@@ -6,6 +6,7 @@
 
 #include "fixtureserver.h"
 #include "icystream.h"
+#include "bytesettings.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -43,10 +44,7 @@ class RecordingSessionTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        RadioEngineSettings settings;
-        settings.lossless = true; // byte-exact files: what the server sent is what we compare
-        settings.minDurationSec = 0;
-        EngineSettingsStore().setGlobal(settings);
+        useByteExactSaves(); // what the server sent is what we compare
         context.timings.reconnectDelaySec = [](qint64) { return 0.05; };
         context.timings.statusPolling = false;
         context.timings.idleTimeoutSec = 2;

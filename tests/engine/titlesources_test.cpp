@@ -6,6 +6,7 @@
 #include "platform/httpclient.h"
 
 #include "fixtureserver.h"
+#include "bytesettings.h"
 #include "testenv.h"
 
 #include <QJsonArray>
@@ -57,10 +58,7 @@ class PolledTitlesTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        RadioEngineSettings settings;
-        settings.lossless = true;
-        settings.minDurationSec = 0;
-        EngineSettingsStore().setGlobal(settings);
+        useByteExactSaves();
         context.timings.statusPollIntervalSec = 0.1;
         context.timings.inBandPrecedenceSec = 0.5;
         context.timings.statusUrlFor = [this](const QString &) { return QUrl(QString::fromLatin1(server.url("/status-json.xsl"))); };
