@@ -6,10 +6,13 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QMetaMethod>
+#include <QSet>
 #include <QThread>
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -261,9 +264,12 @@ std::optional<qint64> LibraryStore::insert(const Track &track)
         failed();
         return std::nullopt;
     }
-    const qint64 id = m_db->lastInsertId();
+    Track stored = track;
+    stored.id = m_db->lastInsertId();
+    stored.duration = Track::storableDuration(track.duration);
+    Q_EMIT tracksInserted({stored});
     Q_EMIT tracksChanged();
-    return id;
+    return stored.id;
 }
 
 QList<qint64> LibraryStore::insertTracks(const QList<Track> &tracks)
@@ -289,8 +295,17 @@ QList<qint64> LibraryStore::insertTracks(const QList<Track> &tracks)
         failed();
         return {};
     }
-    if (!ids.isEmpty())
-        Q_EMIT tracksChanged();
+    if (ids.isEmpty())
+        return ids;
+    if (isSignalConnected(QMetaMethod::fromSignal(&LibraryStore::tracksInserted))) {
+        QList<Track> stored = tracks;
+        for (qsizetype i = 0; i < stored.size(); ++i) {
+            stored[i].id = ids[i];
+            stored[i].duration = Track::storableDuration(stored[i].duration);
+        }
+        Q_EMIT tracksInserted(stored);
+    }
+    Q_EMIT tracksChanged();
     return ids;
 }
 
@@ -302,6 +317,9 @@ bool LibraryStore::save(const Track &track)
     s.bind(11, track.id);
     if (!changeRow(s, "track", track.id))
         return false;
+    Track stored = track;
+    stored.duration = Track::storableDuration(track.duration);
+    Q_EMIT trackUpdated(stored);
     Q_EMIT tracksChanged();
     return true;
 }
@@ -321,6 +339,7 @@ bool LibraryStore::remove(qint64 trackId)
     s.bind(0, trackId);
     if (!changeRow(s, "track", trackId))
         return false;
+    Q_EMIT trackRemoved(trackId);
     Q_EMIT tracksChanged();
     if (linked)
         Q_EMIT playlistsChanged();
@@ -549,6 +568,39 @@ bool LibraryStore::moveEntry(qint64 playlistId, qsizetype fromIndex, qsizetype t
         SqliteStatement s = m_db->statement(kSetEntrySortOrder);
         s.bind(0, qint64(i));
         s.bind(1, entries[i].id);
+        if (!s.run())
+            return failed();
+    }
+    if (!transaction.commit())
+        return failed();
+    Q_EMIT playlistsChanged();
+    return true;
+}
+
+bool LibraryStore::setEntryOrder(qint64 playlistId, const QList<qint64> &entryIds)
+{
+    assertOwnerThread();
+    ScopedTransaction transaction(*m_db);
+    if (!transaction.isActive())
+        return failed();
+    const QList<PlaylistEntry> entries = entriesOf(playlistId);
+    QHash<qint64, qint64> sortOrderById;
+    for (const PlaylistEntry &entry : entries)
+        sortOrderById.insert(entry.id, entry.sortOrder);
+    const QSet<qint64> named(entryIds.cbegin(), entryIds.cend());
+    if (entryIds.size() != entries.size() || named.size() != entryIds.size()
+        || !std::all_of(entryIds.cbegin(), entryIds.cend(), [&](qint64 id) { return sortOrderById.contains(id); })) {
+        m_lastError = QStringLiteral("the new order does not name each of the %1 entries of playlist %2 once")
+                          .arg(entries.size())
+                          .arg(playlistId);
+        return false;
+    }
+    for (qsizetype i = 0; i < entryIds.size(); ++i) {
+        if (sortOrderById.value(entryIds[i]) == i)
+            continue;
+        SqliteStatement s = m_db->statement(kSetEntrySortOrder);
+        s.bind(0, qint64(i));
+        s.bind(1, entryIds[i]);
         if (!s.run())
             return failed();
     }

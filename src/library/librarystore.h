@@ -40,8 +40,9 @@ struct LibraryOpenResult {
 // Lives on the GUI thread (in orvida-cli: the main thread) and owns the only connection to
 // the file in this process; every method except post() must be called on that thread.
 // Other threads (the recorder's save tasks, the converter) hand their work over with
-// post(). Writes announce themselves with tracksChanged()/playlistsChanged(), emitted on
-// the owner thread after the change is committed, so views simply reload.
+// post(). Writes announce themselves on the owner thread after the change is committed:
+// a view of 100,000 tracks follows the fine-grained track signals row by row, anything
+// else may simply reload on tracksChanged()/playlistsChanged().
 //
 // Other processes (orvida-cli beside the window) may open the same file: WAL lets them
 // read while we write.
@@ -96,6 +97,9 @@ public:
     // Moves the entry shown at `fromIndex` to `toIndex` and renumbers the playlist's
     // sortOrder 0, 1, 2, ... in the new order.
     [[nodiscard]] bool moveEntry(qint64 playlistId, qsizetype fromIndex, qsizetype toIndex);
+    // Renumbers the playlist's sortOrder 0, 1, 2, ... in the order of `entryIds`, which must
+    // name every entry of the playlist exactly once (a drag of several rows at once).
+    [[nodiscard]] bool setEntryOrder(qint64 playlistId, const QList<qint64> &entryIds);
     [[nodiscard]] bool removeEntry(qint64 entryId);
 
     // Thread-safe. Runs `work` on the owner thread from its event loop. Dropped when the
@@ -103,6 +107,12 @@ public:
     void post(std::function<void(LibraryStore &)> work);
 
 Q_SIGNALS:
+    // The rows as stored (ids set), in id order; from insert() and insertTracks().
+    void tracksInserted(const QList<Track> &tracks);
+    // From save(): the track as stored.
+    void trackUpdated(const Track &track);
+    void trackRemoved(qint64 trackId);
+    // After every track write, following the fine-grained signal above.
     void tracksChanged();
     void playlistsChanged();
 
