@@ -18,7 +18,7 @@
 // byte the server sent. Everything runs on 127.0.0.1 in a private temporary folder.
 //
 // Each song is one sine tone, so a test can tell from a recording's decoded audio which
-// song it holds and for how long (see tests/e2e/audiocheck.h). Titles are set through the
+// song it holds and for how long (see audiocheck.h). Titles are set through the
 // admin metadata endpoint at the song boundaries, timed against the audio the source has
 // actually sent, and every title change is logged as the ground truth of what played when.
 
