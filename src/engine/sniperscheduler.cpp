@@ -138,6 +138,8 @@ void SniperScheduler::remove(const QUuid &id)
     Q_ASSERT(QThread::currentThread() == thread());
     QList<ScheduledRecording> items = m_items;
     items.removeIf([&](const ScheduledRecording &p) { return p.id == id; });
+    // A recording the user keeps after dropping its plan is no longer the plan's.
+    m_announced.remove(id);
     setItems(std::move(items));
     save();
     updatePowerAssertion();
@@ -175,6 +177,8 @@ void SniperScheduler::tick()
             // Also ends a recording of the station the user started by hand.
             if (m_recorder->isRecordingStation(station))
                 m_recorder->stop(station);
+            if (m_announced.remove(plan.id))
+                Q_EMIT scheduledRecordingEnded(plan);
             if (const auto next = advanced(plan, now))
                 replace(plan, *next);
             else
@@ -197,10 +201,14 @@ void SniperScheduler::startScheduled(const ScheduledRecording &plan, const Stati
         = plan.mode == ScheduledRecording::Mode::FullShow ? std::optional<QString>(plan.showTitle()) : std::nullopt;
     // Saved songs arrive on this thread (the session hands them over here).
     QPointer<LibraryStore> library = m_library;
-    m_recorder->start(station, fullShowTitle, [library](const Track &track) {
+    const bool started = m_recorder->start(station, fullShowTitle, [library](const Track &track) {
         if (library)
             (void)RadioRecorder::upsertIntoLibrary(track, *library); // a failed save is not worth more
     });
+    if (started && !m_announced.contains(plan.id)) {
+        m_announced.insert(plan.id);
+        Q_EMIT scheduledRecordingStarted(plan);
+    }
 }
 
 void SniperScheduler::updatePowerAssertion()

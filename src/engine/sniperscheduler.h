@@ -9,6 +9,7 @@
 #include <QList>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 
 #include <chrono>
@@ -89,6 +90,11 @@ public:
 
 Q_SIGNALS:
     void itemsChanged();
+    // A plan's window opened and its recording began. Once per window: a recording that
+    // gave up and is started again inside the same window is not announced a second time.
+    void scheduledRecordingStarted(const ScheduledRecording &plan);
+    // The window of an announced start has passed (its recording is stopped by then).
+    void scheduledRecordingEnded(const ScheduledRecording &plan);
 
 private:
     struct DiskState {
@@ -136,4 +142,6 @@ private:
     QPointer<LibraryStore> m_library;
     QTimer *m_timer = nullptr;
     bool m_activityHeld = false;
+    // Plans whose current window was announced as started.
+    QSet<QUuid> m_announced;
 };

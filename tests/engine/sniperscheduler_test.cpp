@@ -429,6 +429,48 @@ TEST_F(SniperSchedulerTest, ARecordingThatGaveUpInsideItsWindowIsStartedAgain)
     EXPECT_EQ(recorder.errorMessage(), std::nullopt); // cleared by the new start
 }
 
+// What the window turns into desktop notifications: one start and one end per window,
+// also when the stream broke and was started again in between, and again for the next
+// window of a repeating plan.
+TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
+{
+    ZoneGuard zone("Europe/Berlin");
+    const auto scheduler = makeScheduler(power);
+    QSignalSpy started(scheduler.get(), &SniperScheduler::scheduledRecordingStarted);
+    QSignalSpy ended(scheduler.get(), &SniperScheduler::scheduledRecordingEnded);
+    const ScheduledRecording daily = livePlan(now.addSecs(60), now.addSecs(120), Rule::Daily);
+    scheduler->add(daily);
+    scheduler->configure(recorder, *library);
+    EXPECT_EQ(started.count(), 0);
+
+    now = daily.start;
+    scheduler->tick();
+    ASSERT_EQ(started.count(), 1);
+    EXPECT_EQ(started[0][0].value<ScheduledRecording>(), daily);
+    recorder.stop(); // gave up, say
+    scheduler->tick();
+    EXPECT_TRUE(recorder.isRecordingStation(live));
+    EXPECT_EQ(started.count(), 1);
+    EXPECT_EQ(ended.count(), 0);
+
+    now = daily.end;
+    scheduler->tick();
+    ASSERT_EQ(ended.count(), 1);
+    EXPECT_EQ(ended[0][0].value<ScheduledRecording>().id, daily.id);
+    EXPECT_EQ(ended[0][0].value<ScheduledRecording>().end, daily.end);
+
+    now = daily.start.addDays(1);
+    scheduler->tick();
+    ASSERT_EQ(started.count(), 2);
+    EXPECT_EQ(started[1][0].value<ScheduledRecording>().start, daily.start.addDays(1));
+
+    // Dropping the plan mid-window leaves the recording to the user: no end is announced.
+    scheduler->remove(daily);
+    now = daily.end.addDays(1);
+    scheduler->tick();
+    EXPECT_EQ(ended.count(), 1);
+}
+
 TEST_F(SniperSchedulerTest, FullShowPlansRecordUnderTheirShowTitle)
 {
     const auto scheduler = makeScheduler(power);
