@@ -216,6 +216,30 @@ public:
         m_process.start(QStringLiteral(ORVIDA_CLI_PATH), args);
     }
 
+    // Plans the station's window through orvida-cli schedule add; the window is whole
+    // seconds on the wall clock, written with its UTC offset.
+    [[nodiscard]] bool schedule(const QString &url, const QDateTime &from, const QDateTime &to) const
+    {
+        QStringList args { QStringLiteral("schedule"), QStringLiteral("add"), url, QStringLiteral("--name"),
+            kStationName, QStringLiteral("--start"), from.toOffsetFromUtc(from.offsetFromUtc()).toString(Qt::ISODate),
+            QStringLiteral("--end"), to.toOffsetFromUtc(to.offsetFromUtc()).toString(Qt::ISODate) };
+        if (m_plan.fullShow)
+            args << QStringLiteral("--mode") << QStringLiteral("fullShow");
+        const CliRun run = cli(args);
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        return run.exitCode == 0;
+    }
+
+    // The headless recorder, with a quick tick so a window starts within a fifth of a second.
+    void startRun()
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(m_env);
+        m_process.setProcessEnvironment(env);
+        m_process.start(QStringLiteral(ORVIDA_CLI_PATH), { QStringLiteral("run"), QStringLiteral("--tick"), QStringLiteral("0.2") });
+    }
+    void terminate() { m_process.terminate(); }
+
     bool isDone() const { return m_process.state() == QProcess::NotRunning; }
     int exitCode() const { return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1; }
 
@@ -620,6 +644,95 @@ TEST_F(RecordingE2eTest, AacStreamIsKeptAsItsOwnBytesOrReencodedToMp3)
     const QByteArray stream = capture->audio();
     for (const auto &recorder : recorders)
         checkSplitRecording(*recorder, songs, played, 2, 2, QStringLiteral("aac"), stream);
+}
+
+TEST_F(RecordingE2eTest, ScheduledWindowIsRecordedByTheHeadlessRecorder)
+{
+    // The window opens during the first song and closes during the last; one home plans it
+    // split into songs, another as a whole show. Each runs orvida-cli run until SIGTERM.
+    const QList<Song> songs = mp3Programme();
+    StoreFixture store(songs);
+    prepare({ { QStringLiteral("scheduled, split"), false, 0, 0, std::nullopt, 0 },
+                { QStringLiteral("scheduled, full show"), false, 0, 0, QStringLiteral("(show title)"), 0 } },
+        store.searchUrl());
+    const QString url = s_icecast->streamUrl(QStringLiteral("/radio.mp3"));
+    for (const auto &recorder : recorders)
+        recorder->startRun();
+
+    broadcast = std::make_unique<Broadcast>(*s_icecast, toBroadcast(songs), Broadcast::Options {});
+    QString error;
+    ASSERT_TRUE(broadcast->start(&error)) << error.toStdString();
+    capture = std::make_unique<StreamCapture>(s_icecast->port(), QStringLiteral("/radio.mp3"));
+    ASSERT_TRUE(capture->start(&error)) << error.toStdString();
+    // Songs at 0, 10.5, 20.1, 30.3 and 40.1 s: open the window about 3 s in and keep it 43 s.
+    const QDateTime now = QDateTime::currentDateTime();
+    const QDateTime soon = now.addSecs(3);
+    const QDateTime windowStart = soon.addMSecs(-soon.time().msec()); // whole seconds
+    const QDateTime windowEnd = windowStart.addSecs(43);
+    for (const auto &recorder : recorders)
+        ASSERT_TRUE(recorder->schedule(url, windowStart, windowEnd));
+    const double openSec = broadcast->sourceTimeSec() + double(QDateTime::currentDateTime().msecsTo(windowStart)) / 1000;
+
+    // The scheduler ends the sessions at the window's end; SIGTERM then ends the process.
+    ASSERT_TRUE(waitUntil([&] { return QDateTime::currentDateTime() > windowEnd.addSecs(2); }, 60000));
+    for (const auto &recorder : recorders)
+        recorder->terminate();
+    EXPECT_TRUE(waitUntil(
+        [&] { return std::all_of(recorders.begin(), recorders.end(), [](const auto &r) { return r->isDone(); }); },
+        60000))
+        << "orvida-cli run did not end on SIGTERM";
+    for (const auto &recorder : recorders)
+        recorder->finish();
+    capture->stop();
+    broadcast->stop();
+    played = broadcast->log();
+    ASSERT_EQ(played.size(), songs.size()) << "the broadcast ended early";
+    ASSERT_EQ(songAt(played, openSec), 0) << "the window opened late, at " << openSec << " s";
+    ASSERT_EQ(songAt(played, openSec + 43), 4) << "the window closed at " << openSec + 43 << " s";
+
+    Recorder &split = *recorders[0];
+    EXPECT_EQ(split.events(QStringLiteral("started")).size(), 1);
+    EXPECT_EQ(split.events(QStringLiteral("stopped")).size(), 1) << "the window's end did not stop the session";
+    checkSplitRecording(split, songs, played, 4, 4, QStringLiteral("mp3"), capture->audio());
+
+    // The whole show carries the plan's title: station, date, and the window's times
+    // joined by an en dash; the file is named after it.
+    Recorder &show = *recorders[1];
+    EXPECT_EQ(show.exitCode(), 0) << show.errors().toStdString();
+    const QStringList saved = show.events(QStringLiteral("saved"));
+    ASSERT_EQ(saved.size(), 1) << saved.join(QLatin1Char('\n')).toStdString();
+    const QString hours = windowStart.toString(QStringLiteral("HH:mm")) + QChar(0x2013) + windowEnd.toString(QStringLiteral("HH:mm"));
+    const QFileInfo file(saved[0]);
+    EXPECT_EQ(file.absolutePath(), show.radioDir());
+    EXPECT_TRUE(file.fileName().startsWith(kStationName + QLatin1Char(' '))) << saved[0].toStdString();
+    EXPECT_TRUE(file.fileName().endsWith(QString(hours).replace(QLatin1Char(':'), QLatin1Char('-')) + QStringLiteral(".mp3")))
+        << saved[0].toStdString();
+    const auto info = AudioCheck::probe(saved[0], &error);
+    ASSERT_TRUE(info) << error.toStdString();
+    const QString title = info->tags.value(QStringLiteral("title"));
+    EXPECT_TRUE(title.startsWith(kStationName + QLatin1Char(' ')) && title.endsWith(hours)) << title.toStdString();
+    // The window's 43 s, plus what icecast hands a new listener from the past at once (its
+    // 64 KiB burst, 4.1 s at 128 kbit/s) and a tick or two of lateness at either end.
+    EXPECT_GE(info->durationSec, 43 - 0.5);
+    EXPECT_LE(info->durationSec, 43 + 65535.0 / kBytesPerSec + 1);
+    const QJsonArray library = show.library();
+    ASSERT_EQ(library.size(), 1);
+    EXPECT_EQ(entryFor(library, saved[0]).value(QLatin1String("title")).toString(), title);
+
+    // Every song of the window in order, the first and last in part.
+    const auto pcm = AudioCheck::decode(saved[0], &error);
+    ASSERT_TRUE(pcm) << error.toStdString();
+    const std::vector<int> labels = AudioCheck::toneLabels(*pcm, tonesOf(songs), kWindowSec);
+    QList<AudioCheck::Run> heard = AudioCheck::runs(labels);
+    heard.removeIf([](const AudioCheck::Run &run) { return run.label < 0; });
+    QList<int> order;
+    for (const AudioCheck::Run &run : std::as_const(heard))
+        order << run.label;
+    EXPECT_EQ(order, QList<int>({ 0, 1, 2, 3, 4 })) << AudioCheck::describe(labels, kWindowSec).toStdString();
+    // Nothing recorded is left behind, and the plan, a one-off, has been used up.
+    EXPECT_EQ(QDir(show.radioDir() + QStringLiteral("/tmp")).entryList(QDir::Files | QDir::Hidden), QStringList());
+    const CliRun plans = show.cli({ QStringLiteral("schedule"), QStringLiteral("list"), QStringLiteral("--json") });
+    EXPECT_EQ(QJsonDocument::fromJson(plans.out).array().size(), 0) << plans.out.toStdString();
 }
 
 } // namespace
