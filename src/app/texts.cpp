@@ -56,6 +56,23 @@ constexpr Entry kEntries[] = {
      "Gib oben einen Namen ein, wähle einen Zufallssender oder gib eine Stream-Adresse ein."},
     {"radio.noResultsFormat", "No stations found for “%1”.", "Keine Sender für „%1“ gefunden."},
 
+    // Globe
+    {"globe.sidebar", "Globe", "Globus"},
+    {"globe.title", "Globe", "Globus"},
+    {"globe.countFormat", "%1 stations", "%1 Sender"},
+    {"globe.reload", "Reload", "Neu laden"},
+    {"globe.retry", "Try Again", "Erneut versuchen"},
+    {"globe.loading", "Loading stations…", "Sender werden geladen…"},
+    {"globe.loadingHint", "The stations of the globe are fetched once and kept for a week.",
+     "Die Sender des Globus werden einmal geladen und eine Woche lang aufbewahrt."},
+    {"globe.errorTitle", "Stations could not be loaded", "Sender konnten nicht geladen werden"},
+    {"globe.emptyTitle", "No stations with a location", "Keine Sender mit Standort"},
+    {"globe.emptyHint", "The directory sent no stations with a position. Try again later.",
+     "Das Verzeichnis hat keine Sender mit Standort geliefert. Versuche es später noch einmal."},
+    {"globe.updateFailedFormat", "Update failed: %1", "Aktualisierung fehlgeschlagen: %1"},
+    {"globe.pickHint", "Click a dot to pick a station. Drag to turn the globe, scroll to zoom.",
+     "Klicke auf einen Punkt, um einen Sender zu wählen. Ziehen dreht den Globus, Scrollen zoomt."},
+
     // Favourites
     {"fav.sidebar", "Favourites", "Favoriten"},
     {"fav.title", "Favourite Stations", "Lieblingssender"},
