@@ -131,6 +131,12 @@ public:
     // dbusmock's logind template; true once it owns its name.
     bool startLogind() { return startMock({QStringLiteral("--template"), QStringLiteral("logind")}, kLogind); }
 
+    // dbusmock's notification_daemon template; true once it owns its name.
+    bool startNotificationDaemon()
+    {
+        return startMock({QStringLiteral("--template"), QStringLiteral("notification_daemon")}, kNotifications);
+    }
+
     // A bare dbusmock object (`name` at `path`, main interface `interface`); give it
     // methods with addMethod().
     bool startMock(const QString &name, const QString &path, const QString &interface)
@@ -231,6 +237,8 @@ public:
 
     static inline const QString kLogind = QStringLiteral("org.freedesktop.login1");
     static inline const QString kLogindPath = QStringLiteral("/org/freedesktop/login1");
+    static inline const QString kNotifications = QStringLiteral("org.freedesktop.Notifications");
+    static inline const QString kNotificationsPath = QStringLiteral("/org/freedesktop/Notifications");
     static inline const QString kMockInterface = QStringLiteral("org.freedesktop.DBus.Mock");
 
 private:
