@@ -143,6 +143,28 @@ constexpr Entry kEntries[] = {
     {"lib.emptyHint", "Songs you record are saved here automatically.",
      "Aufgenommene Songs landen automatisch hier."},
     {"lib.unavailable", "The library could not be opened.", "Die Mediathek konnte nicht geöffnet werden."},
+    {"library.allTracks", "All Tracks", "Alle Titel"},
+    {"library.addToPlaylist", "Add to Playlist", "Zur Playlist hinzufügen"},
+
+    // Playlists
+    {"playlist.heading", "Playlists", "Playlists"},
+    {"playlist.new", "New Playlist…", "Neue Playlist…"},
+    {"playlist.newTitle", "New Playlist", "Neue Playlist"},
+    {"playlist.defaultName", "New Playlist", "Neue Playlist"},
+    {"playlist.nameLabel", "Name:", "Name:"},
+    {"playlist.rename", "Rename…", "Umbenennen…"},
+    {"playlist.renameTitle", "Rename Playlist", "Playlist umbenennen"},
+    {"playlist.delete", "Delete Playlist…", "Playlist löschen…"},
+    {"playlist.deleteTitle", "Delete Playlist", "Playlist löschen"},
+    {"playlist.deleteFormat", "Delete the playlist “%1”? Its tracks stay in the library.",
+     "Die Playlist „%1“ löschen? Ihre Titel bleiben in der Mediathek."},
+    {"playlist.moveUp", "Move Up", "Nach oben"},
+    {"playlist.moveDown", "Move Down", "Nach unten"},
+    {"playlist.remove", "Remove from Playlist", "Aus Playlist entfernen"},
+    {"playlist.emptyTitle", "This playlist is empty", "Diese Playlist ist leer"},
+    {"playlist.emptyHint", "Drag tracks from All Tracks onto it, or choose Add to Playlist in a track's menu.",
+     "Ziehe Titel aus „Alle Titel“ hierher oder wähle „Zur Playlist hinzufügen“ im Menü eines Titels."},
+    {"playlist.notInLibrary", "This track is no longer in the library.", "Dieser Titel ist nicht mehr in der Mediathek."},
 
     // Settings
     {"settings.title", "Settings", "Einstellungen"},
