@@ -27,6 +27,12 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
     auto &context = services.make<RecordingContext>(services.http(), &stats);
     context.storeBase = TrackInfoLookup::storeBase();
     context.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
+    // Hidden and for tests only (the soak test stalls streams): ORVIDA_IDLE_TIMEOUT_SEC
+    // shortens how long a connected but silent stream is waited for before a reconnect.
+    bool ok = false;
+    const double idleTimeoutSec = qEnvironmentVariable("ORVIDA_IDLE_TIMEOUT_SEC").toDouble(&ok);
+    if (ok && idleTimeoutSec >= 1)
+        context.timings.idleTimeoutSec = idleTimeoutSec;
     auto &recorder = services.make<RadioRecorder>(context);
 
     QObject::connect(&recorder, &RadioRecorder::sessionStarted,
