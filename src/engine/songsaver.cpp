@@ -1,6 +1,7 @@
 #include "engine/songsaver.h"
 
 #include "engine/apppaths.h"
+#include "engine/audioframes.h"
 #include "engine/id3tag.h"
 #include "engine/songencoder.h"
 #include "engine/trackinfolookup.h"
@@ -159,6 +160,14 @@ std::optional<WorkFile> writeReencoded(const std::vector<SegmentLock> &segments,
     return out;
 }
 
+// MP3 and AAC are measured by their frames; ffmpeg is asked only about anything else.
+double durationOf(const QString &path, const QString &ffmpeg)
+{
+    if (const auto sec = AudioFrames::fileDurationSec(path))
+        return *sec;
+    return SongEncoder::probeDuration(ffmpeg, path);
+}
+
 enum class Placement { Moved, KeptExisting, Failed };
 
 Placement placeFile(WorkFile &out, const QString &target, double newDurationSec, const QString &ffmpeg, QString &why)
@@ -168,7 +177,7 @@ Placement placeFile(WorkFile &out, const QString &target, double newDurationSec,
     QMutexLocker locker(&mutex);
     const QFileInfo existing(target);
     if (existing.exists() || existing.isSymLink()) {
-        const double oldDurationSec = SongEncoder::probeDuration(ffmpeg, target);
+        const double oldDurationSec = durationOf(target, ffmpeg);
         if (!(newDurationSec > oldDurationSec))
             return Placement::KeptExisting;
     }
@@ -251,7 +260,7 @@ std::optional<SavedSong> SongSaver::mergeAndSave(std::vector<SegmentLock> segmen
         return std::nullopt;
     }
 
-    const double durationSec = SongEncoder::probeDuration(options.ffmpegPath, out->path());
+    const double durationSec = durationOf(out->path(), options.ffmpegPath);
     if (!options.fullShow && isTooShort(durationSec, settings.minDurationSec)) {
         deleteSegments(segments);
         return std::nullopt;

@@ -53,8 +53,9 @@ struct Song {
 // and letters beyond ASCII (icecast passes them on to MP3 listeners as Latin-1).
 // Tones that are no simple fraction of the frame rate, so no stretch of encoded audio
 // repeats and every recording has exactly one place in the stream. Every recorded file
-// of these songs is longer than 131072 bytes: ffmpeg 5.1 mistakes shorter MP3 files that
-// begin inside a frame (as a byte-exact cut does) for H.263 about every third time.
+// of these songs is longer than 131072 bytes: ffprobe, which the checks read files with,
+// mistakes shorter MP3 files that begin inside a frame (as a byte-exact cut does) for
+// H.263 about every third time.
 QList<Song> mp3Programme()
 {
     return {

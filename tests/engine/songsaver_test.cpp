@@ -237,6 +237,9 @@ TEST_F(SongSaverTest, MinimumDurationDropsShortSongsExceptInFullShows)
     EXPECT_TRUE(segmentsGone());
     EXPECT_EQ(savedFiles(), QStringList());
     EXPECT_EQ(tmpFiles(), QStringList());
+    // A byte-exact cut begins inside a frame; its length is still known, so it goes too.
+    EXPECT_FALSE(SongSaver::mergeAndSave(segments(audio->mp3Long.mid(1001, 100'000), 3), "A - Cut", "FM", options(strict)));
+    EXPECT_EQ(savedFiles(), QStringList());
 
     EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Long, 2), "A - Long", "FM", options(strict)));
     EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "A - Kept", "FM", options(lossless)));

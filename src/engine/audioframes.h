@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArrayView>
+#include <QString>
+
+#include <optional>
+
+// Durations of MP3 and ADTS AAC data by walking their frame headers, the way a player
+// counts what it will play. Saving a song needs its length for the minimum-length rule
+// and the library; starting ffmpeg for that costs more than the whole recording of the
+// song, and ffmpeg's format guess fails on short files that begin inside a frame, which
+// is how every byte-exact cut begins.
+namespace AudioFrames {
+
+enum class Format { Mp3, Adts };
+
+struct Walk {
+    qint64 frames = 0;
+    double durationSec = 0;
+    qint64 firstFrameOffset = -1; // where the first frame begins (after a tag or a partial frame)
+};
+
+// Walks `data` from its first run of consecutive frames to its last whole frame, skipping
+// an ID3v2 tag in front, resynchronising after damage and leaving out an encoder's
+// Xing/Info header frame. Absent when no run of frames is found.
+[[nodiscard]] std::optional<Walk> walk(QByteArrayView data, Format format);
+
+// The same for a file; the format follows the extension ("mp3", "aac"). Absent for other
+// formats and for files that cannot be read or hold no frames.
+[[nodiscard]] std::optional<double> fileDurationSec(const QString &path);
+
+} // namespace AudioFrames
