@@ -1,17 +1,23 @@
 #!/usr/bin/env bash
 # Records 1, 50, 100 and 200 loopback streams at once (one scale_bench process per count,
-# a fresh icyserver.py process beside it) and prints what recording costs.
+# a fresh icyserver.py process beside it) and prints what recording costs. Then the same
+# streams of the same server are recorded by as many streamripper processes
+# (streamripper.sh) and a second table sets both side by side.
 #
 #   bench/scale/run.sh                      60 measured seconds per count
 #   bench/scale/run.sh --quick              15 seconds per count
 #   bench/scale/run.sh --counts "1 200" --seconds 30 -- --no-status-poll
+#   bench/scale/run.sh --no-streamripper    our side only
 #
 # The build folder is $ORVIDA_BUILD_DIR (default: build); build the program first with
 #   cmake --build build --target scale_bench
 # Columns: CPU of the recording process in % of one core (user + system), the same for
 # its ffmpeg duration probes (child processes, one per saved song), resident memory,
 # memory per session beyond the first (against the 1-session run), songs saved, and
-# songs that matched the server's bytes exactly.
+# songs that matched the server's bytes exactly. The streamripper table: CPU of all its
+# processes, resident and proportional memory per stream, complete tracks, and the
+# ratios ours / streamripper of CPU (with the probes) and of memory (our resident
+# memory against the PSS of all streamripper processes).
 set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
@@ -22,13 +28,15 @@ seconds=60
 warmup=5
 counts="1 50 100 200"
 extra=()
+streamripper=1
 while [ $# -gt 0 ]; do
   case $1 in
     --quick) seconds=15; shift ;;
     --seconds) seconds=$2; shift 2 ;;
     --counts) counts=$2; shift 2 ;;
+    --no-streamripper) streamripper=0; shift ;;
     --) shift; extra=("$@"); break ;;
-    *) echo "usage: $0 [--quick] [--seconds S] [--counts \"1 50 100 200\"] [-- scale_bench options]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--quick] [--seconds S] [--counts \"1 50 100 200\"] [--no-streamripper] [-- scale_bench options]" >&2; exit 2 ;;
   esac
 done
 
@@ -48,6 +56,7 @@ trap cleanup EXIT
 
 failed=0
 declare -A result
+declare -A ripped
 for n in $counts; do
   logdir=$work/server-$n
   mkdir -p "$logdir"
@@ -64,6 +73,14 @@ for n in $counts; do
   status=0
   line=$("$bench" --server "http://127.0.0.1:$port" --log-dir "$logdir" --sessions "$n" \
            --seconds "$seconds" --warmup "$warmup" "${extra[@]}") || status=$?
+  if [ $streamripper = 1 ]; then
+    echo "recording $n stream(s) with as many streamripper processes for ${seconds}s ..." >&2
+    sr_status=0
+    sr=$("$here/streamripper.sh" --server "http://127.0.0.1:$port" --count "$n" --seconds "$seconds" \
+           --warmup "$warmup" --dir "$work/streamripper-$n") || sr_status=$?
+    [ $sr_status -eq 0 ] || failed=1
+    ripped[$n]="$sr status=$sr_status"
+  fi
   kill "$server"; wait "$server" 2>/dev/null || true
   server=""
   [ $status -eq 0 ] || failed=1
@@ -94,4 +111,24 @@ for n in $counts; do
     "$(awk -v r="$rss" 'BEGIN { printf "%.1f", r / 1024 }')" "${per:--}" \
     "$(field "$r" songs)" "$(field "$r" verified)" "$(field "$r" status)"
 done
+
+if [ $streamripper = 1 ]; then
+  echo
+  printf '%-9s %12s %14s %14s %14s %8s %9s %12s %12s %6s\n' streams "sr cpu %core" "sr cpu %/strm" "sr RSS KiB/str" \
+    "sr PSS KiB/str" songs "song s" "cpu ours/sr" "mem ours/sr" status
+  for n in $counts; do
+    r=${result[$n]}
+    s=${ripped[$n]}
+    cpu=$(field "$s" cpu_pct)
+    ours_cpu=$(awk -v a="$(field "$r" cpu_self_pct)" -v b="$(field "$r" cpu_children_pct)" 'BEGIN { print a + b }')
+    printf '%-9s %12s %14s %14s %14s %8s %9s %12s %12s %6s\n' "$n" "$cpu" \
+      "$(awk -v c="$cpu" -v n="$n" 'BEGIN { printf "%.4f", c / n }')" \
+      "$(awk -v r="$(field "$s" rss_kib)" -v n="$n" 'BEGIN { printf "%.0f", r / n }')" \
+      "$(awk -v r="$(field "$s" pss_kib)" -v n="$n" 'BEGIN { printf "%.0f", r / n }')" \
+      "$(field "$s" songs)" "$(field "$s" song_sec)" \
+      "$(awk -v a="$ours_cpu" -v b="$cpu" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }')" \
+      "$(awk -v a="$(field "$r" rss_kib)" -v b="$(field "$s" pss_kib)" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }')" \
+      "$(field "$s" status)"
+  done
+fi
 exit $failed

@@ -1,0 +1,103 @@
+#!/usr/bin/env bash
+# The streamripper side of the scale benchmark: N streamripper processes, one per stream,
+# against an icyserver.py that is already running, measured over the same steady part of
+# the run as scale_bench (after a warm-up). Prints one line of key=value pairs:
+#
+#   streams=N seconds=S cpu_pct=... rss_kib=... pss_kib=... songs=... song_sec=... running=...
+#
+# cpu_pct: user + system CPU of all N processes over the measured seconds, in % of one
+# core (from /proc/<pid>/stat); rss_kib and pss_kib: their resident and proportional set
+# sizes summed at the end (PSS shares the library pages among the processes, RSS counts
+# them N times); songs: complete tracks written; song_sec: their mean length at 16000
+# bytes/s; running: processes still alive when measured (N unless some gave up).
+#
+#   bench/scale/streamripper.sh --server http://127.0.0.1:PORT --count N --seconds S [--warmup W] [--dir DIR]
+set -euo pipefail
+
+server=""
+count=1
+seconds=60
+warmup=5
+dir=""
+while [ $# -gt 0 ]; do
+  case $1 in
+    --server) server=$2; shift 2 ;;
+    --count) count=$2; shift 2 ;;
+    --seconds) seconds=$2; shift 2 ;;
+    --warmup) warmup=$2; shift 2 ;;
+    --dir) dir=$2; shift 2 ;;
+    *) echo "usage: $0 --server URL --count N --seconds S [--warmup W] [--dir DIR]" >&2; exit 2 ;;
+  esac
+done
+[ -n "$server" ] || { echo "$0: --server is required" >&2; exit 2; }
+command -v streamripper >/dev/null || { echo "$0: streamripper is not installed" >&2; exit 2; }
+
+own_dir=""
+if [ -z "$dir" ]; then own_dir=$(mktemp -d); dir=$own_dir; fi
+pids=()
+cleanup() {
+  for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+  for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
+  [ -z "$own_dir" ] || rm -rf "$own_dir"
+}
+trap cleanup EXIT
+
+tck=$(getconf CLK_TCK)
+# Ticks of user + system time of the processes still alive; the name in parentheses
+# holds no spaces here, so the fields can be counted from the start.
+cpu_ticks() {
+  local total=0 p fields
+  for p in "${pids[@]}"; do
+    if read -r -a fields < "/proc/$p/stat" 2>/dev/null; then
+      total=$((total + fields[13] + fields[14]))
+    fi
+  done
+  echo "$total"
+}
+status_sum() { # status_sum FILE KEY
+  local total=0 p kib
+  for p in "${pids[@]}"; do
+    kib=$(sed -n "s/^$2:[[:space:]]*\([0-9]*\) kB/\1/p" "/proc/$p/$1" 2>/dev/null || true)
+    total=$((total + ${kib:-0}))
+  done
+  echo "$total"
+}
+
+# A little longer than measured, so none ends on its own before the last sample.
+limit=$((warmup + seconds + 10))
+for i in $(seq "$count"); do
+  out=$dir/sr-$i
+  mkdir -p "$out"
+  streamripper "$server/s/r$i" -d "$out" -s -l "$limit" --quiet > "$out/log.txt" 2>&1 &
+  pids+=("$!")
+done
+
+sleep "$warmup"
+t0=$(date +%s.%N)
+c0=$(cpu_ticks)
+sleep "$seconds"
+c1=$(cpu_ticks)
+t1=$(date +%s.%N)
+rss=$(status_sum status VmRSS)
+pss=$(status_sum smaps_rollup Pss)
+running=0
+for p in "${pids[@]}"; do [ -e "/proc/$p" ] && running=$((running + 1)); done
+
+for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
+pids=()
+
+# Complete tracks only; streamripper keeps the first and the last of each stream apart.
+songs=0
+bytes=0
+while IFS= read -r -d '' f; do
+  songs=$((songs + 1))
+  bytes=$((bytes + $(stat -c %s "$f")))
+done < <(find "$dir" -path '*/incomplete' -prune -o -name '*.mp3' -type f -print0)
+
+awk -v n="$count" -v s="$seconds" -v c0="$c0" -v c1="$c1" -v t0="$t0" -v t1="$t1" -v tck="$tck" \
+    -v rss="$rss" -v pss="$pss" -v songs="$songs" -v bytes="$bytes" -v running="$running" 'BEGIN {
+  printf "streams=%d seconds=%d cpu_pct=%.2f rss_kib=%d pss_kib=%d songs=%d song_sec=%.1f running=%d\n",
+    n, s, 100 * (c1 - c0) / tck / (t1 - t0), rss, pss, songs, songs ? bytes / songs / 16000 : 0, running
+}'
+[ "$running" -eq "$count" ]
