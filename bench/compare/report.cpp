@@ -59,10 +59,10 @@ QString markdown(const Comparison &c, bool files)
                .arg(inWindow.size())
                .arg(jingles);
     if (shortSongs > 0) {
-        out += QStringLiteral("%1 of the songs are not longer than %2 s, the default minimum length of orvida-cli, "
-                              "which drops them by design (\"≤ min\" below).")
-                   .arg(shortSongs)
-                   .arg(c.shortSongSec);
+        out += QStringLiteral("Songs not longer than %1 s, the default minimum length of orvida-cli, which drops "
+                              "them by design (\"≤ min\" below): %2.")
+                   .arg(c.shortSongSec)
+                   .arg(shortSongs);
     }
     out += QStringLiteral("\n\n");
 
@@ -105,7 +105,10 @@ QString markdown(const Comparison &c, bool files)
                     .arg(QString::number(double(r.usage.peakRssKib) / 1024, 'f', 1),
                         QString::number(double(r.usage.peakRssWithChildrenKib) / 1024, 'f', 1));
             } },
-        { QStringLiteral("exit code"), [](const RecorderResult &r) { return QString::number(r.usage.exitCode); } },
+        { QStringLiteral("ran s, exit code"),
+            [](const RecorderResult &r) {
+                return QStringLiteral("%1, %2").arg(QString::number(r.usage.wallSec, 'f', 0)).arg(r.usage.exitCode);
+            } },
     };
 
     out += QStringLiteral("| |");

@@ -1,20 +1,21 @@
 #!/usr/bin/env bash
-# Records 1, 50, 100 and 200 loopback streams at once (one scale_bench process per count,
+# Records 1, 50, 100 and 200 loopback streams at once (one `orvida-cli run` with a plan per
+# stream, orvida.sh, or with --in-process one scale_bench process with as many sessions;
 # a fresh icyserver.py process beside it) and prints what recording costs. Then the same
 # streams of the same server are recorded by as many streamripper processes
 # (streamripper.sh) and a second table sets both side by side.
 #
 #   bench/scale/run.sh                      60 measured seconds per count
 #   bench/scale/run.sh --quick              15 seconds per count
-#   bench/scale/run.sh --counts "1 200" --seconds 30 -- --no-status-poll
+#   bench/scale/run.sh --in-process --counts "1 200" --seconds 30 -- --no-status-poll
 #   bench/scale/run.sh --no-streamripper    our side only
 #
-# The build folder is $ORVIDA_BUILD_DIR (default: build); build the program first with
-#   cmake --build build --target scale_bench
+# The build folder is $ORVIDA_BUILD_DIR (default: build); build the programs first with
+#   cmake --build build --target orvida-cli scale_bench
 # Columns: CPU of the recording process in % of one core (user + system), the same for
 # its ffmpeg duration probes (child processes, one per saved song), resident memory,
 # memory per session beyond the first (against the 1-session run), songs saved, and
-# songs that matched the server's bytes exactly. The streamripper table: CPU of all its
+# (in process only) songs that matched the server's bytes exactly. The streamripper table: CPU of all its
 # processes, resident and proportional memory per stream, complete tracks, and the
 # ratios ours / streamripper of CPU (with the probes) and of memory (our resident
 # memory against the PSS of all streamripper processes).
@@ -29,20 +30,27 @@ warmup=5
 counts="1 50 100 200"
 extra=()
 streamripper=1
+in_process=0
 while [ $# -gt 0 ]; do
   case $1 in
     --quick) seconds=15; shift ;;
     --seconds) seconds=$2; shift 2 ;;
     --counts) counts=$2; shift 2 ;;
     --no-streamripper) streamripper=0; shift ;;
+    --in-process) in_process=1; shift ;;
     --) shift; extra=("$@"); break ;;
-    *) echo "usage: $0 [--quick] [--seconds S] [--counts \"1 50 100 200\"] [--no-streamripper] [-- scale_bench options]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--quick] [--seconds S] [--counts \"1 50 100 200\"] [--no-streamripper] [--in-process [-- scale_bench options]]" >&2; exit 2 ;;
   esac
 done
 
 bench=$build/bench/scale_bench
-if [ ! -x "$bench" ]; then
+cli=$build/src/cli/orvida-cli
+if [ $in_process = 1 ] && [ ! -x "$bench" ]; then
   echo "no $bench: cmake --build $build --target scale_bench" >&2
+  exit 2
+fi
+if [ $in_process = 0 ] && [ ! -x "$cli" ]; then
+  echo "no $cli: cmake --build $build --target orvida-cli" >&2
   exit 2
 fi
 
@@ -71,8 +79,13 @@ for n in $counts; do
   if [ -z "$port" ]; then echo "icyserver.py did not start" >&2; exit 1; fi
   echo "recording $n stream(s) for ${seconds}s ..." >&2
   status=0
-  line=$("$bench" --server "http://127.0.0.1:$port" --log-dir "$logdir" --sessions "$n" \
-           --seconds "$seconds" --warmup "$warmup" "${extra[@]}") || status=$?
+  if [ $in_process = 1 ]; then
+    line=$("$bench" --server "http://127.0.0.1:$port" --log-dir "$logdir" --sessions "$n" \
+             --seconds "$seconds" --warmup "$warmup" "${extra[@]}") || status=$?
+  else
+    line=$("$here/orvida.sh" --cli "$cli" --server "http://127.0.0.1:$port" --count "$n" --seconds "$seconds" \
+             --warmup "$warmup" --dir "$work/orvida-$n") || status=$?
+  fi
   if [ $streamripper = 1 ]; then
     echo "recording $n stream(s) with as many streamripper processes for ${seconds}s ..." >&2
     sr_status=0
