@@ -2,7 +2,8 @@
 # orvida-cli and streamripper record the same local icecast2 mount at the same time; every
 # file both write is decoded and scored against the broadcast, and the cost of each
 # recorder is measured. Prints one table per codec and writes it as Markdown and JSON
-# (with every file's score) to the output folder, beside the recordings.
+# (with every file's score) to the output folder (default: compare-results in the build
+# folder), beside the recordings.
 #
 #   bench/compare/run.sh                              10 minutes of MP3
 #   bench/compare/run.sh --minutes 2 --codec both --out /tmp/compare
@@ -16,7 +17,7 @@ build=${ORVIDA_BUILD_DIR:-$root/build}
 [[ $build = /* ]] || build=$root/$build
 minutes=10
 codec=mp3
-out=$root/compare-results
+out=$build/compare-results
 while [ $# -gt 0 ]; do
   case $1 in
     --minutes) minutes=$2; shift 2 ;;
