@@ -9,10 +9,10 @@ many sessions spread out); the length byte is 0 in between, as icecast sends it.
 
 All connections send pieces of one fixed audio blob, each from its own start offset.
 The blob is written to <log-dir>/audio.bin and every connection's story to
-<log-dir>/connections.jsonl (one JSON object per line: "open" with the blob offset,
-"title" with the audio offset before its block, "close" with the audio bytes sent), so
-the benchmark can rebuild what each connection got and compare the recordings byte by
-byte. Anything else (/status-json.xsl included) is answered 404.
+<log-dir>/connections.jsonl (one JSON object per line, each with the wall time "t":
+"open" with the blob offset, "title" with the audio offset before its block, "close"
+with the audio bytes sent), so the benchmark can rebuild what each connection got and
+compare the recordings byte by byte. Anything else (/status-json.xsl included) is answered 404.
 
 Runs in its own process, so its cost is not counted against the recorder. Prints
 "PORT <n>" on stdout once it listens.
@@ -23,6 +23,7 @@ import asyncio
 import json
 import os
 import random
+import signal
 import sys
 import time
 
@@ -44,6 +45,69 @@ def make_blob(seconds, rate, seed=7):
     return bytes(out)
 
 
+async def read_stream_request(reader, writer):
+    """The stream name of a GET /s/<name> and whether it asked for ICY metadata; None
+    when the request was anything else (answered 404) or never came."""
+    try:
+        request = await asyncio.wait_for(reader.readuntil(b"\r\n\r\n"), 15)
+    except (asyncio.IncompleteReadError, asyncio.LimitOverrunError, asyncio.TimeoutError, ConnectionError):
+        writer.close()
+        return None
+    line = request.split(b"\r\n", 1)[0].decode("latin-1").split(" ")
+    path = line[1] if len(line) > 1 else "/"
+    if not path.startswith("/s/"):
+        writer.write(b"HTTP/1.0 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n")
+        await writer.drain()
+        writer.close()
+        return None
+    return path[3:], b"icy-metadata: 1" in request.lower()
+
+
+def stream_head(station, metaint):
+    """The response head of a stream; metaint None: no ICY metadata."""
+    return "HTTP/1.0 200 OK\r\nContent-Type: audio/mpeg\r\nicy-name: {}\r\n{}\r\n".format(
+        station, f"icy-metaint: {metaint}\r\n" if metaint else ""
+    ).encode()
+
+
+def title_block(title):
+    """A metadata block announcing `title`, length byte first."""
+    text = f"StreamTitle='{title}';".encode()
+    text += b"\0" * (-len(text) % 16)
+    return bytes([len(text) // 16]) + text
+
+
+def paced_audio(blob, start, sent, due, metaint, at_block):
+    """`due` audio bytes of the blob from audio offset `sent` of a connection that began at
+    blob offset `start`, with the bytes at_block(audio offset) returns after every
+    `metaint` audio bytes (metaint None: none). Returns the bytes and the new offset."""
+    out = bytearray()
+    while due > 0:
+        n = min(due, metaint - sent % metaint) if metaint else due
+        at = (start + sent) % len(blob)
+        piece = blob[at:at + n]
+        if len(piece) < n:
+            piece += blob[:n - len(piece)]
+        out += piece
+        sent += n
+        due -= n
+        if metaint and sent % metaint == 0:
+            out += at_block(sent)
+    return bytes(out), sent
+
+
+async def ticks(interval):
+    """Yields the seconds since the first tick, one tick every `interval` seconds."""
+    began = time.monotonic()
+    tick = 0
+    while True:
+        tick += 1
+        delay = began + tick * interval - time.monotonic()
+        if delay > 0:
+            await asyncio.sleep(delay)
+        yield time.monotonic() - began
+
+
 class Server:
     def __init__(self, args):
         self.args = args
@@ -55,82 +119,46 @@ class Server:
         self.serial = 0
 
     def note(self, **event):
+        event["t"] = round(time.time(), 3)  # wall time
         self.log.write(json.dumps(event, ensure_ascii=False) + "\n")
 
     def title_for(self, name, number):
         return f"Bench {name} - Song {number}"
 
     async def handle(self, reader, writer):
-        try:
-            request = await asyncio.wait_for(reader.readuntil(b"\r\n\r\n"), 15)
-        except (asyncio.IncompleteReadError, asyncio.LimitOverrunError, asyncio.TimeoutError, ConnectionError):
-            writer.close()
-            return
-        line = request.split(b"\r\n", 1)[0].decode("latin-1").split(" ")
-        path = line[1] if len(line) > 1 else "/"
-        wants_meta = b"icy-metadata: 1" in request.lower()
-        if not path.startswith("/s/"):
-            writer.write(b"HTTP/1.0 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n")
-            await writer.drain()
-            writer.close()
-            return
-        await self.stream(path[3:], wants_meta, writer)
+        asked = await read_stream_request(reader, writer)
+        if asked:
+            await self.stream(*asked, writer)
 
     async def stream(self, name, wants_meta, writer):
         args = self.args
         self.serial += 1
         conn = self.serial
-        blob = self.blob
-        start = (conn * 104729 * 418) % len(blob)
+        start = (conn * 104729 * 418) % len(self.blob)
         # Each connection changes titles at its own second within the period.
         phase = (conn * 7) % args.title_every
-        head = (
-            "HTTP/1.0 200 OK\r\nContent-Type: audio/mpeg\r\nicy-name: Bench {}\r\n{}\r\n".format(
-                name, f"icy-metaint: {args.metaint}\r\n" if wants_meta else ""
-            )
-        ).encode()
+        metaint = args.metaint if wants_meta else None
         self.note(event="open", conn=conn, name=name, blobStart=start, metadata=wants_meta)
-        writer.write(head)
+        writer.write(stream_head(f"Bench {name}", metaint))
         sent = 0  # audio bytes
         block = 0  # metadata blocks sent
         current = None
-        began = time.monotonic()
-        interval = args.chunk_ms / 1000.0
-        tick = 0
+
+        def at_block(offset):
+            nonlocal block, current
+            block += 1
+            number = 1 + (block + phase) // args.title_every
+            if number == current:
+                return b"\0"
+            current = number
+            title = self.title_for(name, number)
+            self.note(event="title", conn=conn, name=name, audioOffset=offset, title=title)
+            return title_block(title)
+
         try:
-            while True:
-                tick += 1
-                delay = began + tick * interval - time.monotonic()
-                if delay > 0:
-                    await asyncio.sleep(delay)
-                due = int((time.monotonic() - began) * args.rate) - sent
-                out = bytearray()
-                while due > 0:
-                    if wants_meta:
-                        room = args.metaint - sent % args.metaint
-                        n = min(due, room)
-                    else:
-                        n = due
-                    at = (start + sent) % len(blob)
-                    piece = blob[at:at + n]
-                    if len(piece) < n:
-                        piece += blob[:n - len(piece)]
-                    out += piece
-                    sent += n
-                    due -= n
-                    if wants_meta and sent % args.metaint == 0:
-                        block += 1
-                        number = 1 + (block + phase) // args.title_every
-                        if number != current:
-                            current = number
-                            title = self.title_for(name, number)
-                            text = f"StreamTitle='{title}';".encode()
-                            text += b"\0" * (-len(text) % 16)
-                            out += bytes([len(text) // 16]) + text
-                            self.note(event="title", conn=conn, name=name, audioOffset=sent, title=title)
-                        else:
-                            out += b"\0"
-                writer.write(bytes(out))
+            async for elapsed in ticks(args.chunk_ms / 1000.0):
+                out, sent = paced_audio(self.blob, start, sent, int(elapsed * args.rate) - sent, metaint, at_block)
+                writer.write(out)
                 await writer.drain()
         except (ConnectionError, asyncio.CancelledError):
             pass
@@ -139,27 +167,46 @@ class Server:
             writer.close()
 
 
-async def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+def stream_arguments(description, metaint, title_every):
+    """The options every loopback stream server takes; parse_args() gives its args."""
+    parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--port", type=int, default=0)
     parser.add_argument("--log-dir", required=True)
     parser.add_argument("--rate", type=int, default=16000, help="audio bytes per second per connection")
-    parser.add_argument("--metaint", type=int, default=16000)
-    parser.add_argument("--title-every", type=int, default=20, help="metadata blocks per title")
+    parser.add_argument("--metaint", type=int, default=metaint)
+    parser.add_argument("--title-every", type=int, default=title_every, help="metadata blocks per title")
     parser.add_argument("--chunk-ms", type=int, default=100, help="pacing interval per connection")
     parser.add_argument("--blob-seconds", type=int, default=150)
-    args = parser.parse_args()
+    return parser
 
-    server = Server(args)
-    listener = await asyncio.start_server(server.handle, "127.0.0.1", args.port, backlog=1024)
+
+async def serve(server, *beside):
+    """Serves until SIGTERM or SIGINT, running the coroutines `beside` alongside; on the
+    way out every stream still writes its close line."""
+    listener = await asyncio.start_server(server.handle, "127.0.0.1", server.args.port, backlog=1024)
     port = listener.sockets[0].getsockname()[1]
     print(f"PORT {port}", flush=True)
-    async with listener:
-        await listener.serve_forever()
+    tasks = [asyncio.ensure_future(c) for c in beside]
+    asyncio.get_running_loop().add_signal_handler(signal.SIGTERM, asyncio.current_task().cancel)
+    try:
+        async with listener:
+            await listener.serve_forever()
+    finally:
+        for task in tasks:
+            task.cancel()
+
+
+def run(main):
+    try:
+        asyncio.run(main())
+    except (KeyboardInterrupt, asyncio.CancelledError):
+        sys.exit(0)
+
+
+async def main():
+    args = stream_arguments(__doc__.split("\n\n")[0], metaint=16000, title_every=20).parse_args()
+    await serve(Server(args))
 
 
 if __name__ == "__main__":
-    try:
-        asyncio.run(main())
-    except KeyboardInterrupt:
-        sys.exit(0)
+    run(main)

@@ -25,17 +25,16 @@ must), "close" (audioBytes sent; by "server" or "client"). The blob is written t
 Anything outside /s/ is answered 404. Prints "PORT <n>" on stdout once it listens.
 """
 
-import argparse
 import asyncio
-import json
 import os
 import random
-import signal
 import sys
 import time
 
+sys.dont_write_bytecode = True  # no cache folder in the source tree
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scale"))
-from icyserver import make_blob  # noqa: E402
+import icyserver  # noqa: E402
+from icyserver import paced_audio, read_stream_request, stream_head, ticks, title_block  # noqa: E402
 
 FAULTS = ("drop", "stall", "storm", "html")
 
@@ -54,48 +53,28 @@ class Connection:
         self.client_left = asyncio.Event()
 
 
-class Server:
+class Server(icyserver.Server):
     def __init__(self, args):
-        self.args = args
-        self.blob = make_blob(args.blob_seconds, args.rate)
-        os.makedirs(args.log_dir, exist_ok=True)
-        with open(os.path.join(args.log_dir, "audio.bin"), "wb") as f:
-            f.write(self.blob)
-        self.log = open(os.path.join(args.log_dir, "connections.jsonl"), "a", buffering=1)
-        self.serial = 0
+        super().__init__(args)
         self.song = {}  # name -> last song number handed out
         self.html_left = {}  # name -> page answers still due
         self.streaming = {}  # serial -> Connection
         self.rng = random.Random(args.seed)
-
-    def note(self, **event):
-        event["t"] = round(time.time(), 3)
-        self.log.write(json.dumps(event, ensure_ascii=False) + "\n")
 
     def next_title(self, name):
         self.song[name] = self.song.get(name, 0) + 1
         return f"Soak {name} - Song {self.song[name]}"
 
     async def handle(self, reader, writer):
-        try:
-            request = await asyncio.wait_for(reader.readuntil(b"\r\n\r\n"), 15)
-        except (asyncio.IncompleteReadError, asyncio.LimitOverrunError, asyncio.TimeoutError, ConnectionError):
-            writer.close()
+        asked = await read_stream_request(reader, writer)
+        if not asked:
             return
-        line = request.split(b"\r\n", 1)[0].decode("latin-1").split(" ")
-        path = line[1] if len(line) > 1 else "/"
-        if not path.startswith("/s/"):
-            writer.write(b"HTTP/1.0 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n")
-            await writer.drain()
-            writer.close()
-            return
-        name = path[3:]
+        name, wants_meta = asked
         self.serial += 1
         if self.html_left.get(name, 0) > 0:
             self.html_left[name] -= 1
             await self.page(self.serial, name, writer)
             return
-        wants_meta = b"icy-metadata: 1" in request.lower()
         conn = Connection(self.serial, name)
         watcher = asyncio.ensure_future(self.watch(reader, conn))
         try:
@@ -128,31 +107,33 @@ class Server:
 
     async def stream(self, conn, wants_meta, writer):
         args = self.args
-        blob = self.blob
-        start = (conn.serial * 104729 * 418) % len(blob)
+        start = (conn.serial * 104729 * 418) % len(self.blob)
         phase = (conn.serial * 7) % args.title_every
-        head = (
-            "HTTP/1.0 200 OK\r\nContent-Type: audio/mpeg\r\nicy-name: Soak {}\r\n{}\r\n".format(
-                conn.name, f"icy-metaint: {args.metaint}\r\n" if wants_meta else ""
-            )
-        ).encode()
+        metaint = args.metaint if wants_meta else None
         self.note(event="open", conn=conn.serial, name=conn.name, blobStart=start, metadata=wants_meta)
-        writer.write(head)
+        writer.write(stream_head(f"Soak {conn.name}", metaint))
         self.streaming[conn.serial] = conn
         sent = 0  # audio bytes
         block = 0  # metadata blocks sent
         current = None  # song slot of the regular schedule
         storm_left = 0
         by = "client"
-        began = time.monotonic()
-        interval = args.chunk_ms / 1000.0
-        tick = 0
+
+        def at_block(offset):
+            nonlocal block, current, storm_left
+            block += 1
+            slot = (block + phase) // args.title_every
+            if storm_left == 0 and slot == current:
+                return b"\0"
+            storm_left = max(0, storm_left - 1)
+            current = slot
+            title = self.next_title(conn.name)
+            conn.titles += 1
+            self.note(event="title", conn=conn.serial, name=conn.name, audioOffset=offset, title=title)
+            return title_block(title)
+
         try:
-            while True:
-                tick += 1
-                delay = began + tick * interval - time.monotonic()
-                if delay > 0:
-                    await asyncio.sleep(delay)
+            async for elapsed in ticks(args.chunk_ms / 1000.0):
                 if conn.client_left.is_set():
                     break
                 fault, conn.fault = conn.fault, None
@@ -178,32 +159,8 @@ class Server:
                     break
                 if fault == "storm":
                     storm_left = args.storm_titles
-                due = int((time.monotonic() - began) * args.rate) - sent
-                out = bytearray()
-                while due > 0:
-                    n = min(due, args.metaint - sent % args.metaint) if wants_meta else due
-                    at = (start + sent) % len(blob)
-                    piece = blob[at:at + n]
-                    if len(piece) < n:
-                        piece += blob[:n - len(piece)]
-                    out += piece
-                    sent += n
-                    due -= n
-                    if wants_meta and sent % args.metaint == 0:
-                        block += 1
-                        slot = (block + phase) // args.title_every
-                        if storm_left > 0 or slot != current:
-                            storm_left = max(0, storm_left - 1)
-                            current = slot
-                            title = self.next_title(conn.name)
-                            conn.titles += 1
-                            text = f"StreamTitle='{title}';".encode()
-                            text += b"\0" * (-len(text) % 16)
-                            out += bytes([len(text) // 16]) + text
-                            self.note(event="title", conn=conn.serial, name=conn.name, audioOffset=sent, title=title)
-                        else:
-                            out += b"\0"
-                writer.write(bytes(out))
+                out, sent = paced_audio(self.blob, start, sent, int(elapsed * args.rate) - sent, metaint, at_block)
+                writer.write(out)
                 await writer.drain()
         except (ConnectionError, asyncio.CancelledError):
             pass
@@ -227,14 +184,7 @@ class Server:
 
 
 async def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("--port", type=int, default=0)
-    parser.add_argument("--log-dir", required=True)
-    parser.add_argument("--rate", type=int, default=16000, help="audio bytes per second per connection")
-    parser.add_argument("--metaint", type=int, default=1600)
-    parser.add_argument("--title-every", type=int, default=200, help="metadata blocks per title")
-    parser.add_argument("--chunk-ms", type=int, default=100, help="pacing interval per connection")
-    parser.add_argument("--blob-seconds", type=int, default=150)
+    parser = icyserver.stream_arguments(__doc__.split("\n\n")[0], metaint=1600, title_every=200)
     parser.add_argument("--fault-every", type=float, default=60, help="seconds between two faults")
     parser.add_argument("--stall-sec", type=float, default=25)
     parser.add_argument("--storm-titles", type=int, default=10)
@@ -242,24 +192,9 @@ async def main():
     parser.add_argument("--kinds", type=lambda text: text.split(","), default=list(FAULTS),
                         help="the rotation, e.g. stall,drop (default: %s)" % ",".join(FAULTS))
     parser.add_argument("--seed", type=int, default=1)
-    args = parser.parse_args()
-
-    server = Server(args)
-    listener = await asyncio.start_server(server.handle, "127.0.0.1", args.port, backlog=1024)
-    port = listener.sockets[0].getsockname()[1]
-    print(f"PORT {port}", flush=True)
-    injector = asyncio.ensure_future(server.inject())
-    # Ended with SIGTERM: the streams' close lines are still written on the way out.
-    asyncio.get_running_loop().add_signal_handler(signal.SIGTERM, asyncio.current_task().cancel)
-    try:
-        async with listener:
-            await listener.serve_forever()
-    finally:
-        injector.cancel()
+    server = Server(parser.parse_args())
+    await icyserver.serve(server, server.inject())
 
 
 if __name__ == "__main__":
-    try:
-        asyncio.run(main())
-    except (KeyboardInterrupt, asyncio.CancelledError):
-        sys.exit(0)
+    icyserver.run(main)
