@@ -102,13 +102,18 @@ stop_time=$(date +%s.%N)
 status=0
 if [ $alive = 1 ]; then
   kill -TERM "$recorder"
-  # The last song of every station is saved after the stop; give the saves time, not forever.
-  for _ in $(seq 1800); do
-    kill -0 "$recorder" 2>/dev/null || break
+  # Songs still queued for saving (a loaded machine falls behind with the duration
+  # probes) and the last song of every station are saved after the stop: wait while
+  # saves go on, and call it a hang when none came for two minutes.
+  saved=-1
+  quiet=0
+  while kill -0 "$recorder" 2>/dev/null && (( quiet < 1200 )); do
+    now=$(grep -c '^saved' "$work/events" || true)
+    if [ "$now" = "$saved" ]; then quiet=$((quiet + 1)); else saved=$now; quiet=0; fi
     sleep 0.1
   done
   if kill -0 "$recorder" 2>/dev/null; then
-    echo "soak: the recorder did not exit within 180 s of SIGTERM" >&2
+    echo "soak: the recorder saved nothing for two minutes after SIGTERM and did not exit" >&2
     kill -KILL "$recorder"
   fi
 fi
