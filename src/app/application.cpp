@@ -1,12 +1,19 @@
 #include "app/application.h"
 
+#include "app/scheduleformat.h"
+#include "app/texts.h"
+#include "engine/closedlidkeeper.h"
 #include "engine/enginesettingsstore.h"
 #include "engine/radiorecorder.h"
 #include "engine/recordingcontext.h"
+#include "engine/recordingsession.h"
 #include "engine/recordingstats.h"
 #include "engine/segmentrecovery.h"
+#include "engine/sleepguard.h"
+#include "engine/sniperscheduler.h"
 #include "engine/trackinfolookup.h"
 #include "library/librarystore.h"
+#include "platform/desktopnotifier.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
@@ -18,6 +25,9 @@
 Application::Application(ApplicationOptions options, QObject *parent)
     : QObject(parent)
     , m_directoryBase(options.directoryBase.isEmpty() ? DirectoryApi::baseUrl() : options.directoryBase)
+    , m_clock(std::move(options.clock))
+    , m_systemBus(options.systemBusAddress, QStringLiteral("system"))
+    , m_sessionBus(options.sessionBusAddress, QStringLiteral("session"))
 {
     LibraryOpenResult opened =
         LibraryStore::open(options.libraryPath.isEmpty() ? LibraryStore::defaultPath() : options.libraryPath);
@@ -44,6 +54,27 @@ Application::Application(ApplicationOptions options, QObject *parent)
     m_tools = std::make_unique<YouTubeService>(m_http);
     if (options.checkForToolUpdate)
         m_tools->updateYtDlpIfNeeded(false);
+
+    m_sleepGuard = std::make_unique<SleepGuard>(m_systemBus, m_sessionBus, [this](std::function<void()> done) {
+        SleepGuard::flushSessions(m_recorder ? m_recorder->sessions() : QList<RecordingSession *>(), std::move(done));
+    });
+    connect(m_recorder.get(), &RadioRecorder::sessionsChanged, m_sleepGuard.get(),
+            [this] { m_sleepGuard->setRecording(!m_recorder->sessions().isEmpty()); });
+    m_lidKeeper = std::make_unique<ClosedLidKeeper>(m_systemBus, nullptr, m_clock);
+    m_notifier = std::make_unique<DesktopNotifier>(m_sessionBus);
+    SniperScheduler::Options scheduling;
+    scheduling.clock = m_clock;
+    scheduling.tickInterval = options.scheduleTickInterval;
+    scheduling.closedLidKeeper = m_lidKeeper.get();
+    m_scheduler = std::make_unique<SniperScheduler>(*m_sleepGuard, scheduling);
+    connect(m_scheduler.get(), &SniperScheduler::scheduledRecordingStarted, this,
+            [this](const ScheduledRecording &plan) { announce("schedule.notifyStarted", plan); });
+    connect(m_scheduler.get(), &SniperScheduler::scheduledRecordingEnded, this,
+            [this](const ScheduledRecording &plan) { announce("schedule.notifyEnded", plan); });
+    // Without a library the plans can still be seen and edited; they only record once a
+    // library is there to file their songs into.
+    if (m_library)
+        m_scheduler->configure(*m_recorder, *m_library);
 }
 
 Application::~Application()
@@ -57,11 +88,23 @@ void Application::fileIntoLibrary(const Track &track)
         (void)RadioRecorder::upsertIntoLibrary(track, *m_library);
 }
 
+QString Application::notificationBody(const ScheduledRecording &plan)
+{
+    return plan.stationName + QStringLiteral(" · ") + ScheduleFormat::rangeLabel(plan);
+}
+
+void Application::announce(const char *summaryKey, const ScheduledRecording &plan)
+{
+    m_notifier->notify(tx(summaryKey), notificationBody(plan));
+}
+
 void Application::shutDown()
 {
     if (m_shutDown)
         return;
     m_shutDown = true;
+    // No tick may start anything while the last songs are being saved.
+    m_scheduler.reset();
     m_recorder->stop();
     m_recorder->waitForSaves();
     m_context->waitForSaves();
@@ -69,4 +112,7 @@ void Application::shutDown()
     m_directory.reset();
     m_tools.reset();
     m_library.reset();
+    m_notifier.reset();
+    m_lidKeeper.reset();
+    m_sleepGuard.reset();
 }

@@ -1,12 +1,19 @@
 #pragma once
 
+#include "platform/dbuslink.h"
 #include "platform/httpclient.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QString>
 
+#include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 
+class ClosedLidKeeper;
+class DesktopNotifier;
 class EngineSettingsStore;
 class FavoriteStations;
 class LibraryStore;
@@ -14,8 +21,11 @@ class RadioRecorder;
 class RecentStations;
 class RecordingContext;
 class RecordingStats;
+class SleepGuard;
+class SniperScheduler;
 class StationDirectory;
 class YouTubeService;
+struct ScheduledRecording;
 struct Track;
 
 // Where the window's services reach the outside world. The defaults are the real ones;
@@ -26,11 +36,22 @@ struct ApplicationOptions {
     QString libraryPath;     // empty: LibraryStore::defaultPath()
     bool recoverSegments = true;
     bool checkForToolUpdate = true;
+    // The buses the sleep guard, the lid keeper and the notifications use; absent: none.
+    std::optional<QString> systemBusAddress = DBusLink::systemBusAddress();
+    std::optional<QString> sessionBusAddress = DBusLink::sessionBusAddress();
+    // "Now" for the scheduler and the scheduling dialog.
+    std::function<QDateTime()> clock = [] { return QDateTime::currentDateTimeUtc(); };
+    // The scheduler's periodic check.
+    std::chrono::milliseconds scheduleTickInterval{20000};
 };
 
 // The composition root of the window: one instance of every long-lived service, created
 // at start in dependency order and kept for the life of the process. shutDown() ends
-// them in order: recordings stopped and their saves finished before the library closes.
+// them in order: the scheduler first (no tick may start anything now), then recordings
+// stopped and their saves finished before the library closes. The scheduler runs as in
+// orvida-cli run: it holds the sleep guard while anything records or is planned, keeps
+// the lid switch when the user asked for that, and every window it records is announced
+// on the desktop when it starts and when it ends.
 //
 // Lives on the GUI thread, like every service it owns.
 class Application : public QObject {
@@ -48,6 +69,10 @@ public:
     RecentStations &recents() { return *m_recents; }
     StationDirectory &directory() { return *m_directory; }
     RadioRecorder &recorder() { return *m_recorder; }
+    SniperScheduler &scheduler() { return *m_scheduler; }
+    SleepGuard &sleepGuard() { return *m_sleepGuard; }
+    DesktopNotifier &notifier() { return *m_notifier; }
+    [[nodiscard]] QDateTime now() const { return m_clock(); }
     YouTubeService &tools() { return *m_tools; }
     // Absent when the library file could not be opened; libraryError() says why.
     LibraryStore *library() { return m_library.get(); }
@@ -57,13 +82,22 @@ public:
     // A saved song enters the library; a file already listed updates its entry.
     void fileIntoLibrary(const Track &track);
 
+    // What the desktop notification of a scheduled recording says about its plan.
+    [[nodiscard]] static QString notificationBody(const ScheduledRecording &plan);
+
     // Stops every recording, waits for its last songs and closes the library. Idempotent;
     // also run by the destructor.
     void shutDown();
 
 private:
+    void announce(const char *summaryKey, const ScheduledRecording &plan);
+
     HttpClient m_http;
     QString m_directoryBase;
+    std::function<QDateTime()> m_clock;
+    // The buses outlive everything that talks over them.
+    DBusLink m_systemBus;
+    DBusLink m_sessionBus;
     std::unique_ptr<RecordingStats> m_stats;
     std::unique_ptr<RecordingContext> m_context;
     std::unique_ptr<EngineSettingsStore> m_engineSettings;
@@ -73,6 +107,11 @@ private:
     std::unique_ptr<RadioRecorder> m_recorder;
     std::unique_ptr<YouTubeService> m_tools;
     std::unique_ptr<LibraryStore> m_library;
+    std::unique_ptr<SleepGuard> m_sleepGuard;
+    std::unique_ptr<ClosedLidKeeper> m_lidKeeper;
+    std::unique_ptr<DesktopNotifier> m_notifier;
+    // After the guard and the keeper it uses, so it lets go of them first.
+    std::unique_ptr<SniperScheduler> m_scheduler;
     QString m_libraryError;
     bool m_shutDown = false;
 };

@@ -6,6 +6,7 @@
 #include "app/texts.h"
 #include "app/uikit.h"
 #include "engine/radiorecorder.h"
+#include "engine/sniperscheduler.h"
 #include "stations/favoritestations.h"
 
 #include <QHBoxLayout>
@@ -48,7 +49,17 @@ FavoritesView::FavoritesView(Application &app, QWidget *parent)
     connect(&app.favorites(), &FavoriteStations::changed, this, &FavoritesView::refresh);
     connect(m_pane, &StationListPane::currentStationChanged, this, &FavoritesView::currentStationChanged);
     connect(m_filter, &QLineEdit::textChanged, this, &FavoritesView::refresh);
+    connect(&app.scheduler(), &SniperScheduler::itemsChanged, this, &FavoritesView::refreshScheduledMarks);
     refresh();
+    refreshScheduledMarks();
+}
+
+void FavoritesView::refreshScheduledMarks()
+{
+    QSet<QString> ids;
+    for (const ScheduledRecording &plan : m_app.scheduler().items())
+        ids.insert(plan.stationId);
+    model()->setScheduledIds(ids);
 }
 
 std::optional<Station> FavoritesView::selectedStation() const

@@ -15,7 +15,8 @@ class StationListPane;
 class StationTableModel;
 
 // The favourites in the user's order: a filter field, the count, reordering by drag and
-// drop or the context menu, and the station actions. While a filter is typed the list
+// drop or the context menu, the station actions, and a clock on every station that has
+// planned recordings. While a filter is typed the list
 // cannot be dragged, since positions in a filtered list are not positions in the list.
 //
 // Lives on the GUI thread.
@@ -42,6 +43,7 @@ Q_SIGNALS:
 
 private:
     void refresh();
+    void refreshScheduledMarks();
     void addMoveActions(QMenu &menu, const Station &station);
 
     Application &m_app;

@@ -6,6 +6,7 @@
 #include "app/radioview.h"
 #include "app/recentsview.h"
 #include "app/recordingsview.h"
+#include "app/scheduleview.h"
 #include "app/settingsview.h"
 #include "app/stationlistpane.h"
 #include "app/texts.h"
@@ -20,6 +21,7 @@
 #include <QShortcut>
 #include <QStackedWidget>
 #include <QTimer>
+
 
 MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *parent)
     : QMainWindow(parent)
@@ -44,21 +46,34 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         "QListWidget#sidebar { background: palette(window); padding: 16px 8px; border-right: 1px solid palette(mid); }"
         "QListWidget#sidebar::item { padding: 7px 10px; border-radius: 6px; }"
         "QListWidget#sidebar::item:selected { background: palette(highlight); color: palette(highlighted-text); }"));
-    for (const char *key : {"radio.sidebar", "fav.sidebar", "recents.sidebar", "rec.sidebar", "lib.sidebar",
-                            "settings.sidebar"})
-        m_sidebar->addItem(tx(key));
-
     m_pages = new QStackedWidget(m_content);
     m_radio = new RadioView(app, m_pages);
     m_favorites = new FavoritesView(app, m_pages);
     m_recents = new RecentsView(app, m_pages);
     m_recordings = new RecordingsView(app, m_pages);
+    m_schedule = new ScheduleView(app, m_pages);
     m_library = new LibraryView(app, m_pages);
     m_settings = new SettingsView(app, m_pages);
-    for (QWidget *page : {static_cast<QWidget *>(m_radio), static_cast<QWidget *>(m_favorites),
-                          static_cast<QWidget *>(m_recents), static_cast<QWidget *>(m_recordings),
-                          static_cast<QWidget *>(m_library), static_cast<QWidget *>(m_settings)})
-        m_pages->addWidget(page);
+    const struct {
+        Page page;
+        const char *sidebarKey;
+        QWidget *view;
+    } pages[] = {
+        {RadioPage, "radio.sidebar", m_radio},
+        {FavoritesPage, "fav.sidebar", m_favorites},
+        {RecentsPage, "recents.sidebar", m_recents},
+        {RecordingsPage, "rec.sidebar", m_recordings},
+        {SchedulePage, "schedule.sidebar", m_schedule},
+        {LibraryPage, "lib.sidebar", m_library},
+        {SettingsPage, "settings.sidebar", m_settings},
+    };
+    static_assert(sizeof(pages) / sizeof(pages[0]) == PageCount);
+    for (const auto &entry : pages) {
+        // The sidebar row, the stacked page and the enum value are one number.
+        Q_ASSERT(m_pages->count() == entry.page);
+        m_sidebar->addItem(tx(entry.sidebarKey));
+        m_pages->addWidget(entry.view);
+    }
     layout->addWidget(m_sidebar);
     layout->addWidget(m_pages, 1);
 

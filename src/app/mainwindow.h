@@ -16,6 +16,7 @@ class QTimer;
 class RadioView;
 class RecentsView;
 class RecordingsView;
+class ScheduleView;
 class SettingsView;
 class ToolsGateView;
 
@@ -26,8 +27,8 @@ struct MainWindowOptions {
     bool toolGate = true;
 };
 
-// The main window: a sidebar of pages (radio, favourites, recents, recordings, library,
-// settings) and, while ffmpeg or yt-dlp is missing, the tools screen in front of them.
+// The main window: a sidebar of pages (radio, favourites, recents, recordings, schedule,
+// library, settings) and, while ffmpeg or yt-dlp is missing, the tools screen in front of them.
 // Ctrl+D adds or removes the current station as a favourite and shows a short notice.
 // Until there is a player, the current station is the one last selected in a station
 // list.
@@ -37,7 +38,17 @@ class MainWindow : public QMainWindow {
     Q_OBJECT
 
 public:
-    enum Page { RadioPage, FavoritesPage, RecentsPage, RecordingsPage, LibraryPage, SettingsPage, PageCount };
+    // In sidebar order. A new page is an entry here and one in the constructor's list.
+    enum Page {
+        RadioPage,
+        FavoritesPage,
+        RecentsPage,
+        RecordingsPage,
+        SchedulePage,
+        LibraryPage,
+        SettingsPage,
+        PageCount
+    };
 
     explicit MainWindow(Application &app, MainWindowOptions options = {}, QWidget *parent = nullptr);
     ~MainWindow() override;
@@ -55,6 +66,7 @@ public:
     FavoritesView *favoritesView() const { return m_favorites; }
     RecentsView *recentsView() const { return m_recents; }
     RecordingsView *recordingsView() const { return m_recordings; }
+    ScheduleView *scheduleView() const { return m_schedule; }
     LibraryView *libraryView() const { return m_library; }
     SettingsView *settingsView() const { return m_settings; }
     ToolsGateView *toolsGate() const { return m_gate; }
@@ -82,6 +94,7 @@ private:
     FavoritesView *m_favorites = nullptr;
     RecentsView *m_recents = nullptr;
     RecordingsView *m_recordings = nullptr;
+    ScheduleView *m_schedule = nullptr;
     LibraryView *m_library = nullptr;
     SettingsView *m_settings = nullptr;
     QLabel *m_toast = nullptr;

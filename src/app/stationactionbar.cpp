@@ -1,14 +1,18 @@
 #include "app/stationactionbar.h"
 
 #include "app/application.h"
+#include "app/scheduledialog.h"
 #include "app/texts.h"
 #include "engine/radiorecorder.h"
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
 
+#include <QApplication>
 #include <QHBoxLayout>
 #include <QMenu>
+#include <QPointer>
 #include <QPushButton>
+#include <QTimer>
 
 StationActionBar::StationActionBar(Application &app, QWidget *parent)
     : QWidget(parent)
@@ -21,16 +25,23 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
     m_listen->setToolTip(tx("station.listenLater"));
     m_record = new QPushButton(this);
     m_record->setObjectName(QStringLiteral("recordButton"));
+    m_schedule = new QPushButton(tx("schedule.action"), this);
+    m_schedule->setObjectName(QStringLiteral("scheduleButton"));
     m_favorite = new QPushButton(this);
     m_favorite->setObjectName(QStringLiteral("favoriteButton"));
     layout->addWidget(m_listen);
     layout->addWidget(m_record);
+    layout->addWidget(m_schedule);
     layout->addWidget(m_favorite);
     layout->addStretch();
 
     connect(m_record, &QPushButton::clicked, this, [this] {
         if (m_station)
             toggleRecording(m_app, *m_station);
+    });
+    connect(m_schedule, &QPushButton::clicked, this, [this] {
+        if (m_station)
+            openScheduleDialog(m_app, *m_station, this);
     });
     connect(m_favorite, &QPushButton::clicked, this, [this] {
         if (m_station)
@@ -54,6 +65,7 @@ void StationActionBar::refresh()
     m_record->setText(recording ? tx("station.stopRecording") : tx("station.record"));
     m_favorite->setText(favorite ? tx("fav.remove") : tx("fav.add"));
     m_record->setEnabled(m_station.has_value());
+    m_schedule->setEnabled(m_station.has_value());
     m_favorite->setEnabled(m_station.has_value());
 }
 
@@ -75,6 +87,12 @@ void StationActionBar::toggleFavorite(Application &app, const Station &station)
         app.favorites().add(station);
 }
 
+void StationActionBar::openScheduleDialog(Application &app, const Station &station, QWidget *parent)
+{
+    ScheduleDialog dialog(app.scheduler(), station, app.now(), parent);
+    dialog.exec();
+}
+
 void StationActionBar::addActions(QMenu &menu, Application &app, const Station &station)
 {
     QAction *listen = menu.addAction(tx("station.listen"));
@@ -82,6 +100,12 @@ void StationActionBar::addActions(QMenu &menu, Application &app, const Station &
     const bool recording = app.recorder().isRecordingStation(station.id);
     menu.addAction(recording ? tx("station.stopRecording") : tx("station.record"), &menu,
                    [&app, station] { toggleRecording(app, station); });
+    // Opened once the menu has closed, over the window the menu belonged to.
+    menu.addAction(tx("schedule.action"), &menu, [&app, station] {
+        QTimer::singleShot(0, &app, [&app, station, window = QPointer<QWidget>(QApplication::activeWindow())] {
+            openScheduleDialog(app, station, window);
+        });
+    });
     const bool favorite = app.favorites().isFavorite(station.id);
     menu.addAction(favorite ? tx("fav.remove") : tx("fav.add"), &menu,
                    [&app, station] { toggleFavorite(app, station); });

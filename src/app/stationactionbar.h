@@ -11,7 +11,7 @@ class QMenu;
 class QPushButton;
 
 // The row of buttons under a station list: listen (disabled until there is a player),
-// record or stop, add to or remove from favourites. Acts on the station selected in the
+// record or stop, plan a recording, add to or remove from favourites. Acts on the station selected in the
 // list it belongs to and follows the favourites and the running recordings.
 //
 // Lives on the GUI thread.
@@ -28,9 +28,12 @@ public:
     static void addActions(QMenu &menu, Application &app, const Station &station);
     static void toggleRecording(Application &app, const Station &station);
     static void toggleFavorite(Application &app, const Station &station);
+    // Opens the scheduling dialog for the station, modal over `parent`.
+    static void openScheduleDialog(Application &app, const Station &station, QWidget *parent);
 
     QPushButton *recordButton() const { return m_record; }
     QPushButton *favoriteButton() const { return m_favorite; }
+    QPushButton *scheduleButton() const { return m_schedule; }
 
 private:
     void refresh();
@@ -39,5 +42,6 @@ private:
     std::optional<Station> m_station;
     QPushButton *m_listen = nullptr;
     QPushButton *m_record = nullptr;
+    QPushButton *m_schedule = nullptr;
     QPushButton *m_favorite = nullptr;
 };

@@ -4,8 +4,38 @@
 
 #include <QBrush>
 #include <QFont>
+#include <QGuiApplication>
+#include <QIcon>
 #include <QMimeData>
+#include <QPainter>
 #include <QPalette>
+#include <QPixmap>
+
+namespace {
+
+// A small clock face in the text colour, drawn once: no icon theme is sure to have one.
+const QIcon &clockIcon()
+{
+    static const QIcon icon = [] {
+        constexpr int kSize = 32;
+        QPixmap pixmap(kSize, kSize);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        const QColor ink = QGuiApplication::palette().color(QPalette::Text);
+        painter.setPen(QPen(ink, 3));
+        painter.drawEllipse(QRectF(3, 3, kSize - 6, kSize - 6));
+        painter.setPen(QPen(ink, 3, Qt::SolidLine, Qt::RoundCap));
+        const QPointF centre(kSize / 2.0, kSize / 2.0);
+        painter.drawLine(centre, centre + QPointF(0, -9));
+        painter.drawLine(centre, centre + QPointF(7, 0));
+        painter.end();
+        return QIcon(pixmap);
+    }();
+    return icon;
+}
+
+} // namespace
 
 StationTableModel::StationTableModel(QObject *parent)
     : QAbstractTableModel(parent)
@@ -75,6 +105,14 @@ void StationTableModel::setRecordingIds(const QSet<QString> &ids)
     refreshColumn(NameColumn);
 }
 
+void StationTableModel::setScheduledIds(const QSet<QString> &ids)
+{
+    if (ids == m_scheduledIds)
+        return;
+    m_scheduledIds = ids;
+    refreshColumn(NameColumn);
+}
+
 void StationTableModel::refreshColumn(int column)
 {
     if (!m_stations.isEmpty())
@@ -107,8 +145,12 @@ QVariant StationTableModel::data(const QModelIndex &index, int role) const
                 text = QStringLiteral("★ ") + text;
             if (recording)
                 text += QStringLiteral("  ● ") + tx("station.recording");
+            if (m_scheduledIds.contains(station->id))
+                text += QStringLiteral("  ") + tx("fav.scheduled");
             return text;
         }
+        if (role == Qt::DecorationRole && m_scheduledIds.contains(station->id))
+            return clockIcon();
         if (role == Qt::ToolTipRole)
             return station->streamUrl;
         if (role == Qt::FontRole && recording) {

@@ -35,6 +35,8 @@ public:
     void setIcy(const QString &stationId, bool icy);
     void setFavoriteIds(const QSet<QString> &ids);
     void setRecordingIds(const QSet<QString> &ids);
+    // Stations with planned recordings: a clock and "fav.scheduled" after the name.
+    void setScheduledIds(const QSet<QString> &ids);
 
     // Set to allow reordering by drag and drop; the ids and the row they were dropped
     // before (rowCount() for the end).
@@ -61,4 +63,5 @@ private:
     QHash<QString, bool> m_icy;
     QSet<QString> m_favoriteIds;
     QSet<QString> m_recordingIds;
+    QSet<QString> m_scheduledIds;
 };

@@ -34,6 +34,9 @@ protected:
         options.libraryPath = home.file(QStringLiteral("data/Orvida/library.sqlite"));
         options.recoverSegments = false;
         options.checkForToolUpdate = false;
+        // A developer's own desktop has buses: no test takes its locks or shows notifications.
+        options.systemBusAddress = std::nullopt;
+        options.sessionBusAddress = std::nullopt;
         app = std::make_unique<Application>(options);
         app->directory().setDebounceInterval(std::chrono::milliseconds(0));
     }
