@@ -3,19 +3,29 @@
 #include "app/texts.h"
 #include "library/librarystore.h"
 
+#include <QDataStream>
+#include <QIODevice>
 #include <QLocale>
+#include <QMimeData>
+#include <QSet>
+
+#include <algorithm>
+#include <limits>
 
 LibraryModel::LibraryModel(LibraryStore *store, QObject *parent)
     : QAbstractTableModel(parent)
     , m_store(store)
 {
-    if (m_store)
-        connect(m_store, &LibraryStore::tracksChanged, this, &LibraryModel::reload);
-    reload();
 }
 
-void LibraryModel::reload()
+void LibraryModel::load()
 {
+    if (m_store && !m_loaded) {
+        connect(m_store, &LibraryStore::tracksInserted, this, &LibraryModel::insertRows);
+        connect(m_store, &LibraryStore::trackUpdated, this, &LibraryModel::updateRow);
+        connect(m_store, &LibraryStore::trackRemoved, this, &LibraryModel::removeRow);
+    }
+    m_loaded = true;
     beginResetModel();
     m_tracks = m_store ? m_store->allTracks() : QList<Track>();
     endResetModel();
@@ -24,6 +34,64 @@ void LibraryModel::reload()
 const Track *LibraryModel::trackAt(int row) const
 {
     return row >= 0 && row < m_tracks.size() ? &m_tracks[row] : nullptr;
+}
+
+qsizetype LibraryModel::lowerBound(qint64 trackId) const
+{
+    return std::lower_bound(m_tracks.cbegin(), m_tracks.cend(), trackId,
+                            [](const Track &track, qint64 id) { return track.id < id; })
+           - m_tracks.cbegin();
+}
+
+int LibraryModel::rowOf(qint64 trackId) const
+{
+    const qsizetype row = lowerBound(trackId);
+    return row < m_tracks.size() && m_tracks[row].id == trackId ? int(row) : -1;
+}
+
+void LibraryModel::insertRows(const QList<Track> &tracks)
+{
+    if (tracks.isEmpty())
+        return;
+    // The usual case: new ids, all above the last one, announced in ascending order.
+    const bool appends = (m_tracks.isEmpty() || tracks.first().id > m_tracks.last().id)
+                         && std::is_sorted(tracks.cbegin(), tracks.cend(),
+                                           [](const Track &a, const Track &b) { return a.id <= b.id; });
+    if (appends) {
+        beginInsertRows({}, int(m_tracks.size()), int(m_tracks.size() + tracks.size() - 1));
+        m_tracks.append(tracks);
+        endInsertRows();
+        return;
+    }
+    for (const Track &track : tracks) {
+        const qsizetype row = lowerBound(track.id);
+        if (row < m_tracks.size() && m_tracks[row].id == track.id) {
+            updateRow(track);
+            continue;
+        }
+        beginInsertRows({}, int(row), int(row));
+        m_tracks.insert(row, track);
+        endInsertRows();
+    }
+}
+
+void LibraryModel::updateRow(const Track &track)
+{
+    const int row = rowOf(track.id);
+    if (row < 0)
+        return;
+    m_tracks[row] = track;
+    Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1));
+}
+
+void LibraryModel::removeRow(qint64 trackId)
+{
+    const int row = rowOf(trackId);
+    if (row < 0)
+        return;
+    beginRemoveRows({}, row, row);
+    m_tracks.removeAt(row);
+    endRemoveRows();
 }
 
 int LibraryModel::rowCount(const QModelIndex &parent) const
@@ -57,7 +125,9 @@ QVariant LibraryModel::data(const QModelIndex &index, int role) const
     case DurationColumn: return sort ? QVariant(track->duration) : QVariant(track->formattedDuration());
     case StationColumn: return track->station.value_or(QString());
     case DateAddedColumn:
-        return sort ? QVariant(track->dateAdded)
+        // Milliseconds compare faster than dates, and an unknown date sorts as the oldest.
+        return sort ? QVariant(track->dateAdded.isValid() ? track->dateAdded.toMSecsSinceEpoch()
+                                                          : std::numeric_limits<qint64>::min())
                     : QVariant(QLocale().toString(track->dateAdded.toLocalTime().date(), QLocale::ShortFormat) +
                                QLatin1Char(' ') + track->dateAdded.toLocalTime().toString(QStringLiteral("HH:mm")));
     case PlayCountColumn: return sort ? QVariant(track->playCount) : QVariant(QString::number(track->playCount));
@@ -73,6 +143,59 @@ QVariant LibraryModel::headerData(int section, Qt::Orientation orientation, int 
                                                       "lib.colDuration", "lib.colStation",   "lib.colDateAdded",
                                                       "lib.colPlayCount"};
     return section >= 0 && section < ColumnCount ? QVariant(tx(kKeys[section])) : QVariant();
+}
+
+Qt::ItemFlags LibraryModel::flags(const QModelIndex &index) const
+{
+    Qt::ItemFlags flags = QAbstractTableModel::flags(index);
+    if (index.isValid())
+        flags |= Qt::ItemIsDragEnabled;
+    return flags;
+}
+
+QStringList LibraryModel::mimeTypes() const
+{
+    return {QString::fromLatin1(kTrackIdsMimeType)};
+}
+
+QMimeData *LibraryModel::mimeData(const QModelIndexList &indexes) const
+{
+    // One index per cell of each dragged row; the order of the rows is kept.
+    QList<qint64> ids;
+    QSet<int> seenRows;
+    for (const QModelIndex &index : indexes) {
+        const Track *track = trackAt(index.row());
+        if (!track || seenRows.contains(index.row()))
+            continue;
+        seenRows.insert(index.row());
+        ids << track->id;
+    }
+    return ids.isEmpty() ? nullptr : mimeDataFor(ids);
+}
+
+Qt::DropActions LibraryModel::supportedDragActions() const
+{
+    return Qt::CopyAction;
+}
+
+QMimeData *LibraryModel::mimeDataFor(const QList<qint64> &trackIds)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream << trackIds;
+    auto *data = new QMimeData;
+    data->setData(QString::fromLatin1(kTrackIdsMimeType), bytes);
+    return data;
+}
+
+QList<qint64> LibraryModel::trackIds(const QMimeData *data)
+{
+    if (!data || !data->hasFormat(QString::fromLatin1(kTrackIdsMimeType)))
+        return {};
+    QDataStream stream(data->data(QString::fromLatin1(kTrackIdsMimeType)));
+    QList<qint64> ids;
+    stream >> ids;
+    return stream.status() == QDataStream::Ok ? ids : QList<qint64>();
 }
 
 LibraryFilterModel::LibraryFilterModel(QObject *parent)

@@ -2,10 +2,16 @@
 
 #include "app/application.h"
 #include "app/librarymodel.h"
+#include "app/playlistedits.h"
+#include "app/playlistentrymodel.h"
+#include "app/playlistlistmodel.h"
+#include "app/playlistorder.h"
+#include "app/playlistpane.h"
 #include "app/texts.h"
 #include "app/uikit.h"
 #include "library/librarystore.h"
 
+#include <QAction>
 #include <QDesktopServices>
 #include <QFile>
 #include <QFileInfo>
@@ -17,9 +23,12 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSplitter>
 #include <QStackedWidget>
 #include <QTableView>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 LibraryView::LibraryView(Application &app, QWidget *parent)
     : QWidget(parent)
@@ -31,10 +40,23 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     openFolder = [](const QUrl &folder) { QDesktopServices::openUrl(folder); };
 
     const UiKit::Page page = UiKit::makePage(this, tx("lib.title"));
-    QVBoxLayout *layout = page.layout;
     m_count = page.count;
 
-    m_filter = new QLineEdit(this);
+    auto *splitter = new QSplitter(Qt::Horizontal, this);
+    splitter->setChildrenCollapsible(false);
+    page.layout->addWidget(splitter, 1);
+    m_pane = new PlaylistPane(app.library(), splitter);
+    m_pane->setMinimumWidth(150);
+    auto *right = new QWidget(splitter);
+    auto *layout = new QVBoxLayout(right);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(UiKit::kSpacing);
+    splitter->addWidget(m_pane);
+    splitter->addWidget(right);
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({190, 900});
+
+    m_filter = new QLineEdit(right);
     m_filter->setPlaceholderText(tx("lib.filterPlaceholder"));
     m_filter->setClearButtonEnabled(true);
     layout->addWidget(m_filter);
@@ -42,55 +64,144 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     m_model = new LibraryModel(app.library(), this);
     m_proxy = new LibraryFilterModel(this);
     m_proxy->setSourceModel(m_model);
-    m_table = new QTableView(this);
+    m_table = new QTableView(right);
     m_table->setModel(m_proxy);
     UiKit::configureTable(m_table);
     m_table->setSelectionMode(QAbstractItemView::ExtendedSelection);
     m_table->setSortingEnabled(true);
     m_table->sortByColumn(LibraryModel::DateAddedColumn, Qt::DescendingOrder);
+    m_table->setDragEnabled(true);
+    m_table->setDragDropMode(QAbstractItemView::DragOnly);
     // Fixed row heights and no content-based column sizing: both would measure every row.
     m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     QHeaderView *header = m_table->horizontalHeader();
     header->setSectionResizeMode(QHeaderView::Interactive);
     header->setSectionResizeMode(LibraryModel::TitleColumn, QHeaderView::Stretch);
-    header->resizeSection(LibraryModel::ArtistColumn, 170);
-    header->resizeSection(LibraryModel::AlbumColumn, 150);
+    header->resizeSection(LibraryModel::ArtistColumn, 150);
+    header->resizeSection(LibraryModel::AlbumColumn, 130);
     header->resizeSection(LibraryModel::DurationColumn, 70);
-    header->resizeSection(LibraryModel::StationColumn, 140);
+    header->resizeSection(LibraryModel::StationColumn, 120);
     header->resizeSection(LibraryModel::DateAddedColumn, 130);
     header->resizeSection(LibraryModel::PlayCountColumn, 80);
 
+    m_entries = new PlaylistEntryModel(app.library(), this);
+    m_playlistTable = new QTableView(right);
+    m_playlistTable->setModel(m_entries);
+    UiKit::configureTable(m_playlistTable);
+    m_playlistTable->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    m_playlistTable->setDragDropMode(QAbstractItemView::InternalMove);
+    m_playlistTable->setDragDropOverwriteMode(false);
+    m_playlistTable->setDropIndicatorShown(true);
+    m_playlistTable->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    m_playlistTable->horizontalHeader()->resizeSection(PlaylistEntryModel::ArtistColumn, 200);
+    m_playlistTable->horizontalHeader()->resizeSection(PlaylistEntryModel::DurationColumn, 70);
+
     const bool available = app.library() != nullptr;
-    m_empty = available ? UiKit::makeEmptyState(tx("lib.emptyTitle"), tx("lib.emptyHint"), this)
-                        : UiKit::makeEmptyState(tx("lib.unavailable"), app.libraryError(), this);
-    m_stack = new QStackedWidget(this);
-    m_stack->addWidget(m_table);
-    m_stack->addWidget(m_empty);
+    m_empty = available ? UiKit::makeEmptyState(tx("lib.emptyTitle"), tx("lib.emptyHint"), right)
+                        : UiKit::makeEmptyState(tx("lib.unavailable"), app.libraryError(), right);
+    m_emptyPlaylist = UiKit::makeEmptyState(tx("playlist.emptyTitle"), tx("playlist.emptyHint"), right);
+    m_stack = new QStackedWidget(right);
+    for (QWidget *widget : {static_cast<QWidget *>(m_table), m_empty, static_cast<QWidget *>(m_playlistTable),
+                            m_emptyPlaylist})
+        m_stack->addWidget(widget);
     layout->addWidget(m_stack, 1);
 
+    auto addAction = [this](const char *key, const QKeySequence &shortcut, auto slot) {
+        auto *action = new QAction(tx(key), this);
+        action->setShortcut(shortcut);
+        action->setShortcutContext(Qt::WidgetShortcut);
+        m_playlistTable->addAction(action);
+        connect(action, &QAction::triggered, this, slot);
+        return action;
+    };
+    m_moveUp = addAction("playlist.moveUp", QKeySequence(Qt::ALT | Qt::Key_Up), [this] { moveSelectedEntries(-1); });
+    m_moveDown =
+        addAction("playlist.moveDown", QKeySequence(Qt::ALT | Qt::Key_Down), [this] { moveSelectedEntries(1); });
+    m_remove = addAction("playlist.remove", QKeySequence::Delete, [this] { removeSelectedEntries(); });
+
     auto *buttons = new QHBoxLayout;
-    m_showInFolder = new QPushButton(tx("lib.showInFolder"), this);
-    m_delete = new QPushButton(tx("lib.delete"), this);
-    buttons->addWidget(m_showInFolder);
-    buttons->addWidget(m_delete);
+    m_showInFolder = new QPushButton(tx("lib.showInFolder"), right);
+    m_delete = new QPushButton(tx("lib.delete"), right);
+    m_moveUpButton = new QPushButton(m_moveUp->text(), right);
+    m_moveDownButton = new QPushButton(m_moveDown->text(), right);
+    m_removeButton = new QPushButton(m_remove->text(), right);
+    for (QPushButton *button : {m_showInFolder, m_delete, m_moveUpButton, m_moveDownButton, m_removeButton})
+        buttons->addWidget(button);
     buttons->addStretch();
     layout->addLayout(buttons);
 
     connect(m_filter, &QLineEdit::textChanged, m_proxy, &LibraryFilterModel::setFilterText);
     connect(m_filter, &QLineEdit::textChanged, this, &LibraryView::refreshState);
-    connect(m_model, &QAbstractItemModel::modelReset, this, &LibraryView::refreshState);
+    // The source model, not the proxy: a filter change arrives as many runs of removed
+    // rows, and the count is refreshed once for it through textChanged.
+    for (QAbstractItemModel *model : {static_cast<QAbstractItemModel *>(m_model), static_cast<QAbstractItemModel *>(m_entries)}) {
+        connect(model, &QAbstractItemModel::modelReset, this, &LibraryView::refreshState);
+        connect(model, &QAbstractItemModel::rowsInserted, this, &LibraryView::refreshState);
+        connect(model, &QAbstractItemModel::rowsRemoved, this, &LibraryView::refreshState);
+        connect(model, &QAbstractItemModel::layoutChanged, this, &LibraryView::refreshState);
+    }
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, &LibraryView::refreshState);
+    connect(m_playlistTable->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &LibraryView::refreshState);
     connect(m_showInFolder, &QPushButton::clicked, this, &LibraryView::showSelectedInFolder);
     connect(m_delete, &QPushButton::clicked, this, &LibraryView::deleteSelected);
+    connect(m_moveUpButton, &QPushButton::clicked, m_moveUp, &QAction::trigger);
+    connect(m_moveDownButton, &QPushButton::clicked, m_moveDown, &QAction::trigger);
+    connect(m_removeButton, &QPushButton::clicked, m_remove, &QAction::trigger);
+    connect(m_pane, &PlaylistPane::currentPlaylistChanged, this, &LibraryView::showPlaylist);
     connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &pos) {
         if (selectedTracks().isEmpty())
             return;
         QMenu menu;
         menu.addAction(tx("lib.showInFolder"), this, &LibraryView::showSelectedInFolder);
+        fillAddToPlaylistMenu(menu.addMenu(tx("library.addToPlaylist")));
+        menu.addSeparator();
         menu.addAction(tx("lib.delete"), this, &LibraryView::deleteSelected);
         menu.exec(m_table->viewport()->mapToGlobal(pos));
     });
+    connect(m_playlistTable, &QWidget::customContextMenuRequested, this, [this](const QPoint &pos) {
+        if (selectedEntryRows().isEmpty())
+            return;
+        QMenu menu;
+        menu.addActions({m_moveUp, m_moveDown});
+        menu.addSeparator();
+        menu.addAction(m_remove);
+        menu.exec(m_playlistTable->viewport()->mapToGlobal(pos));
+    });
     refreshState();
+}
+
+void LibraryView::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (!m_model->isLoaded()) {
+        m_model->load();
+        refreshState();
+    }
+}
+
+bool LibraryView::showsPlaylist() const
+{
+    return m_entries->playlistId() != 0;
+}
+
+void LibraryView::showPlaylist(qint64 playlistId)
+{
+    m_entries->setPlaylist(playlistId);
+    m_filter->setVisible(playlistId == 0);
+    refreshState();
+}
+
+void LibraryView::fillAddToPlaylistMenu(QMenu *menu)
+{
+    menu->addAction(tx("playlist.new"), this, &LibraryView::addSelectedToNewPlaylist);
+    const PlaylistListModel *playlists = m_pane->model();
+    if (playlists->playlistCount() > 0)
+        menu->addSeparator();
+    for (int row = PlaylistListModel::kAllTracksRow + 1; row < playlists->rowCount(); ++row) {
+        const qint64 id = playlists->playlistId(row);
+        menu->addAction(playlists->index(row).data().toString(), this, [this, id] { addSelectedToPlaylist(id); });
+    }
 }
 
 QList<Track> LibraryView::selectedTracks() const
@@ -131,18 +242,95 @@ void LibraryView::deleteSelected()
     }
 }
 
+void LibraryView::addSelectedToPlaylist(qint64 playlistId)
+{
+    LibraryStore *library = m_app.library();
+    QList<qint64> ids;
+    // In the order the table shows them, not the order they were clicked.
+    QModelIndexList rows = m_table->selectionModel()->selectedRows();
+    std::sort(rows.begin(), rows.end(), [](const QModelIndex &a, const QModelIndex &b) { return a.row() < b.row(); });
+    for (const QModelIndex &index : rows) {
+        if (const Track *track = m_model->trackAt(m_proxy->mapToSource(index).row()))
+            ids << track->id;
+    }
+    if (library && !ids.isEmpty())
+        (void)PlaylistEdits::addTracks(*library, playlistId, ids);
+}
+
+void LibraryView::addSelectedToNewPlaylist()
+{
+    if (selectedTracks().isEmpty())
+        return;
+    if (const std::optional<qint64> id = m_pane->createPlaylist(false))
+        addSelectedToPlaylist(*id);
+}
+
+QList<int> LibraryView::selectedEntryRows() const
+{
+    QList<int> rows;
+    for (const QModelIndex &index : m_playlistTable->selectionModel()->selectedRows())
+        rows << index.row();
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+void LibraryView::moveSelectedEntries(int delta)
+{
+    LibraryStore *library = m_app.library();
+    const QList<int> rows = selectedEntryRows();
+    if (!library || !showsPlaylist() || rows.isEmpty())
+        return;
+    // The model rearranges its rows as a layout change, so the selection moves along.
+    (void)PlaylistEdits::reorder(*library, m_entries->playlistId(), [&](const QList<qint64> &order) {
+        return PlaylistOrder::shiftRows(order, rows, delta);
+    });
+}
+
+void LibraryView::removeSelectedEntries()
+{
+    LibraryStore *library = m_app.library();
+    QList<qint64> ids;
+    for (int row : selectedEntryRows()) {
+        if (const PlaylistEntry *entry = m_entries->entryAt(row))
+            ids << entry->id;
+    }
+    if (!library)
+        return;
+    for (qint64 id : ids)
+        (void)library->removeEntry(id);
+}
+
 void LibraryView::refreshState()
 {
-    const int total = m_model->rowCount();
-    const int shown = m_proxy->rowCount();
-    if (total == shown)
-        m_count->setText(total == 1 ? tx("lib.countOne") : Texts::text("lib.countFormat").arg(total));
-    else
-        m_count->setText(Texts::text("lib.shownFormat").arg(shown).arg(total));
-    m_count->setVisible(total > 0);
-    m_filter->setEnabled(total > 0 || !m_filter->text().isEmpty());
-    m_stack->setCurrentWidget(total > 0 ? static_cast<QWidget *>(m_table) : m_empty);
-    const bool selected = m_table->selectionModel()->hasSelection();
-    m_showInFolder->setEnabled(selected);
-    m_delete->setEnabled(selected);
+    const bool playlist = showsPlaylist();
+    if (playlist) {
+        const int entries = m_entries->rowCount();
+        m_count->setText(entries == 1 ? tx("lib.countOne") : Texts::text("lib.countFormat").arg(entries));
+        m_count->setVisible(true);
+        m_stack->setCurrentWidget(entries > 0 ? static_cast<QWidget *>(m_playlistTable) : m_emptyPlaylist);
+    } else {
+        const int total = m_model->rowCount();
+        const int shown = m_proxy->rowCount();
+        if (total == shown)
+            m_count->setText(total == 1 ? tx("lib.countOne") : Texts::text("lib.countFormat").arg(total));
+        else
+            m_count->setText(Texts::text("lib.shownFormat").arg(shown).arg(total));
+        m_count->setVisible(total > 0);
+        m_filter->setEnabled(total > 0 || !m_filter->text().isEmpty());
+        m_stack->setCurrentWidget(total > 0 || !m_model->isLoaded() ? static_cast<QWidget *>(m_table) : m_empty);
+    }
+    const bool tracksSelected = !playlist && m_table->selectionModel()->hasSelection();
+    m_showInFolder->setEnabled(tracksSelected);
+    m_delete->setEnabled(tracksSelected);
+    const QList<int> rows = playlist ? selectedEntryRows() : QList<int>();
+    m_moveUp->setEnabled(!rows.isEmpty() && rows.last() >= rows.size());
+    m_moveDown->setEnabled(!rows.isEmpty() && rows.first() < m_entries->rowCount() - rows.size());
+    m_remove->setEnabled(!rows.isEmpty());
+    for (QWidget *button : {static_cast<QWidget *>(m_showInFolder), static_cast<QWidget *>(m_delete)})
+        button->setVisible(!playlist);
+    for (QPushButton *button : {m_moveUpButton, m_moveDownButton, m_removeButton})
+        button->setVisible(playlist);
+    m_moveUpButton->setEnabled(m_moveUp->isEnabled());
+    m_moveDownButton->setEnabled(m_moveDown->isEnabled());
+    m_removeButton->setEnabled(m_remove->isEnabled());
 }

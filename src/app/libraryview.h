@@ -9,17 +9,25 @@
 class Application;
 class LibraryFilterModel;
 class LibraryModel;
+class PlaylistEntryModel;
+class PlaylistPane;
+class QAction;
 class QLabel;
 class QLineEdit;
+class QMenu;
 class QPushButton;
 class QStackedWidget;
 class QTableView;
 struct Track;
 
-// The library as one sortable, filterable table, with "show in folder" and "delete"
-// (file and entry, after a confirmation).
+// The library: on the left "All tracks" and the playlists, on the right either every
+// track as one sortable, filterable table with "show in folder" and "delete" (file and
+// entry, after a confirmation), or the chosen playlist in its order, where entries are
+// reordered (drag, move up/down) and removed. Tracks go into a playlist from their
+// context menu or by dragging them onto it.
 //
-// Lives on the GUI thread.
+// Lives on the GUI thread. The tracks are read when the page is first shown, not when
+// the window is built.
 class LibraryView : public QWidget {
     Q_OBJECT
 
@@ -34,23 +42,51 @@ public:
     void showSelectedInFolder();
     void deleteSelected();
 
+    // The selected library tracks into a playlist, at its end.
+    void addSelectedToPlaylist(qint64 playlistId);
+    // Asks for a name (the pane's dialog) and puts the selected tracks in a new playlist.
+    void addSelectedToNewPlaylist();
+    // The selected entries of the shown playlist one place up (-1) or down (+1).
+    void moveSelectedEntries(int delta);
+    void removeSelectedEntries();
+    [[nodiscard]] QList<int> selectedEntryRows() const;
+    [[nodiscard]] bool showsPlaylist() const;
+
     QLineEdit *filterField() const { return m_filter; }
     QTableView *table() const { return m_table; }
     LibraryModel *model() const { return m_model; }
     LibraryFilterModel *filterModel() const { return m_proxy; }
     QLabel *countLabel() const { return m_count; }
+    PlaylistPane *playlistPane() const { return m_pane; }
+    QTableView *playlistTable() const { return m_playlistTable; }
+    PlaylistEntryModel *playlistModel() const { return m_entries; }
+
+protected:
+    void showEvent(QShowEvent *event) override;
 
 private:
+    void showPlaylist(qint64 playlistId);
+    void fillAddToPlaylistMenu(QMenu *menu);
     void refreshState();
 
     Application &m_app;
     LibraryModel *m_model = nullptr;
     LibraryFilterModel *m_proxy = nullptr;
+    PlaylistEntryModel *m_entries = nullptr;
+    PlaylistPane *m_pane = nullptr;
     QLineEdit *m_filter = nullptr;
     QLabel *m_count = nullptr;
     QStackedWidget *m_stack = nullptr;
     QWidget *m_empty = nullptr;
+    QWidget *m_emptyPlaylist = nullptr;
     QTableView *m_table = nullptr;
+    QTableView *m_playlistTable = nullptr;
     QPushButton *m_showInFolder = nullptr;
     QPushButton *m_delete = nullptr;
+    QPushButton *m_moveUpButton = nullptr;
+    QPushButton *m_moveDownButton = nullptr;
+    QPushButton *m_removeButton = nullptr;
+    QAction *m_moveUp = nullptr;
+    QAction *m_moveDown = nullptr;
+    QAction *m_remove = nullptr;
 };

@@ -529,6 +529,35 @@ std::optional<qint64> LibraryStore::addEntry(qint64 playlistId, const PlaylistEn
     return id;
 }
 
+QList<qint64> LibraryStore::addEntries(qint64 playlistId, const QList<PlaylistEntry> &entries)
+{
+    assertOwnerThread();
+    if (!playlist(playlistId)) {
+        m_lastError = QStringLiteral("no playlist with id %1").arg(playlistId);
+        return {};
+    }
+    ScopedTransaction transaction(*m_db);
+    if (!transaction.isActive()) {
+        failed();
+        return {};
+    }
+    QList<qint64> ids;
+    ids.reserve(entries.size());
+    for (const PlaylistEntry &entry : entries) {
+        qint64 id = 0;
+        if (!insertEntryRow(playlistId, entry, &id))
+            return {};
+        ids << id;
+    }
+    if (!transaction.commit()) {
+        failed();
+        return {};
+    }
+    if (!ids.isEmpty())
+        Q_EMIT playlistsChanged();
+    return ids;
+}
+
 bool LibraryStore::saveEntry(const PlaylistEntry &entry)
 {
     assertOwnerThread();

@@ -92,6 +92,8 @@ public:
 
     // Appends `entry` to the playlist (its sortOrder is kept as given); returns its id.
     [[nodiscard]] std::optional<qint64> addEntry(qint64 playlistId, const PlaylistEntry &entry);
+    // Appends several entries in one transaction: all or none. Their ids in order.
+    [[nodiscard]] QList<qint64> addEntries(qint64 playlistId, const QList<PlaylistEntry> &entries);
     // Writes the entry's own fields (not its playlist) under its id.
     [[nodiscard]] bool saveEntry(const PlaylistEntry &entry);
     // Moves the entry shown at `fromIndex` to `toIndex` and renumbers the playlist's

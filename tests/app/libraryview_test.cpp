@@ -5,8 +5,10 @@
 #include "appfixture.h"
 
 #include <QFile>
+#include <QItemSelectionModel>
 #include <QLabel>
 #include <QLineEdit>
+#include <QSignalSpy>
 #include <QTableView>
 
 namespace {
@@ -48,6 +50,7 @@ TEST_F(LibraryViewTest, SortsByValueAndFiltersByTextColumns)
 {
     ASSERT_EQ(addTracks().size(), 3);
     LibraryView view(*app);
+    view.show(); // the tracks are read on first show
     EXPECT_EQ(view.countLabel()->text(), QStringLiteral("3 tracks"));
     // Newest first at the start.
     EXPECT_EQ(column(view.table(), LibraryModel::TitleColumn), QStringList({"Beat It", "Alright", "Blue Train"}));
@@ -68,6 +71,7 @@ TEST_F(LibraryViewTest, DeleteAsksFirstThenRemovesFileAndEntry)
 {
     const QList<qint64> ids = addTracks();
     LibraryView view(*app);
+    view.show();
     QStringList questions;
     bool answer = false;
     view.confirm = [&](const QString &question) {
@@ -96,6 +100,7 @@ TEST_F(LibraryViewTest, EntryWhoseFileIsAlreadyGoneCanStillBeDeleted)
 {
     const QList<qint64> ids = addTracks();
     LibraryView view(*app);
+    view.show();
     view.confirm = [](const QString &) { return true; };
     view.filterField()->setText(QStringLiteral("Alright"));
     view.table()->selectRow(0);
@@ -108,6 +113,7 @@ TEST_F(LibraryViewTest, ShowInFolderOpensTheContainingFolder)
 {
     addTracks();
     LibraryView view(*app);
+    view.show();
     QList<QUrl> opened;
     view.openFolder = [&](const QUrl &url) { opened << url; };
     view.showSelectedInFolder(); // nothing selected
@@ -121,6 +127,7 @@ TEST_F(LibraryViewTest, ShowInFolderOpensTheContainingFolder)
 TEST_F(LibraryViewTest, NewlySavedSongsAppearWithoutAReopen)
 {
     LibraryView view(*app);
+    view.show();
     EXPECT_EQ(view.table()->model()->rowCount(), 0);
     app->fileIntoLibrary(Track(QStringLiteral("Song"), QStringLiteral("Band"), QString(), 200,
                                QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"),
@@ -136,6 +143,77 @@ TEST_F(LibraryViewTest, NewlySavedSongsAppearWithoutAReopen)
     ASSERT_EQ(app->library()->allTracks().size(), 1);
     EXPECT_EQ(app->library()->allTracks().first().title, QStringLiteral("Song (Long)"));
     EXPECT_EQ(app->library()->allTracks().first().playCount, 4);
+}
+
+TEST_F(LibraryViewTest, TracksAreReadOnFirstShowNotWhenTheWindowIsBuilt)
+{
+    addTracks();
+    LibraryView view(*app);
+    EXPECT_FALSE(view.model()->isLoaded());
+    EXPECT_EQ(view.model()->rowCount(), 0);
+    // A song saved before the first show is read with the rest, not counted twice.
+    app->fileIntoLibrary(Track(QStringLiteral("Early"), QStringLiteral("Band"), QString(), 100,
+                               QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"),
+                               QStringLiteral("Pop Two"), home.file(QStringLiteral("early.mp3"))));
+    view.show();
+    EXPECT_TRUE(view.model()->isLoaded());
+    EXPECT_EQ(view.model()->rowCount(), 4);
+    EXPECT_EQ(view.countLabel()->text(), QStringLiteral("4 tracks"));
+}
+
+TEST_F(LibraryViewTest, StoreChangesMoveSingleRowsAndKeepFilterSortAndSelection)
+{
+    const QList<qint64> ids = addTracks();
+    LibraryView view(*app);
+    view.show();
+    QSignalSpy resets(view.model(), &QAbstractItemModel::modelReset);
+    QSignalSpy inserted(view.model(), &QAbstractItemModel::rowsInserted);
+    QSignalSpy removed(view.model(), &QAbstractItemModel::rowsRemoved);
+
+    view.filterField()->setText(QStringLiteral("pop two"));
+    view.table()->selectRow(1); // "Alright": newest first
+    ASSERT_EQ(view.selectedTracks().size(), 1);
+    ASSERT_EQ(view.selectedTracks().first().id, ids[2]);
+
+    // A saved song that matches the filter lands at its sorted place (newest: on top);
+    // the selection stays on its track.
+    app->fileIntoLibrary(Track(QStringLiteral("Fresh"), QStringLiteral("New Band"), QString(), 200,
+                               QDateTime(QDate(2026, 4, 1), QTime(9, 0), Qt::UTC), QString(), false, 0, QStringLiteral("radio"),
+                               QStringLiteral("Pop Two"), home.file(QStringLiteral("fresh.mp3"))));
+    EXPECT_EQ(column(view.table(), LibraryModel::TitleColumn), QStringList({"Fresh", "Beat It", "Alright"}));
+    ASSERT_EQ(view.selectedTracks().size(), 1);
+    EXPECT_EQ(view.selectedTracks().first().id, ids[2]);
+    // One that does not match is counted but not shown.
+    app->fileIntoLibrary(Track(QStringLiteral("Other"), QStringLiteral("Band"), QString(), 200,
+                               QDateTime(QDate(2026, 4, 2), QTime(9, 0), Qt::UTC), QString(), false, 0, QStringLiteral("radio"),
+                               QStringLiteral("Jazz One"), home.file(QStringLiteral("other.mp3"))));
+    EXPECT_EQ(view.table()->model()->rowCount(), 3);
+    EXPECT_EQ(view.countLabel()->text(), QStringLiteral("3 of 5 tracks"));
+    ASSERT_EQ(inserted.count(), 2);
+    EXPECT_EQ(inserted[0][1].toInt(), 3); // appended: one row at the end, each time
+    EXPECT_EQ(inserted[0][2].toInt(), 3);
+    EXPECT_EQ(inserted[1][1].toInt(), 4);
+
+    // A saved edit changes its row in place; leaving the filter's match hides it.
+    Track edited = *app->library()->track(ids[1]);
+    edited.station = QStringLiteral("Jazz One");
+    ASSERT_TRUE(app->library()->save(edited));
+    EXPECT_EQ(column(view.table(), LibraryModel::TitleColumn), QStringList({"Fresh", "Alright"}));
+    EXPECT_EQ(view.model()->trackAt(view.model()->rowOf(ids[1]))->station, QStringLiteral("Jazz One"));
+
+    // A delete removes exactly its row.
+    ASSERT_TRUE(app->library()->remove(ids[0]));
+    ASSERT_EQ(removed.count(), 1);
+    EXPECT_EQ(removed[0][1].toInt(), 0);
+    EXPECT_EQ(removed[0][2].toInt(), 0);
+    EXPECT_EQ(view.model()->rowOf(ids[0]), -1);
+    EXPECT_EQ(view.countLabel()->text(), QStringLiteral("2 of 4 tracks"));
+    EXPECT_EQ(view.selectedTracks().first().id, ids[2]);
+    EXPECT_EQ(resets.count(), 0);
+
+    view.filterField()->clear();
+    EXPECT_EQ(column(view.table(), LibraryModel::TitleColumn),
+              QStringList({"Other", "Fresh", "Beat It", "Alright"}));
 }
 
 } // namespace
