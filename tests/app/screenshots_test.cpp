@@ -1,6 +1,8 @@
 #include "app/favoritesview.h"
 #include "app/mainwindow.h"
 #include "app/radioview.h"
+#include "app/scheduledialog.h"
+#include "engine/sniperscheduler.h"
 #include "engine/radiorecorder.h"
 #include "app/toolsgateview.h"
 #include "library/librarystore.h"
@@ -56,6 +58,14 @@ TEST_F(ScreenshotTest, EveryPageRenders)
         app->favorites().add(station);
         app->recents().add(station);
     }
+    // Plans days ahead, so none starts while the pictures are taken.
+    const QDateTime evening(QDate::currentDate().addDays(3), QTime(20, 0));
+    app->scheduler().add(ScheduledRecording::make(makeStation("s0", names[0]), evening.toUTC(),
+                                                  evening.addSecs(7200).toUTC(), ScheduledRecording::Mode::FullShow,
+                                                  ScheduledRecording::RepeatRule::Weekly));
+    app->scheduler().add(ScheduledRecording::make(makeStation("s2", names[2]), evening.addSecs(10800).toUTC(),
+                                                  evening.addSecs(18000).toUTC(),
+                                                  ScheduledRecording::Mode::SplitTracks, std::nullopt));
     QList<Track> tracks;
     for (int i = 0; i < 30; ++i)
         tracks << Track(QStringLiteral("Song %1").arg(i), QStringLiteral("Artist %1").arg(i % 7),
@@ -73,13 +83,19 @@ TEST_F(ScreenshotTest, EveryPageRenders)
     const std::pair<MainWindow::Page, const char *> pages[] = {
         {MainWindow::RadioPage, "radio"},           {MainWindow::FavoritesPage, "favorites"},
         {MainWindow::RecentsPage, "recents"},       {MainWindow::RecordingsPage, "recordings"},
-        {MainWindow::LibraryPage, "library"},       {MainWindow::SettingsPage, "settings"}};
+        {MainWindow::LibraryPage, "library"},       {MainWindow::SettingsPage, "settings"},
+        {MainWindow::SchedulePage, "schedule"}};
     for (const auto &[page, name] : pages) {
         window.showPage(page);
         ASSERT_EQ(window.currentPage(), page);
         QTest::qWait(50);
         save(&window, QString::fromLatin1(name));
     }
+
+    ScheduleDialog scheduleDialog(app->scheduler(), makeStation("s1", names[1]), app->now());
+    scheduleDialog.show();
+    QTest::qWait(50);
+    save(&scheduleDialog, QStringLiteral("schedule-dialog"));
 
     ToolsGateView gate;
     gate.resize(1100, 700);
