@@ -38,8 +38,9 @@ namespace {
 constexpr double kWindowSec = 0.1;
 // Our default minimum song length: songs not longer than this are not kept.
 constexpr double kDefaultMinSongSec = 45;
-// The programme runs this much past the recording, so no recorder sees the source end.
-constexpr double kProgrammeTailSec = 60;
+// The programme runs this much past the recording, so no recorder sees the source end,
+// however long it takes to stop.
+constexpr double kProgrammeTailSec = 120;
 // A recorder still running this long after its time is ended.
 constexpr double kOvertimeSec = 90;
 constexpr int kSampleMs = 200;
@@ -62,6 +63,11 @@ struct Setup {
     double recordSec = 600;
     int leadSec = 2;
 };
+
+QString codecName(BroadcastCodec codec)
+{
+    return codec == BroadcastCodec::Mp3 ? QStringLiteral("mp3") : QStringLiteral("aac");
+}
 
 void say(const QString &text)
 {
@@ -157,10 +163,10 @@ std::unique_ptr<Recorder> prepare(const RecorderSpec &spec, const Setup &setup, 
 
 // The audio files a recorder left, oldest first; streamripper's "incomplete" folder holds
 // the tracks it did not see from start to end.
-QList<std::pair<QString, bool>> outputFiles(const Recorder &r)
+QList<std::pair<QString, bool>> outputFiles(const QString &filesDir)
 {
     QList<QFileInfo> found;
-    QDirIterator it(r.filesDir, { QStringLiteral("*.mp3"), QStringLiteral("*.aac") }, QDir::Files,
+    QDirIterator it(filesDir, { QStringLiteral("*.mp3"), QStringLiteral("*.aac") }, QDir::Files,
         QDirIterator::Subdirectories);
     while (it.hasNext())
         found << QFileInfo(it.next());
@@ -170,7 +176,7 @@ QList<std::pair<QString, bool>> outputFiles(const Recorder &r)
     });
     QList<std::pair<QString, bool>> out;
     for (const QFileInfo &info : std::as_const(found)) {
-        const QString relative = QDir(r.filesDir).relativeFilePath(info.filePath());
+        const QString relative = QDir(filesDir).relativeFilePath(info.filePath());
         if (relative.startsWith(QLatin1String("tmp/")))
             continue; // work files of a save
         out.append({ relative, !relative.startsWith(QLatin1String("incomplete/")) });
@@ -178,19 +184,18 @@ QList<std::pair<QString, bool>> outputFiles(const Recorder &r)
     return out;
 }
 
-Report::RecorderResult score(const Recorder &r, const QList<PlayedSong> &played, double windowStartSec,
-    double windowEndSec)
+// Scores the files in `result.folder`, below `runDir`; the rest of `result` is filled in.
+void score(Report::RecorderResult &result, const QString &runDir, const QList<PlayedSong> &played,
+    double windowStartSec, double windowEndSec)
 {
-    Report::RecorderResult result;
-    result.label = r.spec.label;
-    result.command = QFileInfo(r.program).fileName() + QLatin1Char(' ') + r.args.join(QLatin1Char(' '));
-    result.usage = r.process.usage();
+    const QString filesDir = runDir + QLatin1Char('/') + result.folder + QStringLiteral("/files");
     QList<double> tones;
     for (const PlayedSong &p : played)
         tones << p.song.toneHz;
-    for (const auto &[relative, complete] : outputFiles(r)) {
+    result.files.clear();
+    for (const auto &[relative, complete] : outputFiles(filesDir)) {
         QString error;
-        const auto pcm = AudioCheck::decode(r.filesDir + QLatin1Char('/') + relative, &error);
+        const auto pcm = AudioCheck::decode(filesDir + QLatin1Char('/') + relative, &error);
         if (!pcm)
             say(QStringLiteral("  cannot decode %1: %2").arg(relative, error));
         const std::vector<int> labels = pcm ? AudioCheck::toneLabels(*pcm, tones, kWindowSec) : std::vector<int>();
@@ -199,22 +204,21 @@ Report::RecorderResult score(const Recorder &r, const QList<PlayedSong> &played,
     }
     Scoring::markDuplicates(result.files);
     result.summary = Scoring::summarise(result.files, played, windowStartSec, windowEndSec, kDefaultMinSongSec);
-    return result;
 }
 
 std::optional<Report::Comparison> compare(
     IcecastFixture &icecast, const Setup &setup, BroadcastCodec codec, QString *error)
 {
     const bool mp3 = codec == BroadcastCodec::Mp3;
-    const QString name = mp3 ? QStringLiteral("mp3") : QStringLiteral("aac");
+    const QString name = codecName(codec);
     const QString runDir = setup.outDir + QLatin1Char('/') + name;
     Broadcast::Options options;
     options.codec = codec;
     options.mount = QStringLiteral("/compare.") + name;
 
-    const QList<BroadcastSong> programme = Programme::make(setup.recordSec + 2 * kProgrammeTailSec);
+    const QList<BroadcastSong> programme = Programme::make(setup.recordSec + kProgrammeTailSec);
     if (programme.isEmpty()) {
-        *error = QStringLiteral("the programme lasts at most %1 min").arg((Programme::maxSec() - 2 * kProgrammeTailSec) / 60);
+        *error = QStringLiteral("the programme lasts at most %1 min").arg((Programme::maxSec() - kProgrammeTailSec) / 60);
         return std::nullopt;
     }
     std::vector<std::unique_ptr<Recorder>> recorders;
@@ -266,8 +270,30 @@ std::optional<Report::Comparison> compare(
     }
 
     say(QStringLiteral("  scoring ..."));
-    for (const auto &r : recorders)
-        c.recorders << score(*r, c.played, c.windowStartSec, c.windowEndSec);
+    for (const auto &r : recorders) {
+        Report::RecorderResult result;
+        result.label = r->spec.label;
+        result.folder = r->spec.slug;
+        result.command = QFileInfo(r->program).fileName() + QLatin1Char(' ') + r->args.join(QLatin1Char(' '));
+        result.usage = r->process.usage();
+        score(result, runDir, c.played, c.windowStartSec, c.windowEndSec);
+        c.recorders << result;
+    }
+    return c;
+}
+
+// Scores the recordings of an earlier run again, from its JSON report and its folders.
+std::optional<Report::Comparison> rescore(const QString &reportPath, const QString &runDir, QString *error)
+{
+    QFile file(reportPath);
+    auto c = file.open(QIODevice::ReadOnly) ? Report::fromJson(file.readAll()) : std::nullopt;
+    if (!c) {
+        *error = QStringLiteral("no report of an earlier run in %1").arg(reportPath);
+        return std::nullopt;
+    }
+    say(QStringLiteral("%1: scoring the recordings in %2 again ...").arg(c->codec, runDir));
+    for (Report::RecorderResult &result : c->recorders)
+        score(result, runDir, c->played, c->windowStartSec, c->windowEndSec);
     return c;
 }
 
@@ -301,7 +327,9 @@ int main(int argc, char **argv)
         QStringLiteral("cli"), QStringLiteral("The orvida-cli to run."), QStringLiteral("PATH"), QStringLiteral(ORVIDA_CLI_PATH));
     const QCommandLineOption streamripper(QStringLiteral("streamripper"), QStringLiteral("The streamripper to run."),
         QStringLiteral("PATH"), QStandardPaths::findExecutable(QStringLiteral("streamripper")));
-    parser.addOptions({ minutes, codecOption, out, lead, cli, streamripper });
+    const QCommandLineOption again(QStringLiteral("rescore"),
+        QStringLiteral("Record nothing; score the recordings of the last run in --out again."));
+    parser.addOptions({ minutes, codecOption, out, lead, cli, streamripper, again });
     parser.process(app);
 
     Setup setup;
@@ -328,6 +356,7 @@ int main(int argc, char **argv)
         return 2;
     }
     QDir().mkpath(setup.outDir);
+    const bool rescoring = parser.isSet(again);
 
     // The album and cover look-up finds nothing, here and not on the internet.
     FixtureServer store;
@@ -337,18 +366,20 @@ int main(int argc, char **argv)
 
     IcecastFixture icecast;
     QString error;
-    if (!icecast.start(&error)) {
+    if (!rescoring && !icecast.start(&error)) {
         say(QStringLiteral("icecast2 did not start: ") + error);
         return 1;
     }
     for (BroadcastCodec codec : std::as_const(runs)) {
-        const auto comparison = compare(icecast, setup, codec, &error);
+        const QString name = codecName(codec);
+        const QString base = setup.outDir + QStringLiteral("/compare-") + name;
+        const auto comparison = rescoring
+            ? rescore(base + QStringLiteral(".json"), setup.outDir + QLatin1Char('/') + name, &error)
+            : compare(icecast, setup, codec, &error);
         if (!comparison) {
             say(error);
             return 1;
         }
-        const QString base = setup.outDir + (codec == BroadcastCodec::Mp3 ? QStringLiteral("/compare-mp3")
-                                                                          : QStringLiteral("/compare-aac"));
         if (!writeText(base + QStringLiteral(".md"), Report::markdown(*comparison, true).toUtf8())
             || !writeText(base + QStringLiteral(".json"), Report::json(*comparison))) {
             say(QStringLiteral("cannot write %1.md/.json").arg(base));

@@ -180,6 +180,7 @@ QByteArray json(const Comparison &c)
         const MeasuredProcess::Usage &u = r.usage;
         recorders.append(QJsonObject {
             { QStringLiteral("label"), r.label },
+            { QStringLiteral("folder"), r.folder },
             { QStringLiteral("command"), r.command },
             { QStringLiteral("usage"),
                 QJsonObject { { QStringLiteral("selfCpuSec"), u.selfCpuSec },
@@ -208,6 +209,52 @@ QByteArray json(const Comparison &c)
         { QStringLiteral("shortSongSec"), c.shortSongSec }, { QStringLiteral("programme"), programme },
         { QStringLiteral("recorders"), recorders } };
     return QJsonDocument(doc).toJson(QJsonDocument::Indented);
+}
+
+std::optional<Comparison> fromJson(const QByteArray &bytes)
+{
+    const QJsonObject doc = QJsonDocument::fromJson(bytes).object();
+    const QJsonArray programme = doc.value(QLatin1String("programme")).toArray();
+    const QJsonArray recorders = doc.value(QLatin1String("recorders")).toArray();
+    if (programme.isEmpty() || recorders.isEmpty())
+        return std::nullopt;
+    Comparison c;
+    c.codec = doc.value(QLatin1String("codec")).toString();
+    c.recordSec = doc.value(QLatin1String("recordSec")).toDouble();
+    c.windowStartSec = doc.value(QLatin1String("windowStartSec")).toDouble();
+    c.windowEndSec = doc.value(QLatin1String("windowEndSec")).toDouble();
+    c.shortSongSec = doc.value(QLatin1String("shortSongSec")).toDouble();
+    for (const QJsonValue &value : programme) {
+        const QJsonObject o = value.toObject();
+        PlayedSong p;
+        p.index = o.value(QLatin1String("index")).toInt();
+        p.startSec = o.value(QLatin1String("startSec")).toDouble();
+        p.endSec = o.value(QLatin1String("endSec")).toDouble();
+        p.titleSetSec = o.value(QLatin1String("titleSetSec")).toDouble();
+        p.song = { o.value(QLatin1String("title")).toString(), o.value(QLatin1String("toneHz")).toDouble(),
+            p.endSec - p.startSec };
+        if (p.index != c.played.size())
+            return std::nullopt; // the scores index the programme by position
+        c.played << p;
+    }
+    for (const QJsonValue &value : recorders) {
+        const QJsonObject o = value.toObject();
+        const QJsonObject u = o.value(QLatin1String("usage")).toObject();
+        RecorderResult r;
+        r.label = o.value(QLatin1String("label")).toString();
+        r.folder = o.value(QLatin1String("folder")).toString();
+        r.command = o.value(QLatin1String("command")).toString();
+        r.usage.selfCpuSec = u.value(QLatin1String("selfCpuSec")).toDouble();
+        r.usage.childrenCpuSec = u.value(QLatin1String("childrenCpuSec")).toDouble();
+        r.usage.wallSec = u.value(QLatin1String("wallSec")).toDouble();
+        r.usage.peakRssKib = u.value(QLatin1String("peakRssKib")).toInteger();
+        r.usage.peakRssWithChildrenKib = u.value(QLatin1String("peakRssWithChildrenKib")).toInteger();
+        r.usage.exitCode = u.value(QLatin1String("exitCode")).toInt(-1);
+        if (r.folder.isEmpty())
+            return std::nullopt;
+        c.recorders << r;
+    }
+    return c;
 }
 
 } // namespace Report

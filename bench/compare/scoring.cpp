@@ -43,9 +43,15 @@ FileScore scoreFile(const QString &fileName, bool complete, const std::vector<in
         if (label >= 0 && label < played.size())
             ++windowsOf[label];
     }
+    // The item the file holds the largest share of: a jingle's file that begins with the
+    // last seconds of a long song is the jingle's, though it may hold more seconds of song.
+    const auto shareOf = [&](int item) {
+        return double(windowsOf.value(item)) * windowSec / std::max(windowSec, played[item].endSec - played[item].startSec);
+    };
     int best = -1;
     for (auto it = windowsOf.cbegin(); it != windowsOf.cend(); ++it) {
-        if (best < 0 || it.value() > windowsOf.value(best) || (it.value() == windowsOf.value(best) && it.key() < best))
+        const double share = shareOf(it.key());
+        if (best < 0 || share > shareOf(best) || (share == shareOf(best) && it.key() < best))
             best = it.key();
     }
     if (best < 0)

@@ -10,7 +10,8 @@
 // How well a recorder's files match what was broadcast, judged by their audio alone.
 //
 // Each file comes as one label per short window: the index of the programme item whose
-// tone sounds there, or -1. The item a file holds is the one with the most windows. Times
+// tone sounds there, or -1. The item a file holds is the one of which it holds the
+// largest share (a file is meant to hold one item whole, its neighbours in part). Times
 // are seconds; a window boundary costs up to a window at every song change, so results
 // are exact to about two windows.
 namespace Scoring {

@@ -75,15 +75,23 @@ TEST(ScoringTest, EdgesWithNeighboursPlaceWhatIsMissing)
     EXPECT_NEAR(bare.missingEitherSec, 5, 1e-9);
 }
 
-TEST(ScoringTest, TheItemIsTheOneHeardLongestAndSilenceHoldsNone)
+TEST(ScoringTest, TheItemIsTheOneOfWhichTheFileHoldsMostAndSilenceHoldsNone)
 {
-    // A long lead-in of song #3 before a short jingle does not make it the jingle's file.
     const auto file = Scoring::scoreFile(
         QStringLiteral("x.mp3"), true, labels({ { 3, 50 }, { 2, 80 }, { -1, 3 }, { 4, 40 } }), kW, kPlayed, 0, 200);
     EXPECT_EQ(file.item, 2);
     EXPECT_TRUE(file.jingle);
     EXPECT_NEAR(file.foreignSec, 9.0, 1e-9);
     EXPECT_NEAR(file.fileSec, 17.3, 1e-9);
+
+    // A cut 5 s early: the jingle's file starts with the song's last 5 s and holds only
+    // 4 s of the jingle, yet it is the jingle's (half of it), not a piece of the song.
+    const auto early = Scoring::scoreFile(
+        QStringLiteral("Station ID.mp3"), true, labels({ { 1, 50 }, { 2, 40 } }), kW, kPlayed, 0, 200);
+    EXPECT_EQ(early.item, 2);
+    EXPECT_NEAR(early.heldSec, 4.0, 1e-9);
+    EXPECT_NEAR(early.foreignSec, 5.0, 1e-9);
+    EXPECT_NEAR(early.missingEndSec, 4.0, 1e-9);
 
     const auto silent
         = Scoring::scoreFile(QStringLiteral("s.mp3"), true, labels({ { -1, 30 } }), kW, kPlayed, 0, 200);
