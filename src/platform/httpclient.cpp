@@ -5,15 +5,22 @@
 
 #include <curl/curl.h>
 
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <optional>
 #include <thread>
 #include <unordered_set>
+#include <vector>
 
 namespace {
 
@@ -22,6 +29,13 @@ using Clock = std::chrono::steady_clock;
 // A stream whose consumer falls this far behind is paused at the socket instead of
 // buffering without bound; it resumes once the consumer has taken the data.
 constexpr qsizetype kMaxPendingStreamBytes = 4 << 20;
+
+// With many streams open, the worker lets data collect in the sockets for a moment
+// between rounds: every round costs a wake-up, a system call per ready socket and a hand-
+// over per stream, and a recording gains nothing from hearing of each packet at once. A
+// few transfers (a search, a download) are served without delay.
+constexpr int kBatchFromStreams = 8;
+constexpr auto kBatchInterval = std::chrono::milliseconds(40);
 
 bool startsWithCaseless(QByteArrayView line, QByteArrayView prefix)
 {
@@ -99,6 +113,7 @@ struct HttpTransfer::State : std::enable_shared_from_this<HttpTransfer::State> {
     HttpResult result;
 
     // Worker thread only.
+    HttpClient::Worker *owner = nullptr;
     CURL *easy = nullptr;
     curl_slist *headerList = nullptr;
     FILE *file = nullptr;
@@ -121,13 +136,31 @@ struct HttpClient::Worker {
     bool quit = false;
     CURLM *multi = nullptr;
     curl_slist *icyAliases = nullptr;
-    std::unordered_set<std::shared_ptr<HttpTransfer::State>> active; // worker thread only
+    int epollFd = -1; // the sockets curl wants watched, and wakeFd
+    int wakeFd = -1; // an eventfd: commands are waiting, or quit
     std::atomic<int> activeCount{0};
+
+    // Worker thread only.
+    std::unordered_set<std::shared_ptr<HttpTransfer::State>> active;
+    std::vector<HttpTransfer::State *> dirty; // active transfers with something to hand over
+    std::optional<Clock::time_point> curlDeadline; // when curl wants to be called without an event
+    Clock::time_point nextTimeoutScan; // no time-out of ours can fall before this
+    int activeStreams = 0;
 
     ~Worker()
     {
         curl_multi_cleanup(multi);
         curl_slist_free_all(icyAliases);
+        if (epollFd >= 0)
+            ::close(epollFd);
+        if (wakeFd >= 0)
+            ::close(wakeFd);
+    }
+
+    void wake() const
+    {
+        const quint64 one = 1;
+        [[maybe_unused]] const ssize_t written = ::write(wakeFd, &one, sizeof one);
     }
 
     void post(Command command, std::shared_ptr<HttpTransfer::State> state)
@@ -135,8 +168,10 @@ struct HttpClient::Worker {
         std::lock_guard lock(mutex);
         if (quit)
             return;
+        const bool first = commands.empty();
         commands.emplace_back(command, std::move(state));
-        curl_multi_wakeup(multi);
+        if (first)
+            wake();
     }
 
     static void post(const std::weak_ptr<Worker> &worker, Command command,
@@ -151,8 +186,16 @@ struct HttpClient::Worker {
     void finish(const std::shared_ptr<HttpTransfer::State> &s, HttpResult result);
     void scheduleDelivery(const std::shared_ptr<HttpTransfer::State> &s);
 
+    void markDirty(HttpTransfer::State *s);
+    void deliverDirty();
+    void readMessages();
+    void expireTimeouts(Clock::time_point now);
+    void socketAction(curl_socket_t fd, int events);
+
     static size_t onHeader(char *data, size_t size, size_t count, void *user);
     static size_t onBody(char *data, size_t size, size_t count, void *user);
+    static int onSocket(CURL *easy, curl_socket_t fd, int what, void *user, void *socketData);
+    static int onTimer(CURLM *multi, long timeoutMs, void *user);
 };
 
 namespace {
@@ -298,7 +341,8 @@ size_t HttpClient::Worker::onHeader(char *data, size_t size, size_t count, void 
         std::lock_guard lock(s->mutex);
         s->head = s->parsing;
         s->headReady = true;
-        s->dirty = s->mode == HttpTransfer::State::Mode::Stream;
+        if (s->mode == HttpTransfer::State::Mode::Stream)
+            s->owner->markDirty(s);
         return bytes;
     }
     if ((line.startsWith(' ') || line.startsWith('\t')) && !s->parsing.headers.isEmpty()) {
@@ -344,7 +388,7 @@ size_t HttpClient::Worker::onBody(char *data, size_t size, size_t count, void *u
             return CURL_WRITEFUNC_PAUSE;
         }
         s->pending.append(data, qsizetype(bytes));
-        s->dirty = true;
+        s->owner->markDirty(s);
         return bytes;
     }
     }
@@ -356,6 +400,7 @@ void HttpClient::Worker::add(const std::shared_ptr<HttpTransfer::State> &s)
     if (s->cancelled.load())
         return;
     s->startedAt = s->lastActivity = Clock::now();
+    s->owner = this;
     using Mode = HttpTransfer::State::Mode;
     if (s->mode == Mode::File) {
         s->file = std::fopen(QFile::encodeName(s->filePath).constData(), "wb");
@@ -400,6 +445,8 @@ void HttpClient::Worker::add(const std::shared_ptr<HttpTransfer::State> &s)
     curl_multi_add_handle(multi, e);
     active.insert(s);
     activeCount.store(int(active.size()));
+    activeStreams += s->mode == Mode::Stream ? 1 : 0;
+    nextTimeoutScan = Clock::now(); // its deadlines may come before the ones known
 }
 
 void HttpClient::Worker::finish(const std::shared_ptr<HttpTransfer::State> &s, HttpResult result)
@@ -421,7 +468,12 @@ void HttpClient::Worker::finish(const std::shared_ptr<HttpTransfer::State> &s, H
     }
     if (s->mode == HttpTransfer::State::Mode::File && !result.ok())
         QFile::remove(s->filePath);
-    active.erase(s);
+    if (s->dirty) {
+        s->dirty = false;
+        std::erase(dirty, s.get());
+    }
+    if (active.erase(s) > 0 && s->mode == HttpTransfer::State::Mode::Stream)
+        --activeStreams;
     activeCount.store(int(active.size()));
 
     {
@@ -442,8 +494,118 @@ void HttpClient::Worker::finish(const std::shared_ptr<HttpTransfer::State> &s, H
         drain(s);
 }
 
+void HttpClient::Worker::markDirty(HttpTransfer::State *s)
+{
+    if (!s->dirty) {
+        s->dirty = true;
+        dirty.push_back(s);
+    }
+}
+
+void HttpClient::Worker::deliverDirty()
+{
+    for (HttpTransfer::State *s : dirty) {
+        s->dirty = false;
+        std::lock_guard lock(s->mutex);
+        scheduleDelivery(s->shared_from_this());
+    }
+    dirty.clear();
+}
+
+void HttpClient::Worker::readMessages()
+{
+    int queued = 0;
+    while (CURLMsg *msg = curl_multi_info_read(multi, &queued)) {
+        if (msg->msg != CURLMSG_DONE)
+            continue;
+        HttpTransfer::State *raw = nullptr;
+        curl_easy_getinfo(msg->easy_handle, CURLINFO_PRIVATE, &raw);
+        if (!raw)
+            continue;
+        auto s = raw->shared_from_this();
+        const CURLcode code = msg->data.result;
+        HttpError error = mapCurlError(code);
+        if (code == CURLE_WRITE_ERROR)
+            error = s->bodyTooLarge ? HttpError::BodyTooLarge
+                : s->fileFailed     ? HttpError::FileWrite
+                                    : HttpError::Other;
+        QString message;
+        if (error != HttpError::None)
+            message = describe(error);
+        finish(s, {error, message});
+    }
+}
+
+// Our own time-outs: curl's low-speed limit has one-second resolution and counts a
+// paused (back-pressured) transfer as idle. Activity only moves deadlines later, so the
+// earliest one found here is a safe time for the next look.
+void HttpClient::Worker::expireTimeouts(Clock::time_point now)
+{
+    if (now < nextTimeoutScan)
+        return;
+    auto next = now + std::chrono::hours(24);
+    std::vector<std::shared_ptr<HttpTransfer::State>> expired;
+    for (const auto &s : active) {
+        auto consider = [&](double seconds, Clock::time_point from, bool applies) {
+            if (seconds <= 0 || !applies)
+                return;
+            const auto deadline = from + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+            if (deadline <= now)
+                expired.push_back(s);
+            else
+                next = std::min(next, deadline);
+        };
+        consider(s->request.idleTimeoutSec, s->lastActivity, !s->workerPaused);
+        consider(s->request.totalTimeoutSec, s->startedAt, true);
+    }
+    nextTimeoutScan = next;
+    for (const auto &s : expired)
+        finish(s, {HttpError::Timeout, describe(HttpError::Timeout)});
+}
+
+void HttpClient::Worker::socketAction(curl_socket_t fd, int events)
+{
+    int running = 0;
+    curl_multi_socket_action(multi, fd, events, &running);
+}
+
+int HttpClient::Worker::onSocket(CURL *, curl_socket_t fd, int what, void *user, void *socketData)
+{
+    auto *w = static_cast<Worker *>(user);
+    if (what == CURL_POLL_REMOVE) {
+        epoll_ctl(w->epollFd, EPOLL_CTL_DEL, fd, nullptr);
+        curl_multi_assign(w->multi, fd, nullptr);
+        return 0;
+    }
+    epoll_event event{};
+    event.events = ((what & CURL_POLL_IN) ? EPOLLIN : 0u) | ((what & CURL_POLL_OUT) ? EPOLLOUT : 0u);
+    event.data.fd = fd;
+    // A socket number curl closed and opened again may still be known to us, or not.
+    if (socketData) {
+        if (epoll_ctl(w->epollFd, EPOLL_CTL_MOD, fd, &event) != 0 && errno == ENOENT)
+            epoll_ctl(w->epollFd, EPOLL_CTL_ADD, fd, &event);
+    } else {
+        if (epoll_ctl(w->epollFd, EPOLL_CTL_ADD, fd, &event) != 0 && errno == EEXIST)
+            epoll_ctl(w->epollFd, EPOLL_CTL_MOD, fd, &event);
+        curl_multi_assign(w->multi, fd, w);
+    }
+    return 0;
+}
+
+int HttpClient::Worker::onTimer(CURLM *, long timeoutMs, void *user)
+{
+    auto *w = static_cast<Worker *>(user);
+    if (timeoutMs < 0)
+        w->curlDeadline.reset();
+    else
+        w->curlDeadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    return 0;
+}
+
 void HttpClient::Worker::run()
 {
+    constexpr int kMaxEvents = 256;
+    epoll_event events[kMaxEvents];
     for (;;) {
         std::deque<std::pair<Command, std::shared_ptr<HttpTransfer::State>>> todo;
         {
@@ -471,58 +633,42 @@ void HttpClient::Worker::run()
             }
         }
 
-        int running = 0;
-        curl_multi_perform(multi, &running);
-
-        int queued = 0;
-        while (CURLMsg *msg = curl_multi_info_read(multi, &queued)) {
-            if (msg->msg != CURLMSG_DONE)
-                continue;
-            HttpTransfer::State *raw = nullptr;
-            curl_easy_getinfo(msg->easy_handle, CURLINFO_PRIVATE, &raw);
-            if (!raw)
-                continue;
-            auto s = raw->shared_from_this();
-            const CURLcode code = msg->data.result;
-            HttpError error = mapCurlError(code);
-            if (code == CURLE_WRITE_ERROR)
-                error = s->bodyTooLarge ? HttpError::BodyTooLarge
-                    : s->fileFailed     ? HttpError::FileWrite
-                                        : HttpError::Other;
-            QString message;
-            if (error != HttpError::None)
-                message = describe(error);
-            finish(s, {error, message});
+        auto now = Clock::now();
+        if (curlDeadline && *curlDeadline <= now) {
+            curlDeadline.reset();
+            socketAction(CURL_SOCKET_TIMEOUT, 0);
         }
+        readMessages();
+        deliverDirty();
+        now = Clock::now();
+        expireTimeouts(now);
 
-        // Our own time-outs: curl's low-speed limit has one-second resolution and
-        // counts a paused (back-pressured) transfer as idle.
-        const auto now = Clock::now();
-        auto wait = std::chrono::milliseconds(1000);
-        std::vector<std::shared_ptr<HttpTransfer::State>> expired;
-        for (const auto &s : active) {
-            if (s->dirty) {
-                s->dirty = false;
-                std::lock_guard lock(s->mutex);
-                scheduleDelivery(s);
+        auto until = std::min(nextTimeoutScan, now + std::chrono::seconds(1));
+        if (curlDeadline)
+            until = std::min(until, *curlDeadline);
+        const auto waitMs = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
+        const int ready = epoll_wait(epollFd, events, kMaxEvents, int(std::clamp<qint64>(waitMs, 0, 1000)));
+        for (int i = 0; i < ready; ++i) {
+            const int fd = events[i].data.fd;
+            if (fd == wakeFd) {
+                quint64 count = 0;
+                [[maybe_unused]] const ssize_t got = ::read(wakeFd, &count, sizeof count);
+                continue;
             }
-            auto consider = [&](double seconds, Clock::time_point from, bool applies) {
-                if (seconds <= 0 || !applies)
-                    return;
-                const auto deadline = from + std::chrono::duration_cast<Clock::duration>(
-                                                 std::chrono::duration<double>(seconds));
-                if (deadline <= now)
-                    expired.push_back(s);
-                else
-                    wait = std::min(wait, std::chrono::ceil<std::chrono::milliseconds>(deadline - now));
-            };
-            consider(s->request.idleTimeoutSec, s->lastActivity, !s->workerPaused);
-            consider(s->request.totalTimeoutSec, s->startedAt, true);
+            const quint32 e = events[i].events;
+            int mask = 0;
+            if (e & EPOLLIN)
+                mask |= CURL_CSELECT_IN;
+            if (e & EPOLLOUT)
+                mask |= CURL_CSELECT_OUT;
+            if (e & (EPOLLERR | EPOLLHUP))
+                mask |= CURL_CSELECT_ERR;
+            socketAction(fd, mask);
         }
-        for (const auto &s : expired)
-            finish(s, {HttpError::Timeout, describe(HttpError::Timeout)});
-
-        curl_multi_poll(multi, nullptr, 0, int(std::max<qint64>(wait.count(), 1)), nullptr);
+        readMessages();
+        deliverDirty();
+        if (ready > 0 && activeStreams >= kBatchFromStreams)
+            std::this_thread::sleep_for(kBatchInterval);
     }
 
     for (const auto &s : std::vector(active.begin(), active.end()))
@@ -540,8 +686,22 @@ HttpClient::HttpClient() : m_worker(std::make_shared<Worker>())
 {
     static std::once_flag globalInit;
     std::call_once(globalInit, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-    m_worker->multi = curl_multi_init();
-    m_worker->icyAliases = curl_slist_append(nullptr, "ICY 200 OK");
+    Worker &w = *m_worker;
+    w.multi = curl_multi_init();
+    w.icyAliases = curl_slist_append(nullptr, "ICY 200 OK");
+    // One epoll set for every socket: a wake-up costs the same with one stream or hundreds.
+    w.epollFd = epoll_create1(EPOLL_CLOEXEC);
+    w.wakeFd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (w.epollFd < 0 || w.wakeFd < 0)
+        qFatal("HttpClient: no epoll or eventfd (%s)", std::strerror(errno));
+    epoll_event wakeEvent{};
+    wakeEvent.events = EPOLLIN;
+    wakeEvent.data.fd = w.wakeFd;
+    epoll_ctl(w.epollFd, EPOLL_CTL_ADD, w.wakeFd, &wakeEvent);
+    curl_multi_setopt(w.multi, CURLMOPT_SOCKETFUNCTION, &Worker::onSocket);
+    curl_multi_setopt(w.multi, CURLMOPT_SOCKETDATA, m_worker.get());
+    curl_multi_setopt(w.multi, CURLMOPT_TIMERFUNCTION, &Worker::onTimer);
+    curl_multi_setopt(w.multi, CURLMOPT_TIMERDATA, m_worker.get());
     m_worker->thread = std::thread([w = m_worker.get()] { w->run(); });
 }
 
@@ -551,7 +711,7 @@ HttpClient::~HttpClient()
         std::lock_guard lock(m_worker->mutex);
         m_worker->quit = true;
     }
-    curl_multi_wakeup(m_worker->multi);
+    m_worker->wake();
     m_worker->thread.join();
 }
 
