@@ -7,7 +7,6 @@
 
 #include "app/globecanvas.h"
 
-#include <QApplication>
 #include <QImage>
 #include <QRandomGenerator>
 
@@ -114,17 +113,3 @@ void BM_GlobePick(benchmark::State &state)
 BENCHMARK(BM_GlobePick)->Unit(benchmark::kMicrosecond);
 
 } // namespace
-
-// Widgets need a QApplication; the offscreen platform keeps the benchmark headless.
-int main(int argc, char **argv)
-{
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
