@@ -18,9 +18,9 @@ using RepeatRule = ScheduledRecording::RepeatRule;
 // 2001-01-01 00:00:00 UTC in milliseconds since 1970.
 constexpr qint64 kReferenceEpochMs = 978307200000LL;
 
-void appendEscaped(QByteArray &out, QByteArrayView utf8)
+// The inside of a JSON string literal for UTF-8 bytes.
+void appendEscapedContent(QByteArray &out, QByteArrayView utf8)
 {
-    out += '"';
     qsizetype plainFrom = 0;
     for (qsizetype i = 0; i < utf8.size(); ++i) {
         const auto c = static_cast<unsigned char>(utf8[i]);
@@ -58,12 +58,38 @@ void appendEscaped(QByteArray &out, QByteArrayView utf8)
         }
     }
     out.append(utf8.sliced(plainFrom));
+}
+
+void appendEscaped(QByteArray &out, QByteArrayView utf8)
+{
+    out += '"';
+    appendEscapedContent(out, utf8);
     out += '"';
 }
 
 void appendString(QByteArray &out, const QString &text)
 {
-    appendEscaped(out, text.toUtf8());
+    // A directory name can carry a lone surrogate (JSON allows one as an escape), which
+    // toUtf8() would turn into '?' and the plan would read back changed: such a code unit
+    // is written as an escape of its own.
+    out += '"';
+    qsizetype plainFrom = 0;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (!c.isSurrogate())
+            continue;
+        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate()) {
+            ++i;
+            continue;
+        }
+        appendEscapedContent(out, QStringView(text).sliced(plainFrom, i - plainFrom).toUtf8());
+        char escaped[7];
+        std::snprintf(escaped, sizeof escaped, "\\u%04x", unsigned(c.unicode()));
+        out += escaped;
+        plainFrom = i + 1;
+    }
+    appendEscapedContent(out, QStringView(text).sliced(plainFrom).toUtf8());
+    out += '"';
 }
 
 void appendName(QByteArray &out, QLatin1StringView name)
