@@ -161,7 +161,6 @@ void MeasuredProcess::reap()
     // clock ticks; the split between them comes from the stat line.
     result.childrenCpuSec = times ? std::min(times->childrenSec, totalSec) : 0;
     result.selfCpuSec = totalSec - result.childrenCpuSec;
-    result.peakRssWithChildrenKib = usage.ru_maxrss;
     result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     m_final = result;
     m_finished = true;

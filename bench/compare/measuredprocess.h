@@ -17,8 +17,8 @@
 // from /proc/<pid>/stat while the process is still a zombie (so nothing is lost between
 // the last sample and the exit), then reaps it with wait4. The peak resident memory is
 // the process's own VmHWM, which a zombie no longer has, so the owner samples it with
-// sample() while it runs; wait4's ru_maxrss (the larger of the process's and its
-// children's peaks) is kept beside it.
+// sample() while it runs. (wait4's ru_maxrss is no help: it counts in the memory of
+// the program that spawned the process, whose pages the child had until its exec.)
 //
 // Owned by one thread; sample() and isFinished() are called from it, the reaper thread
 // only publishes through the atomics below.
@@ -28,7 +28,6 @@ public:
         double selfCpuSec = 0; // the process itself
         double childrenCpuSec = 0; // the children it ran and waited for
         qint64 peakRssKib = 0; // VmHWM, last sample before the exit
-        qint64 peakRssWithChildrenKib = 0; // wait4's ru_maxrss
         double wallSec = 0;
         int exitCode = -1; // -1: killed by a signal
         [[nodiscard]] double cpuSec() const { return selfCpuSec + childrenCpuSec; }

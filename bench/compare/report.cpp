@@ -99,12 +99,8 @@ QString markdown(const Comparison &c, bool files)
             [](const RecorderResult &r) {
                 return QString::number(r.usage.wallSec > 0 ? 100 * r.usage.cpuSec() / r.usage.wallSec : 0, 'f', 2);
             } },
-        { QStringLiteral("peak RSS MiB (process / with children)"),
-            [](const RecorderResult &r) {
-                return QStringLiteral("%1 / %2")
-                    .arg(QString::number(double(r.usage.peakRssKib) / 1024, 'f', 1),
-                        QString::number(double(r.usage.peakRssWithChildrenKib) / 1024, 'f', 1));
-            } },
+        { QStringLiteral("peak RSS MiB (the process itself)"),
+            [](const RecorderResult &r) { return QString::number(double(r.usage.peakRssKib) / 1024, 'f', 1); } },
         { QStringLiteral("ran s, exit code"),
             [](const RecorderResult &r) {
                 return QStringLiteral("%1, %2").arg(QString::number(r.usage.wallSec, 'f', 0)).arg(r.usage.exitCode);
@@ -186,7 +182,6 @@ QByteArray json(const Comparison &c)
                 QJsonObject { { QStringLiteral("selfCpuSec"), u.selfCpuSec },
                     { QStringLiteral("childrenCpuSec"), u.childrenCpuSec }, { QStringLiteral("wallSec"), u.wallSec },
                     { QStringLiteral("peakRssKib"), u.peakRssKib },
-                    { QStringLiteral("peakRssWithChildrenKib"), u.peakRssWithChildrenKib },
                     { QStringLiteral("exitCode"), u.exitCode } } },
             { QStringLiteral("summary"),
                 QJsonObject { { QStringLiteral("files"), s.files }, { QStringLiteral("incompleteFiles"), s.incompleteFiles },
@@ -248,7 +243,6 @@ std::optional<Comparison> fromJson(const QByteArray &bytes)
         r.usage.childrenCpuSec = u.value(QLatin1String("childrenCpuSec")).toDouble();
         r.usage.wallSec = u.value(QLatin1String("wallSec")).toDouble();
         r.usage.peakRssKib = u.value(QLatin1String("peakRssKib")).toInteger();
-        r.usage.peakRssWithChildrenKib = u.value(QLatin1String("peakRssWithChildrenKib")).toInteger();
         r.usage.exitCode = u.value(QLatin1String("exitCode")).toInt(-1);
         if (r.folder.isEmpty())
             return std::nullopt;
