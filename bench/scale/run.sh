@@ -9,6 +9,7 @@
 #   bench/scale/run.sh --quick              15 seconds per count
 #   bench/scale/run.sh --in-process --counts "1 200" --seconds 30 -- --no-status-poll
 #   bench/scale/run.sh --no-streamripper    our side only
+#   bench/scale/run.sh --chunk-ms 26        the server sends every 26 ms (an MP3 frame), not 100
 #
 # The build folder is $ORVIDA_BUILD_DIR (default: build); build the programs first with
 #   cmake --build build --target orvida-cli scale_bench
@@ -31,6 +32,7 @@ counts="1 50 100 200"
 extra=()
 streamripper=1
 in_process=0
+chunk_ms=100
 while [ $# -gt 0 ]; do
   case $1 in
     --quick) seconds=15; shift ;;
@@ -38,8 +40,9 @@ while [ $# -gt 0 ]; do
     --counts) counts=$2; shift 2 ;;
     --no-streamripper) streamripper=0; shift ;;
     --in-process) in_process=1; shift ;;
+    --chunk-ms) chunk_ms=$2; shift 2 ;;
     --) shift; extra=("$@"); break ;;
-    *) echo "usage: $0 [--quick] [--seconds S] [--counts \"1 50 100 200\"] [--no-streamripper] [--in-process [-- scale_bench options]]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--quick] [--seconds S] [--counts \"1 50 100 200\"] [--no-streamripper] [--chunk-ms MS] [--in-process [-- scale_bench options]]" >&2; exit 2 ;;
   esac
 done
 
@@ -68,7 +71,7 @@ declare -A ripped
 for n in $counts; do
   logdir=$work/server-$n
   mkdir -p "$logdir"
-  python3 "$here/icyserver.py" --log-dir "$logdir" > "$logdir/stdout" &
+  python3 "$here/icyserver.py" --log-dir "$logdir" --chunk-ms "$chunk_ms" > "$logdir/stdout" &
   server=$!
   port=""
   for _ in $(seq 100); do
