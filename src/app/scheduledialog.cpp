@@ -24,6 +24,7 @@ ScheduleDialog::ScheduleDialog(SniperScheduler &scheduler, Station station, cons
     , m_now(now)
 {
     setWindowTitle(tx("schedule.dialogTitle"));
+    setMinimumWidth(380);
     auto *layout = new QVBoxLayout(this);
     layout->setSpacing(UiKit::kSpacing);
     layout->addWidget(UiKit::makeTitle(m_station.name, this));
@@ -32,8 +33,8 @@ ScheduleDialog::ScheduleDialog(SniperScheduler &scheduler, Station station, cons
     m_start = new QDateTimeEdit(start, this);
     m_start->setObjectName(QStringLiteral("scheduleStart"));
     m_start->setCalendarPopup(true);
-    m_start->setDisplayFormat(ScheduleFormat::displayLocale().dateFormat(QLocale::ShortFormat)
-                              + QStringLiteral("  HH:mm"));
+    m_start->setDisplayFormat(
+        ScheduleFormat::displayLocale().dateFormat(QLocale::ShortFormat) + QStringLiteral("  HH:mm"));
     m_end = new QTimeEdit(start.addSecs(3600).time(), this);
     m_end->setObjectName(QStringLiteral("scheduleEnd"));
     m_end->setDisplayFormat(QStringLiteral("HH:mm"));
@@ -41,7 +42,7 @@ ScheduleDialog::ScheduleDialog(SniperScheduler &scheduler, Station station, cons
     m_mode->addItem(ScheduleFormat::modeLabel(Mode::SplitTracks), int(Mode::SplitTracks));
     m_mode->addItem(ScheduleFormat::modeLabel(Mode::FullShow), int(Mode::FullShow));
     m_repeat = new QComboBox(this);
-    for (RepeatRule rule : {RepeatRule::None, RepeatRule::Daily, RepeatRule::Weekly})
+    for (RepeatRule rule : { RepeatRule::None, RepeatRule::Daily, RepeatRule::Weekly })
         m_repeat->addItem(ScheduleFormat::repeatLabel(rule), int(rule));
 
     auto *form = new QFormLayout;

@@ -6,16 +6,16 @@ namespace ScheduleFormat {
 
 namespace {
 
-QString dayAndDate(const QDate &date, const QLocale &locale)
-{
-    return locale.dayName(date.dayOfWeek(), QLocale::ShortFormat) + QStringLiteral(", ")
-        + Schedule::mediumDate(date, locale);
-}
+    QString dayAndDate(const QDate &date, const QLocale &locale)
+    {
+        return locale.dayName(date.dayOfWeek(), QLocale::ShortFormat) + QStringLiteral(", ")
+            + Schedule::mediumDate(date, locale);
+    }
 
-QString clock(const QDateTime &time)
-{
-    return time.toString(QStringLiteral("HH:mm"));
-}
+    QString clock(const QDateTime &time)
+    {
+        return time.toString(QStringLiteral("HH:mm"));
+    }
 
 } // namespace
 

@@ -17,7 +17,7 @@ namespace ScheduleFormat {
 // "Mon, Jun 2, 2025, 20:00–21:00" for a window within one day; a window that ends the
 // day after reads "…, 23:00–01:00 (next day)"; a longer one names both ends in full.
 [[nodiscard]] QString rangeLabel(const ScheduledRecording &plan, const QLocale &locale = displayLocale(),
-                                 const QTimeZone &zone = QTimeZone::systemTimeZone());
+    const QTimeZone &zone = QTimeZone::systemTimeZone());
 
 [[nodiscard]] QString modeLabel(ScheduledRecording::Mode mode);
 // An absent rule reads as "Once", like "none".

@@ -23,7 +23,7 @@ ScheduleView::ScheduleView(Application &app, QWidget *parent)
 
     m_table = new QTableWidget(0, ColumnCount, this);
     m_table->setHorizontalHeaderLabels(
-        {tx("schedule.colStation"), tx("schedule.colWhen"), tx("schedule.colMode"), tx("schedule.colRepeat"), {}});
+        { tx("schedule.colStation"), tx("schedule.colWhen"), tx("schedule.colMode"), tx("schedule.colRepeat"), {} });
     m_table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
@@ -36,7 +36,7 @@ ScheduleView::ScheduleView(Application &app, QWidget *parent)
     QHeaderView *header = m_table->horizontalHeader();
     header->setHighlightSections(false);
     header->setSectionResizeMode(StationColumn, QHeaderView::Stretch);
-    for (int column : {WhenColumn, ModeColumn, RepeatColumn, RemoveColumn})
+    for (int column : { WhenColumn, ModeColumn, RepeatColumn, RemoveColumn })
         header->setSectionResizeMode(column, QHeaderView::ResizeToContents);
     m_empty = UiKit::makeEmptyState(tx("schedule.emptyTitle"), tx("schedule.emptyHint"), this);
     m_stack = new QStackedWidget(this);
@@ -86,8 +86,8 @@ void ScheduleView::rebuild()
         connect(remove, &QPushButton::clicked, this, [this, id = plan.id] { this->remove(id); });
         m_table->setCellWidget(row, RemoveColumn, remove);
     }
-    m_count->setText(plans.size() == 1 ? tx("schedule.countOne")
-                                       : Texts::text("schedule.countFormat").arg(plans.size()));
+    m_count->setText(
+        plans.size() == 1 ? tx("schedule.countOne") : Texts::text("schedule.countFormat").arg(plans.size()));
     m_count->setVisible(!plans.isEmpty());
     m_stack->setCurrentWidget(plans.isEmpty() ? m_empty : static_cast<QWidget *>(m_table));
 }

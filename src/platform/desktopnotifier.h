@@ -15,10 +15,10 @@ class DesktopNotifier : public QObject {
     Q_OBJECT
 
 public:
-    static constexpr QLatin1StringView kAppName{"Orvida"};
+    static constexpr QLatin1StringView kAppName { "Orvida" };
     // The icon and the desktop file share this name, so the daemon can group our
     // notifications under the application.
-    static constexpr QLatin1StringView kDesktopEntry{"app.orvida.Orvida"};
+    static constexpr QLatin1StringView kDesktopEntry { "app.orvida.Orvida" };
 
     explicit DesktopNotifier(DBusLink &sessionBus, QObject *parent = nullptr);
 

@@ -28,6 +28,14 @@ protected:
     void SetUp() override
     {
         Texts::setLanguage(Texts::Language::English);
+        app = std::make_unique<Application>(testOptions(home, server));
+        app->directory().setDebounceInterval(std::chrono::milliseconds(0));
+    }
+
+public:
+    // Services reached on loopback and in `home`; English texts.
+    static ApplicationOptions testOptions(const TestHome &home, const FixtureServer &server)
+    {
         ApplicationOptions options;
         options.directoryBase = QString::fromLatin1(server.url("/")).chopped(1);
         options.storeBase = QString::fromLatin1(server.url("/store"));
@@ -37,9 +45,10 @@ protected:
         // A developer's own desktop has buses: no test takes its locks or shows notifications.
         options.systemBusAddress = std::nullopt;
         options.sessionBusAddress = std::nullopt;
-        app = std::make_unique<Application>(options);
-        app->directory().setDebounceInterval(std::chrono::milliseconds(0));
+        return options;
     }
+
+protected:
 
     void TearDown() override
     {

@@ -48,23 +48,22 @@ TEST(ScheduleFormatTest, RangeLabelsSayTheDayAndMarkWindowsThatEndTomorrowOrLate
     Texts::setLanguage(Texts::Language::English);
     const QTimeZone berlin("Europe/Berlin");
     const QLocale us(QLocale::English, QLocale::UnitedStates);
-    const auto at = [&](int day, int hour, int minute) {
-        return QDateTime(QDate(2025, 6, day), QTime(hour, minute), berlin);
-    };
+    const auto at
+        = [&](int day, int hour, int minute) { return QDateTime(QDate(2025, 6, day), QTime(hour, minute), berlin); };
     EXPECT_EQ(ScheduleFormat::rangeLabel(window(at(2, 20, 0), at(2, 21, 30)), us, berlin),
-              QStringLiteral("Mon, Jun 2, 2025, 20:00–21:30"));
+        QStringLiteral("Mon, Jun 2, 2025, 20:00–21:30"));
     EXPECT_EQ(ScheduleFormat::rangeLabel(window(at(2, 23, 0), at(3, 1, 0)), us, berlin),
-              QStringLiteral("Mon, Jun 2, 2025, 23:00–01:00 (next day)"));
+        QStringLiteral("Mon, Jun 2, 2025, 23:00–01:00 (next day)"));
     EXPECT_EQ(ScheduleFormat::rangeLabel(window(at(2, 20, 0), at(4, 8, 0)), us, berlin),
-              QStringLiteral("Mon, Jun 2, 2025, 20:00 – Wed, Jun 4, 2025, 08:00"));
+        QStringLiteral("Mon, Jun 2, 2025, 20:00 – Wed, Jun 4, 2025, 08:00"));
     // The zone decides the day: 23:30 UTC is already the next morning in Berlin.
     const QDateTime lateUtc(QDate(2025, 6, 2), QTime(23, 30), Qt::UTC);
     EXPECT_EQ(ScheduleFormat::rangeLabel(window(lateUtc, lateUtc.addSecs(1800)), us, berlin),
-              QStringLiteral("Tue, Jun 3, 2025, 01:30–02:00"));
+        QStringLiteral("Tue, Jun 3, 2025, 01:30–02:00"));
 
     Texts::setLanguage(Texts::Language::German);
     EXPECT_EQ(ScheduleFormat::rangeLabel(window(at(2, 23, 0), at(3, 1, 0)), ScheduleFormat::displayLocale(), berlin),
-              QStringLiteral("Mo., 2. Juni 2025, 23:00–01:00 (Folgetag)"));
+        QStringLiteral("Mo., 2. Juni 2025, 23:00–01:00 (Folgetag)"));
     EXPECT_EQ(ScheduleFormat::repeatLabel(std::nullopt), QStringLiteral("Einmalig"));
     Texts::setLanguage(Texts::Language::English);
     EXPECT_EQ(ScheduleFormat::repeatLabel(std::nullopt), ScheduleFormat::repeatLabel(Rule::None));
@@ -126,7 +125,7 @@ TEST_F(ScheduleTest, APlanFromTheDialogIsListedWithItsWindowAndStoredUntilRemove
     QTest::mouseClick(dialog.addButton(), Qt::LeftButton);
     EXPECT_EQ(dialog.result(), QDialog::Accepted);
     ASSERT_TRUE(dialog.addedPlan());
-    EXPECT_EQ(app->scheduler().items(), QList<ScheduledRecording>{*dialog.addedPlan()});
+    EXPECT_EQ(app->scheduler().items(), QList<ScheduledRecording> { *dialog.addedPlan() });
 
     EXPECT_FALSE(view.showsEmptyState());
     ASSERT_EQ(view.table()->rowCount(), 1);
@@ -140,8 +139,8 @@ TEST_F(ScheduleTest, APlanFromTheDialogIsListedWithItsWindowAndStoredUntilRemove
     const QJsonArray stored = QJsonDocument::fromJson(scheduleFile()).array();
     ASSERT_EQ(stored.size(), 1);
     const QJsonObject plan = stored[0].toObject();
-    EXPECT_EQ(plan.value(QStringLiteral("id")).toString(),
-              dialog.addedPlan()->id.toString(QUuid::WithoutBraces).toUpper());
+    EXPECT_EQ(
+        plan.value(QStringLiteral("id")).toString(), dialog.addedPlan()->id.toString(QUuid::WithoutBraces).toUpper());
     EXPECT_EQ(plan.value(QStringLiteral("stationID")).toString(), QStringLiteral("jazz"));
     EXPECT_EQ(plan.value(QStringLiteral("stationName")).toString(), QStringLiteral("Jazz Lounge"));
     EXPECT_EQ(plan.value(QStringLiteral("streamURL")).toString(), jazz.streamUrl);
@@ -169,8 +168,10 @@ TEST_F(ScheduleTest, FavouritesWithPlansWearTheScheduledMarkUntilTheLastPlanGoes
     const auto name = [&](int row) { return model->index(row, StationTableModel::NameColumn); };
     EXPECT_FALSE(name(0).data().toString().contains(QStringLiteral("Scheduled")));
 
-    const ScheduledRecording first = ScheduledRecording::make(jazz, local(20, 8, 0), local(20, 9, 0), Mode::SplitTracks, std::nullopt);
-    const ScheduledRecording second = ScheduledRecording::make(jazz, local(21, 8, 0), local(21, 9, 0), Mode::SplitTracks, Rule::Weekly);
+    const ScheduledRecording first
+        = ScheduledRecording::make(jazz, local(20, 8, 0), local(20, 9, 0), Mode::SplitTracks, std::nullopt);
+    const ScheduledRecording second
+        = ScheduledRecording::make(jazz, local(21, 8, 0), local(21, 9, 0), Mode::SplitTracks, Rule::Weekly);
     app->scheduler().add(first);
     app->scheduler().add(second);
     EXPECT_EQ(name(0).data().toString(), QStringLiteral("Jazz Lounge  Scheduled"));
@@ -224,13 +225,7 @@ protected:
             return;
         ASSERT_TRUE(bus().startNotificationDaemon());
         Texts::setLanguage(Texts::Language::English);
-        ApplicationOptions options;
-        options.directoryBase = QString::fromLatin1(server.url("/")).chopped(1);
-        options.storeBase = QString::fromLatin1(server.url("/store"));
-        options.libraryPath = home.file(QStringLiteral("data/Orvida/library.sqlite"));
-        options.recoverSegments = false;
-        options.checkForToolUpdate = false;
-        options.systemBusAddress = std::nullopt;
+        ApplicationOptions options = AppFixture::testOptions(home, server);
         options.sessionBusAddress = bus().address();
         options.clock = [this] { return now; };
         options.scheduleTickInterval = std::chrono::hours(1); // ticks are the test's
@@ -244,16 +239,6 @@ protected:
             app->shutDown();
     }
 
-    QList<PrivateBus::MockCall> notifications()
-    {
-        QList<PrivateBus::MockCall> result;
-        for (const auto &call : bus().calls(PrivateBus::kNotifications, PrivateBus::kNotificationsPath)) {
-            if (call.method == QStringLiteral("Notify"))
-                result.append(call);
-        }
-        return result;
-    }
-
     TestHome home;
     FixtureServer server;
     QDateTime now = QDateTime::currentDateTimeUtc();
@@ -262,30 +247,31 @@ protected:
 
 TEST_F(ScheduleNotificationTest, AScheduledRecordingIsAnnouncedWhenItStartsAndWhenItEnds)
 {
-    server.route("/live", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}})
-                              .send(QByteArray(1000, 'a') + char(0))
-                              .hang());
+    server.route("/live",
+        FixtureServer::Script::head("ICY 200 OK", { { "icy-metaint", "1000" } })
+            .send(QByteArray(1000, 'a') + char(0))
+            .hang());
     const Station live = Station::custom(QString::fromLatin1(server.url("/live")), QStringLiteral("Fixture FM"));
-    const ScheduledRecording plan =
-        ScheduledRecording::make(live, now.addSecs(60), now.addSecs(600), Mode::SplitTracks, std::nullopt);
+    const ScheduledRecording plan
+        = ScheduledRecording::make(live, now.addSecs(60), now.addSecs(600), Mode::SplitTracks, std::nullopt);
     app->scheduler().add(plan);
     app->scheduler().tick();
     QTest::qWait(100);
-    EXPECT_TRUE(notifications().isEmpty()); // not yet
+    EXPECT_TRUE(bus().notifyCalls().isEmpty()); // not yet
 
     now = plan.start;
     app->scheduler().tick();
     ASSERT_TRUE(app->recorder().isRecordingStation(live));
-    ASSERT_TRUE(waitUntil([&] { return notifications().size() == 1; }));
-    EXPECT_EQ(notifications()[0].args.value(3).toString(), QStringLiteral("Scheduled recording started"));
-    EXPECT_EQ(notifications()[0].args.value(4).toString(),
-              QStringLiteral("Fixture FM · ") + ScheduleFormat::rangeLabel(plan));
+    ASSERT_TRUE(waitUntil([&] { return bus().notifyCalls().size() == 1; }));
+    EXPECT_EQ(bus().notifyCalls()[0].args.value(3).toString(), QStringLiteral("Scheduled recording started"));
+    EXPECT_EQ(bus().notifyCalls()[0].args.value(4).toString(),
+        QStringLiteral("Fixture FM · ") + ScheduleFormat::rangeLabel(plan));
 
     now = plan.end;
     app->scheduler().tick();
     EXPECT_FALSE(app->recorder().isRecordingStation(live));
-    ASSERT_TRUE(waitUntil([&] { return notifications().size() == 2; }));
-    EXPECT_EQ(notifications()[1].args.value(3).toString(), QStringLiteral("Scheduled recording finished"));
+    ASSERT_TRUE(waitUntil([&] { return bus().notifyCalls().size() == 2; }));
+    EXPECT_EQ(bus().notifyCalls()[1].args.value(3).toString(), QStringLiteral("Scheduled recording finished"));
 }
 
 } // namespace

@@ -19,16 +19,6 @@ protected:
         EXPECT_TRUE(waitUntil([&] { return link->state() != DBusLink::State::Connecting; }));
         return link;
     }
-
-    QList<PrivateBus::MockCall> notifyCalls()
-    {
-        QList<PrivateBus::MockCall> result;
-        for (const auto &call : bus().calls(PrivateBus::kNotifications, PrivateBus::kNotificationsPath)) {
-            if (call.method == QStringLiteral("Notify"))
-                result.append(call);
-        }
-        return result;
-    }
 };
 
 TEST_F(DesktopNotifierTest, TheDaemonReceivesSummaryAndEscapedBodyUnderTheApplicationsName)
@@ -44,7 +34,7 @@ TEST_F(DesktopNotifierTest, TheDaemonReceivesSummaryAndEscapedBodyUnderTheApplic
     // Two notifications, not one replacing the other.
     EXPECT_NE(shown[0][0].toUInt(), shown[1][0].toUInt());
 
-    const auto calls = notifyCalls();
+    const auto calls = bus().notifyCalls();
     ASSERT_EQ(calls.size(), 2);
     const QVariantList &args = calls[0].args;
     ASSERT_EQ(args.size(), 8);
@@ -75,8 +65,8 @@ TEST_F(DesktopNotifierTest, ABusWithoutADaemonIsReportedOnceAndShowsNothing)
     ASSERT_TRUE(bus().startNotificationDaemon());
     notifier.notify(QStringLiteral("three"), QString());
     ASSERT_TRUE(waitUntil([&] { return shown.count() == 1; }));
-    ASSERT_EQ(notifyCalls().size(), 1);
-    EXPECT_EQ(notifyCalls()[0].args[3].toString(), QStringLiteral("three"));
+    ASSERT_EQ(bus().notifyCalls().size(), 1);
+    EXPECT_EQ(bus().notifyCalls()[0].args[3].toString(), QStringLiteral("three"));
 }
 
 } // namespace

@@ -235,6 +235,17 @@ public:
         return result;
     }
 
+    // The Notify calls the notification daemon has logged so far.
+    QList<MockCall> notifyCalls()
+    {
+        QList<MockCall> result;
+        for (const MockCall &logged : calls(kNotifications, kNotificationsPath)) {
+            if (logged.method == QStringLiteral("Notify"))
+                result.append(logged);
+        }
+        return result;
+    }
+
     static inline const QString kLogind = QStringLiteral("org.freedesktop.login1");
     static inline const QString kLogindPath = QStringLiteral("/org/freedesktop/login1");
     static inline const QString kNotifications = QStringLiteral("org.freedesktop.Notifications");
