@@ -18,6 +18,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QMenu>
 #include <QTableView>
 #include <QTableWidget>
 #include <QTimeEdit>
@@ -213,6 +214,28 @@ TEST_F(ScheduleTest, TheStationListsScheduleButtonPlansTheSelectedStation)
     EXPECT_EQ(plan.end, plan.start.addSecs(3600));
     EXPECT_EQ(plan.start.time().second(), 0);
     EXPECT_GT(plan.start, QDateTime::currentDateTimeUtc().addSecs(3500));
+
+    // The rows' context menu offers the same; its dialog opens once the menu has closed.
+    const Station rock = makeStation(QStringLiteral("rock"), QStringLiteral("Rock Antenne"));
+    QMenu menu;
+    StationActionBar::addActions(menu, *app, rock);
+    QAction *action = nullptr;
+    for (QAction *candidate : menu.actions()) {
+        if (candidate->text() == QStringLiteral("Schedule…"))
+            action = candidate;
+    }
+    ASSERT_TRUE(action);
+    action->trigger();
+    QString dialogStation;
+    QTimer::singleShot(0, [&] {
+        if (auto *dialog = qobject_cast<ScheduleDialog *>(QApplication::activeModalWidget())) {
+            dialogStation = dialog->windowTitle() + QLatin1Char('|') + dialog->findChild<QLabel *>()->text();
+            dialog->addButton()->click();
+        }
+    });
+    ASSERT_TRUE(waitUntil([&] { return app->scheduler().items().size() == 2; }));
+    EXPECT_EQ(dialogStation, QStringLiteral("Schedule a Recording|Rock Antenne"));
+    EXPECT_EQ(app->scheduler().items(rock.id).size(), 1);
 }
 
 // The window's services against a private session bus with a notification daemon on it.
