@@ -17,6 +17,7 @@
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
+#include "stations/globestationstore.h"
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 
@@ -47,6 +48,8 @@ Application::Application(ApplicationOptions options, QObject *parent)
     m_favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFileUrl());
     m_recents = std::make_unique<RecentStations>();
     m_directory = std::make_unique<StationDirectory>(m_http, m_directoryBase);
+    // The catalogue is fetched when the globe is first shown, not at start.
+    m_globe = std::make_unique<GlobeStationStore>(m_http, m_directoryBase);
     m_recorder = std::make_unique<RadioRecorder>(*m_context);
     // Every saved song, whoever started its recording, enters the library.
     connect(m_recorder.get(), &RadioRecorder::trackSaved, this,
@@ -110,6 +113,7 @@ void Application::shutDown()
     m_context->waitForSaves();
     m_recorder.reset();
     m_directory.reset();
+    m_globe.reset();
     m_tools.reset();
     m_library.reset();
     m_notifier.reset();

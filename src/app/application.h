@@ -16,6 +16,7 @@ class ClosedLidKeeper;
 class DesktopNotifier;
 class EngineSettingsStore;
 class FavoriteStations;
+class GlobeStationStore;
 class LibraryStore;
 class RadioRecorder;
 class RecentStations;
@@ -68,6 +69,7 @@ public:
     FavoriteStations &favorites() { return *m_favorites; }
     RecentStations &recents() { return *m_recents; }
     StationDirectory &directory() { return *m_directory; }
+    GlobeStationStore &globe() { return *m_globe; }
     RadioRecorder &recorder() { return *m_recorder; }
     SniperScheduler &scheduler() { return *m_scheduler; }
     SleepGuard &sleepGuard() { return *m_sleepGuard; }
@@ -104,6 +106,7 @@ private:
     std::unique_ptr<FavoriteStations> m_favorites;
     std::unique_ptr<RecentStations> m_recents;
     std::unique_ptr<StationDirectory> m_directory;
+    std::unique_ptr<GlobeStationStore> m_globe;
     std::unique_ptr<RadioRecorder> m_recorder;
     std::unique_ptr<YouTubeService> m_tools;
     std::unique_ptr<LibraryStore> m_library;

@@ -2,6 +2,7 @@
 
 #include "app/application.h"
 #include "app/favoritesview.h"
+#include "app/globeview.h"
 #include "app/libraryview.h"
 #include "app/radioview.h"
 #include "app/recentsview.h"
@@ -48,6 +49,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         "QListWidget#sidebar::item:selected { background: palette(highlight); color: palette(highlighted-text); }"));
     m_pages = new QStackedWidget(m_content);
     m_radio = new RadioView(app, m_pages);
+    m_globe = new GlobeView(app, app.globe(), m_pages);
     m_favorites = new FavoritesView(app, m_pages);
     m_recents = new RecentsView(app, m_pages);
     m_recordings = new RecordingsView(app, m_pages);
@@ -60,6 +62,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         QWidget *view;
     } pages[] = {
         {RadioPage, "radio.sidebar", m_radio},
+        {GlobePage, "globe.sidebar", m_globe},
         {FavoritesPage, "fav.sidebar", m_favorites},
         {RecentsPage, "recents.sidebar", m_recents},
         {RecordingsPage, "rec.sidebar", m_recordings},
@@ -89,12 +92,15 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         };
     };
     connect(m_radio, &RadioView::currentStationChanged, this, follow(m_radio));
+    connect(m_globe, &GlobeView::currentStationChanged, this, follow(m_globe));
     connect(m_favorites, &FavoritesView::currentStationChanged, this, follow(m_favorites));
     connect(m_recents, &RecentsView::currentStationChanged, this, follow(m_recents));
     connect(m_pages, &QStackedWidget::currentChanged, this, [this] {
         QWidget *page = m_pages->currentWidget();
         if (page == m_radio)
             setCurrentStation(m_radio->selectedStation());
+        else if (page == m_globe)
+            setCurrentStation(m_globe->selectedStation());
         else if (page == m_favorites)
             setCurrentStation(m_favorites->selectedStation());
         else if (page == m_recents)

@@ -8,6 +8,7 @@
 
 class Application;
 class FavoritesView;
+class GlobeView;
 class LibraryView;
 class QLabel;
 class QListWidget;
@@ -41,6 +42,7 @@ public:
     // In sidebar order. A new page is an entry here and one in the constructor's list.
     enum Page {
         RadioPage,
+        GlobePage,
         FavoritesPage,
         RecentsPage,
         RecordingsPage,
@@ -63,6 +65,7 @@ public:
     [[nodiscard]] QString toastText() const;
 
     RadioView *radioView() const { return m_radio; }
+    GlobeView *globeView() const { return m_globe; }
     FavoritesView *favoritesView() const { return m_favorites; }
     RecentsView *recentsView() const { return m_recents; }
     RecordingsView *recordingsView() const { return m_recordings; }
@@ -91,6 +94,7 @@ private:
     QStackedWidget *m_pages = nullptr;
     ToolsGateView *m_gate = nullptr;
     RadioView *m_radio = nullptr;
+    GlobeView *m_globe = nullptr;
     FavoritesView *m_favorites = nullptr;
     RecentsView *m_recents = nullptr;
     RecordingsView *m_recordings = nullptr;
