@@ -12,6 +12,16 @@
 #include <algorithm>
 #include <limits>
 
+namespace {
+
+// Milliseconds compare faster than dates, and an unknown date sorts as the oldest.
+qint64 dateSortKey(const QDateTime &date)
+{
+    return date.isValid() ? date.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
+}
+
+} // namespace
+
 LibraryModel::LibraryModel(LibraryStore *store, QObject *parent)
     : QAbstractTableModel(parent)
     , m_store(store)
@@ -125,9 +135,7 @@ QVariant LibraryModel::data(const QModelIndex &index, int role) const
     case DurationColumn: return sort ? QVariant(track->duration) : QVariant(track->formattedDuration());
     case StationColumn: return track->station.value_or(QString());
     case DateAddedColumn:
-        // Milliseconds compare faster than dates, and an unknown date sorts as the oldest.
-        return sort ? QVariant(track->dateAdded.isValid() ? track->dateAdded.toMSecsSinceEpoch()
-                                                          : std::numeric_limits<qint64>::min())
+        return sort ? QVariant(dateSortKey(track->dateAdded))
                     : QVariant(QLocale().toString(track->dateAdded.toLocalTime().date(), QLocale::ShortFormat) +
                                QLatin1Char(' ') + track->dateAdded.toLocalTime().toString(QStringLiteral("HH:mm")));
     case PlayCountColumn: return sort ? QVariant(track->playCount) : QVariant(QString::number(track->playCount));
@@ -205,24 +213,70 @@ LibraryFilterModel::LibraryFilterModel(QObject *parent)
     setSortCaseSensitivity(Qt::CaseInsensitive);
 }
 
+void LibraryFilterModel::setSourceModel(QAbstractItemModel *model)
+{
+    // Once here instead of a qobject_cast in each of the millions of filter and sort calls.
+    m_library = qobject_cast<LibraryModel *>(model);
+    QSortFilterProxyModel::setSourceModel(model);
+}
+
 void LibraryFilterModel::setFilterText(const QString &text)
 {
     const QString trimmed = text.trimmed();
     if (trimmed == m_text)
         return;
+    const LibraryModel *library = m_library;
+    // Walking the shown rows costs about as much per row as testing a source row, so it
+    // pays only when the last text already hid most of the library.
+    const bool narrowing = library && !m_text.isEmpty() && trimmed.contains(m_text, Qt::CaseInsensitive)
+                           && rowCount() < library->rowCount() / 2;
     m_text = trimmed;
+    if (narrowing) {
+        // Rows hidden now stay hidden: only the shown ones need the substring test.
+        m_narrowed = QList<bool>(library->rowCount(), false);
+        for (int row = 0; row < rowCount(); ++row) {
+            const int sourceRow = mapToSource(index(row, 0)).row();
+            if (const Track *track = library->trackAt(sourceRow))
+                m_narrowed[sourceRow] = matches(*track, m_text);
+        }
+    }
     invalidateFilter();
+    m_narrowed.clear();
+}
+
+bool LibraryFilterModel::matches(const Track &track, const QString &text)
+{
+    return track.title.contains(text, Qt::CaseInsensitive) || track.artist.contains(text, Qt::CaseInsensitive)
+           || track.album.contains(text, Qt::CaseInsensitive)
+           || (track.station && track.station->contains(text, Qt::CaseInsensitive));
 }
 
 bool LibraryFilterModel::filterAcceptsRow(int sourceRow, const QModelIndex &) const
 {
     if (m_text.isEmpty())
         return true;
-    const auto *library = qobject_cast<const LibraryModel *>(sourceModel());
-    const Track *track = library ? library->trackAt(sourceRow) : nullptr;
-    if (!track)
-        return false;
-    return track->title.contains(m_text, Qt::CaseInsensitive) || track->artist.contains(m_text, Qt::CaseInsensitive) ||
-           track->album.contains(m_text, Qt::CaseInsensitive) ||
-           track->station.value_or(QString()).contains(m_text, Qt::CaseInsensitive);
+    if (!m_narrowed.isEmpty())
+        return sourceRow < m_narrowed.size() && m_narrowed[sourceRow];
+    const Track *track = m_library ? m_library->trackAt(sourceRow) : nullptr;
+    return track && matches(*track, m_text);
+}
+
+bool LibraryFilterModel::lessThan(const QModelIndex &sourceLeft, const QModelIndex &sourceRight) const
+{
+    const Track *a = m_library ? m_library->trackAt(sourceLeft.row()) : nullptr;
+    const Track *b = m_library ? m_library->trackAt(sourceRight.row()) : nullptr;
+    if (!a || !b)
+        return QSortFilterProxyModel::lessThan(sourceLeft, sourceRight);
+    auto text = [](const QString &x, const QString &y) { return QString::compare(x, y, Qt::CaseInsensitive) < 0; };
+    switch (sourceLeft.column()) {
+    case LibraryModel::TitleColumn: return text(a->title, b->title);
+    case LibraryModel::ArtistColumn: return text(a->artist, b->artist);
+    case LibraryModel::AlbumColumn: return text(a->album, b->album);
+    case LibraryModel::DurationColumn: return a->duration < b->duration;
+    case LibraryModel::StationColumn: return text(a->station.value_or(QString()), b->station.value_or(QString()));
+    case LibraryModel::DateAddedColumn:
+        return dateSortKey(a->dateAdded) < dateSortKey(b->dateAdded);
+    case LibraryModel::PlayCountColumn: return a->playCount < b->playCount;
+    default: return QSortFilterProxyModel::lessThan(sourceLeft, sourceRight);
+    }
 }
