@@ -129,22 +129,23 @@ for n in $counts; do
 done
 
 if [ $streamripper = 1 ]; then
+  # Per stream over the processes that lived through the measurement; the ratios set our
+  # cost for N streams against N of those.
   echo
-  printf '%-9s %12s %14s %14s %14s %8s %9s %12s %12s %6s\n' streams "sr cpu %core" "sr cpu %/strm" "sr RSS KiB/str" \
-    "sr PSS KiB/str" songs "song s" "cpu ours/sr" "mem ours/sr" status
+  printf '%-9s %9s %12s %14s %14s %14s %8s %9s %12s %12s %6s\n' streams alive "sr cpu %core" "sr cpu %/strm" \
+    "sr RSS KiB/str" "sr PSS KiB/str" songs "song s" "cpu ours/sr" "mem ours/sr" status
   for n in $counts; do
     r=${result[$n]}
     s=${ripped[$n]}
+    m=$(field "$s" measured)
     cpu=$(field "$s" cpu_pct)
     ours_cpu=$(awk -v a="$(field "$r" cpu_self_pct)" -v b="$(field "$r" cpu_children_pct)" 'BEGIN { print a + b }')
-    printf '%-9s %12s %14s %14s %14s %8s %9s %12s %12s %6s\n' "$n" "$cpu" \
-      "$(awk -v c="$cpu" -v n="$n" 'BEGIN { printf "%.4f", c / n }')" \
-      "$(awk -v r="$(field "$s" rss_kib)" -v n="$n" 'BEGIN { printf "%.0f", r / n }')" \
-      "$(awk -v r="$(field "$s" pss_kib)" -v n="$n" 'BEGIN { printf "%.0f", r / n }')" \
-      "$(field "$s" songs)" "$(field "$s" song_sec)" \
-      "$(awk -v a="$ours_cpu" -v b="$cpu" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }')" \
-      "$(awk -v a="$(field "$r" rss_kib)" -v b="$(field "$s" pss_kib)" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "-" }')" \
-      "$(field "$s" status)"
+    per() { awk -v v="$1" -v m="$m" -v f="$2" 'BEGIN { if (m > 0) printf f, v / m; else print "-" }'; }
+    ratio() { awk -v a="$1" -v v="$2" -v m="$m" -v n="$n" 'BEGIN { if (m > 0 && v > 0) printf "%.2f", a / (v / m * n); else print "-" }'; }
+    printf '%-9s %9s %12s %14s %14s %14s %8s %9s %12s %12s %6s\n' "$n" "$m/$n" "$cpu" "$(per "$cpu" %.4f)" \
+      "$(per "$(field "$s" rss_kib)" %.0f)" "$(per "$(field "$s" pss_kib)" %.0f)" \
+      "$(field "$s" songs)" "$(field "$s" song_sec)" "$(ratio "$ours_cpu" "$cpu")" \
+      "$(ratio "$(field "$r" rss_kib)" "$(field "$s" pss_kib)")" "$(field "$s" status)"
   done
 fi
 exit $failed

@@ -3,13 +3,15 @@
 # against an icyserver.py that is already running, measured over the same steady part of
 # the run as scale_bench (after a warm-up). Prints one line of key=value pairs:
 #
-#   streams=N seconds=S cpu_pct=... rss_kib=... pss_kib=... songs=... song_sec=... running=...
+#   streams=N seconds=S measured=M cpu_pct=... rss_kib=... pss_kib=... songs=... song_sec=...
 #
-# cpu_pct: user + system CPU of all N processes over the measured seconds, in % of one
-# core (from /proc/<pid>/stat); rss_kib and pss_kib: their resident and proportional set
-# sizes summed at the end (PSS shares the library pages among the processes, RSS counts
-# them N times); songs: complete tracks written; song_sec: their mean length at 16000
-# bytes/s; running: processes still alive when measured (N unless some gave up).
+# measured: the processes alive from the first sample to the last (streamripper dies of
+# a segmentation fault on some of these streams: their frame headers are real, their
+# payload random bytes); every other figure is of these M: cpu_pct, their user + system
+# CPU over the measured seconds in % of one core (from /proc/<pid>/stat); rss_kib and
+# pss_kib, their resident and proportional set sizes summed at the end (PSS shares the
+# library pages among the processes, RSS counts them M times). songs: complete tracks
+# written by all N; song_sec: their mean length at 16000 bytes/s. Fails unless M = N.
 #
 #   bench/scale/streamripper.sh --server http://127.0.0.1:PORT --count N --seconds S [--warmup W] [--dir DIR]
 set -euo pipefail
@@ -43,24 +45,15 @@ cleanup() {
 trap cleanup EXIT
 
 tck=$(getconf CLK_TCK)
-# Ticks of user + system time of the processes still alive; the name in parentheses
-# holds no spaces here, so the fields can be counted from the start.
+# Ticks of user + system time of one process, or nothing once it is gone; the name in
+# parentheses holds no spaces here, so the fields can be counted from the start.
 cpu_ticks() {
-  local total=0 p fields
-  for p in "${pids[@]}"; do
-    if read -r -a fields < "/proc/$p/stat" 2>/dev/null; then
-      total=$((total + fields[13] + fields[14]))
-    fi
-  done
-  echo "$total"
+  local fields
+  { read -r -a fields < "/proc/$1/stat"; } 2>/dev/null || return 0
+  echo $((fields[13] + fields[14]))
 }
-status_sum() { # status_sum FILE KEY
-  local total=0 p kib
-  for p in "${pids[@]}"; do
-    kib=$(sed -n "s/^$2:[[:space:]]*\([0-9]*\) kB/\1/p" "/proc/$p/$1" 2>/dev/null || true)
-    total=$((total + ${kib:-0}))
-  done
-  echo "$total"
+status_kib() { # status_kib PID FILE KEY
+  sed -n "s/^$3:[[:space:]]*\([0-9]*\) kB/\1/p" "/proc/$1/$2" 2>/dev/null || true
 }
 
 # A little longer than measured, so none ends on its own before the last sample.
@@ -73,15 +66,20 @@ for i in $(seq "$count"); do
 done
 
 sleep "$warmup"
+declare -A first
 t0=$(date +%s.%N)
-c0=$(cpu_ticks)
+for p in "${pids[@]}"; do first[$p]=$(cpu_ticks "$p"); done
 sleep "$seconds"
-c1=$(cpu_ticks)
 t1=$(date +%s.%N)
-rss=$(status_sum status VmRSS)
-pss=$(status_sum smaps_rollup Pss)
-running=0
-for p in "${pids[@]}"; do [ -e "/proc/$p" ] && running=$((running + 1)); done
+measured=0 ticks=0 rss=0 pss=0
+for p in "${pids[@]}"; do
+  last=$(cpu_ticks "$p")
+  [ -n "${first[$p]}" ] && [ -n "$last" ] || continue
+  measured=$((measured + 1))
+  ticks=$((ticks + last - first[$p]))
+  kib=$(status_kib "$p" status VmRSS); rss=$((rss + ${kib:-0}))
+  kib=$(status_kib "$p" smaps_rollup Pss); pss=$((pss + ${kib:-0}))
+done
 
 for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
 for p in "${pids[@]}"; do wait "$p" 2>/dev/null || true; done
@@ -95,9 +93,9 @@ while IFS= read -r -d '' f; do
   bytes=$((bytes + $(stat -c %s "$f")))
 done < <(find "$dir" -path '*/incomplete' -prune -o -name '*.mp3' -type f -print0)
 
-awk -v n="$count" -v s="$seconds" -v c0="$c0" -v c1="$c1" -v t0="$t0" -v t1="$t1" -v tck="$tck" \
-    -v rss="$rss" -v pss="$pss" -v songs="$songs" -v bytes="$bytes" -v running="$running" 'BEGIN {
-  printf "streams=%d seconds=%d cpu_pct=%.2f rss_kib=%d pss_kib=%d songs=%d song_sec=%.1f running=%d\n",
-    n, s, 100 * (c1 - c0) / tck / (t1 - t0), rss, pss, songs, songs ? bytes / songs / 16000 : 0, running
+awk -v n="$count" -v s="$seconds" -v m="$measured" -v ticks="$ticks" -v t0="$t0" -v t1="$t1" -v tck="$tck" \
+    -v rss="$rss" -v pss="$pss" -v songs="$songs" -v bytes="$bytes" 'BEGIN {
+  printf "streams=%d seconds=%d measured=%d cpu_pct=%.2f rss_kib=%d pss_kib=%d songs=%d song_sec=%.1f\n",
+    n, s, m, 100 * ticks / tck / (t1 - t0), rss, pss, songs, songs ? bytes / songs / 16000 : 0
 }'
-[ "$running" -eq "$count" ]
+[ "$measured" -eq "$count" ]
