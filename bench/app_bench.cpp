@@ -16,7 +16,7 @@
 #include "fixtureserver.h"
 #include "testenv.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QLineEdit>
 #include <QPixmap>
@@ -179,17 +179,3 @@ BENCHMARK_CAPTURE(BM_SavedSongEntersTheLibrary, unfiltered, "")->Unit(benchmark:
 BENCHMARK_CAPTURE(BM_SavedSongEntersTheLibrary, filtered, "nummer 1")->Unit(benchmark::kMillisecond)->Iterations(200);
 
 } // namespace
-
-// A QApplication, unlike the shared benchmark main: the window needs widgets.
-int main(int argc, char **argv)
-{
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
