@@ -311,4 +311,9 @@ bool has(const char *key, Language lang)
     return value && *value;
 }
 
+QList<QByteArray> keys()
+{
+    return table().keys();
+}
+
 } // namespace Texts

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 
 // The interface texts of the window in German and English, looked up by their designed
@@ -21,6 +23,8 @@ void setLanguage(Language language);
 // the key itself when it is unknown (so a missing text shows up instead of vanishing).
 [[nodiscard]] QString text(const char *key);
 [[nodiscard]] bool has(const char *key, Language language);
+// Every key there is a text for.
+[[nodiscard]] QList<QByteArray> keys();
 
 } // namespace Texts
 

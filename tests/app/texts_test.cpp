@@ -28,6 +28,17 @@ TEST_F(TextsTest, EveryDesignedKeyHasBothLanguages)
     }
 }
 
+// Keys beyond the designed ones (pages, dialogs, notices) are held to the same rule.
+TEST_F(TextsTest, EveryKeyHasBothLanguages)
+{
+    const QList<QByteArray> keys = Texts::keys();
+    EXPECT_GT(keys.size(), 100);
+    for (const QByteArray &key : keys) {
+        EXPECT_TRUE(Texts::has(key.constData(), Texts::Language::English)) << key.constData();
+        EXPECT_TRUE(Texts::has(key.constData(), Texts::Language::German)) << key.constData();
+    }
+}
+
 TEST_F(TextsTest, LooksUpTheCurrentLanguageAndShowsUnknownKeysAsThemselves)
 {
     Texts::setLanguage(Texts::Language::German);
