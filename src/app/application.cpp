@@ -51,9 +51,6 @@ Application::Application(ApplicationOptions options, QObject *parent)
     // The catalogue is fetched when the globe is first shown, not at start.
     m_globe = std::make_unique<GlobeStationStore>(m_http, m_directoryBase);
     m_recorder = std::make_unique<RadioRecorder>(*m_context);
-    // Every saved song, whoever started its recording, enters the library.
-    connect(m_recorder.get(), &RadioRecorder::trackSaved, this,
-            [this](const QString &, const Track &track) { fileIntoLibrary(track); });
     m_tools = std::make_unique<YouTubeService>(m_http);
     if (options.checkForToolUpdate)
         m_tools->updateYtDlpIfNeeded(false);
@@ -83,6 +80,12 @@ Application::Application(ApplicationOptions options, QObject *parent)
 Application::~Application()
 {
     shutDown();
+}
+
+bool Application::startRecording(const Station &station)
+{
+    // Planned windows are started by the scheduler, which files their songs itself.
+    return m_recorder->start(station, std::nullopt, [this](const Track &track) { fileIntoLibrary(track); });
 }
 
 void Application::fileIntoLibrary(const Track &track)

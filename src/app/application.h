@@ -27,6 +27,7 @@ class SniperScheduler;
 class StationDirectory;
 class YouTubeService;
 struct ScheduledRecording;
+struct Station;
 struct Track;
 
 // Where the window's services reach the outside world. The defaults are the real ones;
@@ -81,6 +82,9 @@ public:
     [[nodiscard]] const QString &libraryError() const { return m_libraryError; }
     [[nodiscard]] const QString &directoryBase() const { return m_directoryBase; }
 
+    // Records a station by hand, its saved songs filed into the library. False when it
+    // records already.
+    bool startRecording(const Station &station);
     // A saved song enters the library; a file already listed updates its entry.
     void fileIntoLibrary(const Track &track);
 

@@ -75,7 +75,7 @@ void StationActionBar::toggleRecording(Application &app, const Station &station)
         app.recorder().stop(station.id);
         return;
     }
-    app.recorder().start(station);
+    app.startRecording(station);
     app.recents().add(station);
 }
 
