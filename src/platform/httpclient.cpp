@@ -627,6 +627,7 @@ void HttpClient::Worker::run()
                 if (s->easy && s->workerPaused) {
                     s->workerPaused = false;
                     s->lastActivity = Clock::now();
+                    nextTimeoutScan = s->lastActivity; // its idle deadline counts again
                     curl_easy_pause(s->easy, CURLPAUSE_CONT);
                 }
                 break;

@@ -8,6 +8,8 @@
 
 #include <thread>
 
+#include <QThread>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -136,6 +138,29 @@ TEST_F(HttpClientTest, IdleTimeoutEndsAStalledStreamButNotASlowOne)
     ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }, 5000));
     EXPECT_EQ(c.result->error, HttpError::Timeout);
     EXPECT_EQ(c.body, "xxxxxxxx");
+}
+
+TEST_F(HttpClientTest, AStreamPausedForItsSlowConsumerStillTimesOutWhenItStallsLater)
+{
+    // 6 MiB at once, then nothing. The consumer sleeps through its first chunk, so the worker
+    // pauses the transfer at 4 MiB; once resumed and drained, the stall must end it.
+    const QByteArray burst(6 << 20, 'x');
+    server.route("/burst", FixtureServer::Script::head("HTTP/1.0 200 OK", {}).send(burst).hang());
+    HttpRequest request{server.url("/burst")};
+    request.idleTimeoutSec = 0.4;
+    qint64 received = 0;
+    std::optional<HttpResult> result;
+    client.stream(request, &context,
+                  {{},
+                   [&](const QByteArray &chunk) {
+                       if (received == 0)
+                           QThread::msleep(800);
+                       received += chunk.size();
+                   },
+                   [&](const HttpResult &r) { result = r; }});
+    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 10000)) << "the stall after the pause never timed out";
+    EXPECT_EQ(result->error, HttpError::Timeout);
+    EXPECT_EQ(received, burst.size());
 }
 
 TEST_F(HttpClientTest, IdleTimeoutAlsoCoversAServerThatNeverAnswers)
