@@ -7,6 +7,7 @@
 //   build/bench/app_bench --benchmark_repetitions=3 --benchmark_report_aggregates_only=true
 
 #include "app/application.h"
+#include "app/libraryfiltermodel.h"
 #include "app/librarymodel.h"
 #include "app/libraryview.h"
 #include "app/mainwindow.h"

@@ -12,16 +12,6 @@
 #include <algorithm>
 #include <limits>
 
-namespace {
-
-// Milliseconds compare faster than dates, and an unknown date sorts as the oldest.
-qint64 dateSortKey(const QDateTime &date)
-{
-    return date.isValid() ? date.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
-}
-
-} // namespace
-
 LibraryModel::LibraryModel(LibraryStore *store, QObject *parent)
     : QAbstractTableModel(parent)
     , m_store(store)
@@ -39,6 +29,11 @@ void LibraryModel::load()
     beginResetModel();
     m_tracks = m_store ? m_store->allTracks() : QList<Track>();
     endResetModel();
+}
+
+qint64 LibraryModel::dateSortKey(const QDateTime &date)
+{
+    return date.isValid() ? date.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
 }
 
 const Track *LibraryModel::trackAt(int row) const
@@ -204,79 +199,4 @@ QList<qint64> LibraryModel::trackIds(const QMimeData *data)
     QList<qint64> ids;
     stream >> ids;
     return stream.status() == QDataStream::Ok ? ids : QList<qint64>();
-}
-
-LibraryFilterModel::LibraryFilterModel(QObject *parent)
-    : QSortFilterProxyModel(parent)
-{
-    setSortRole(LibraryModel::kSortRole);
-    setSortCaseSensitivity(Qt::CaseInsensitive);
-}
-
-void LibraryFilterModel::setSourceModel(QAbstractItemModel *model)
-{
-    // Once here instead of a qobject_cast in each of the millions of filter and sort calls.
-    m_library = qobject_cast<LibraryModel *>(model);
-    QSortFilterProxyModel::setSourceModel(model);
-}
-
-void LibraryFilterModel::setFilterText(const QString &text)
-{
-    const QString trimmed = text.trimmed();
-    if (trimmed == m_text)
-        return;
-    const LibraryModel *library = m_library;
-    // Walking the shown rows costs about as much per row as testing a source row, so it
-    // pays only when the last text already hid most of the library.
-    const bool narrowing = library && !m_text.isEmpty() && trimmed.contains(m_text, Qt::CaseInsensitive)
-                           && rowCount() < library->rowCount() / 2;
-    m_text = trimmed;
-    if (narrowing) {
-        // Rows hidden now stay hidden: only the shown ones need the substring test.
-        m_narrowed = QList<bool>(library->rowCount(), false);
-        for (int row = 0; row < rowCount(); ++row) {
-            const int sourceRow = mapToSource(index(row, 0)).row();
-            if (const Track *track = library->trackAt(sourceRow))
-                m_narrowed[sourceRow] = matches(*track, m_text);
-        }
-    }
-    invalidateFilter();
-    m_narrowed.clear();
-}
-
-bool LibraryFilterModel::matches(const Track &track, const QString &text)
-{
-    return track.title.contains(text, Qt::CaseInsensitive) || track.artist.contains(text, Qt::CaseInsensitive)
-           || track.album.contains(text, Qt::CaseInsensitive)
-           || (track.station && track.station->contains(text, Qt::CaseInsensitive));
-}
-
-bool LibraryFilterModel::filterAcceptsRow(int sourceRow, const QModelIndex &) const
-{
-    if (m_text.isEmpty())
-        return true;
-    if (!m_narrowed.isEmpty())
-        return sourceRow < m_narrowed.size() && m_narrowed[sourceRow];
-    const Track *track = m_library ? m_library->trackAt(sourceRow) : nullptr;
-    return track && matches(*track, m_text);
-}
-
-bool LibraryFilterModel::lessThan(const QModelIndex &sourceLeft, const QModelIndex &sourceRight) const
-{
-    const Track *a = m_library ? m_library->trackAt(sourceLeft.row()) : nullptr;
-    const Track *b = m_library ? m_library->trackAt(sourceRight.row()) : nullptr;
-    if (!a || !b)
-        return QSortFilterProxyModel::lessThan(sourceLeft, sourceRight);
-    auto text = [](const QString &x, const QString &y) { return QString::compare(x, y, Qt::CaseInsensitive) < 0; };
-    switch (sourceLeft.column()) {
-    case LibraryModel::TitleColumn: return text(a->title, b->title);
-    case LibraryModel::ArtistColumn: return text(a->artist, b->artist);
-    case LibraryModel::AlbumColumn: return text(a->album, b->album);
-    case LibraryModel::DurationColumn: return a->duration < b->duration;
-    case LibraryModel::StationColumn: return text(a->station.value_or(QString()), b->station.value_or(QString()));
-    case LibraryModel::DateAddedColumn:
-        return dateSortKey(a->dateAdded) < dateSortKey(b->dateAdded);
-    case LibraryModel::PlayCountColumn: return a->playCount < b->playCount;
-    default: return QSortFilterProxyModel::lessThan(sourceLeft, sourceRight);
-    }
 }

@@ -1,6 +1,7 @@
 #include "app/libraryview.h"
 
 #include "app/application.h"
+#include "app/libraryfiltermodel.h"
 #include "app/librarymodel.h"
 #include "app/playlistedits.h"
 #include "app/playlistentrymodel.h"
@@ -131,6 +132,10 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     layout->addLayout(buttons);
 
     connect(m_filter, &QLineEdit::textChanged, m_proxy, &LibraryFilterModel::setFilterText);
+    // A new filter text resets the table; the tracks selected before stay selected where
+    // they are still shown.
+    connect(m_proxy, &QAbstractItemModel::modelAboutToBeReset, this, &LibraryView::keepSelection);
+    connect(m_proxy, &QAbstractItemModel::modelReset, this, &LibraryView::restoreSelection);
     connect(m_filter, &QLineEdit::textChanged, this, &LibraryView::refreshState);
     // The source model, not the proxy: a filter change arrives as many runs of removed
     // rows, and the count is refreshed once for it through textChanged.
@@ -202,6 +207,51 @@ void LibraryView::fillAddToPlaylistMenu(QMenu *menu)
         const qint64 id = playlists->playlistId(row);
         menu->addAction(playlists->index(row).data().toString(), this, [this, id] { addSelectedToPlaylist(id); });
     }
+}
+
+void LibraryView::keepSelection()
+{
+    m_keptSelection.clear();
+    m_keptCurrent = 0;
+    QItemSelectionModel *selection = m_table->selectionModel();
+    // Whole rows are selected: the ranges name them without visiting every cell.
+    for (const QItemSelectionRange &range : selection->selection()) {
+        for (int row = range.top(); row <= range.bottom(); ++row) {
+            if (const Track *track = m_model->trackAt(m_proxy->mapToSource(m_proxy->index(row, 0)).row()))
+                m_keptSelection << track->id;
+        }
+    }
+    if (const Track *track = m_model->trackAt(m_proxy->mapToSource(selection->currentIndex()).row()))
+        m_keptCurrent = track->id;
+}
+
+void LibraryView::restoreSelection()
+{
+    auto rowOf = [this](qint64 trackId) {
+        return m_proxy->mapFromSource(m_model->index(m_model->rowOf(trackId), 0)).row();
+    };
+    QList<int> rows;
+    for (qint64 id : std::as_const(m_keptSelection)) {
+        if (const int row = rowOf(id); row >= 0)
+            rows << row;
+    }
+    std::sort(rows.begin(), rows.end());
+    QItemSelection selection;
+    const int lastColumn = m_proxy->columnCount() - 1;
+    for (qsizetype i = 0; i < rows.size();) {
+        qsizetype end = i + 1;
+        while (end < rows.size() && rows[end] <= rows[end - 1] + 1)
+            ++end;
+        selection.select(m_proxy->index(rows[i], 0), m_proxy->index(rows[end - 1], lastColumn));
+        i = end;
+    }
+    QItemSelectionModel *model = m_table->selectionModel();
+    if (const int current = m_keptCurrent ? rowOf(m_keptCurrent) : -1; current >= 0)
+        model->setCurrentIndex(m_proxy->index(current, 0), QItemSelectionModel::NoUpdate);
+    if (!selection.isEmpty())
+        model->select(selection, QItemSelectionModel::ClearAndSelect);
+    m_keptSelection.clear();
+    m_keptCurrent = 0;
 }
 
 QList<Track> LibraryView::selectedTracks() const

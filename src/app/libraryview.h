@@ -68,6 +68,8 @@ private:
     void showPlaylist(qint64 playlistId);
     void fillAddToPlaylistMenu(QMenu *menu);
     void refreshState();
+    void keepSelection();
+    void restoreSelection();
 
     Application &m_app;
     LibraryModel *m_model = nullptr;
@@ -89,4 +91,7 @@ private:
     QAction *m_moveUp = nullptr;
     QAction *m_moveDown = nullptr;
     QAction *m_remove = nullptr;
+    // Across a reset of the filtered table: the selected tracks and the current one (0: none).
+    QList<qint64> m_keptSelection;
+    qint64 m_keptCurrent = 0;
 };
