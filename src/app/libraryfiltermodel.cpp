@@ -210,8 +210,8 @@ void LibraryFilterModel::rebuild()
     for (int row = 0; row < rows; ++row)
         m_searchTexts.push_back(searchTextOf(row));
     sortAll();
-    m_shown.clear();
-    m_proxyRows.assign(m_searchTexts.size(), -1);
+    // Everything shown, then narrowed by the text.
+    m_shown = m_order;
     refilter(QString());
 }
 
