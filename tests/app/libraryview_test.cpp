@@ -216,4 +216,44 @@ TEST_F(LibraryViewTest, StoreChangesMoveSingleRowsAndKeepFilterSortAndSelection)
               QStringList({"Other", "Fresh", "Beat It", "Alright"}));
 }
 
+TEST_F(LibraryViewTest, SelectedTracksStaySelectedWhileTheFilterChanges)
+{
+    const QList<qint64> ids = addTracks();
+    LibraryView view(*app);
+    view.show();
+    auto selectedIds = [&] {
+        QList<qint64> out;
+        for (const Track &track : view.selectedTracks())
+            out << track.id;
+        std::sort(out.begin(), out.end());
+        return out;
+    };
+    // Newest first: "Beat It", "Alright", "Blue Train".
+    view.table()->selectionModel()->select(view.table()->model()->index(0, 0),
+                                           QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    view.table()->selectionModel()->setCurrentIndex(view.table()->model()->index(2, 0),
+                                                    QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    ASSERT_EQ(selectedIds(), QList<qint64>({ids[0], ids[1]}));
+
+    view.filterField()->setText(QStringLiteral("b"));
+    EXPECT_EQ(selectedIds(), QList<qint64>({ids[0], ids[1]}));
+    EXPECT_EQ(view.table()->currentIndex().row(), 1);
+    EXPECT_TRUE(view.table()->selectionModel()->isRowSelected(1, {}));
+    // Hidden tracks are no longer selected, the shown one is.
+    view.filterField()->setText(QStringLiteral("beat"));
+    EXPECT_EQ(selectedIds(), QList<qint64>({ids[1]}));
+    view.filterField()->setText(QStringLiteral("alright"));
+    EXPECT_TRUE(selectedIds().isEmpty());
+    view.filterField()->clear();
+    EXPECT_TRUE(selectedIds().isEmpty());
+
+    // A selection made while filtered survives clearing the filter, at the track's new row.
+    view.filterField()->setText(QStringLiteral("train"));
+    view.table()->selectRow(0);
+    view.filterField()->clear();
+    EXPECT_EQ(selectedIds(), QList<qint64>({ids[0]}));
+    EXPECT_TRUE(view.table()->selectionModel()->isRowSelected(2, {}));
+    EXPECT_EQ(view.table()->currentIndex().row(), 2);
+}
+
 } // namespace
