@@ -9,8 +9,8 @@ class QMimeData;
 class LibraryStore;
 
 // Every library track as a table row: title, artist, album, duration, station, date
-// added, play count. The display text of each cell is what the filter matches; the sort
-// role carries the raw value so durations, dates and counts sort as numbers. Rows drag
+// added, play count. The sort role carries the raw value so durations, dates and counts
+// sort as numbers (LibraryFilterModel sorts and filters the tracks' own fields). Rows drag
 // out as a list of track ids (kTrackIdsMimeType), which the playlists accept.
 //
 // Lives on the GUI thread. Nothing is read until load(): the window builds the library
