@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A loopback ICY stream server for the recording scale benchmark.
 
-Every GET /s/<name> gets an endless MP3-like stream: real MPEG-1 Layer III frame headers
-(128 kbit/s, 44.1 kHz) with pseudo-random payload, paced at exactly --rate bytes of audio
+Every GET /s/<name> gets an endless MP3 stream (128 kbit/s, 44.1 kHz, encoded pink noise;
+see make_blob), paced at exactly --rate bytes of audio
 per second, with an ICY metadata block after every --metaint audio bytes. The title
 changes every --title-every blocks (each connection at its own phase, so the saves of
 many sessions spread out); the length byte is 0 in between, as icecast sends it.
@@ -24,13 +24,28 @@ import json
 import os
 import random
 import signal
+import subprocess
 import sys
 import time
 
 
 
 def make_blob(seconds, rate, seed=7):
-    """About `seconds` of 128 kbit/s frames: 417 or 418 bytes, averaging rate bytes/s."""
+    """About `seconds` of 128 kbit/s, 44.1 kHz MP3 frames (417 or 418 bytes, averaging
+    rate bytes/s): pink noise encoded by ffmpeg, so that recorders which decode what they
+    record (streamripper looks for silence) get real audio; frame headers over random
+    payload where ffmpeg is missing."""
+    if rate == 16000:
+        try:
+            encoded = subprocess.run(
+                ["ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                 f"anoisesrc=d={seconds}:c=pink:r=44100:a=0.3:seed={seed}", "-ac", "2",
+                 "-c:a", "libmp3lame", "-b:a", "128k", "-write_xing", "0", "-id3v2_version", "0",
+                 "-f", "mp3", "-"], check=True, capture_output=True, timeout=120).stdout
+            if len(encoded) >= seconds * rate * 0.9:
+                return encoded
+        except (OSError, subprocess.SubprocessError):
+            pass
     rng = random.Random(seed)
     out = bytearray()
     slots = 0.0
