@@ -14,6 +14,8 @@
 #include "app/texts.h"
 #include "library/librarystore.h"
 
+#include "benchtracks.h"
+
 #include "fixtureserver.h"
 #include "testenv.h"
 
@@ -32,19 +34,6 @@
 namespace {
 
 constexpr int kTracks = 100'000;
-
-// What the recorder writes: German and English names, the radio folder's layout.
-Track makeTrack(int i)
-{
-    static const char *const kStations[] = {"Bayern 1", "Radio Eins", "FM4", "SWR3", "Deutschlandfunk Kultur"};
-    const QString station = QString::fromLatin1(kStations[i % std::size(kStations)]);
-    const QString artist = QStringLiteral("Künstlerin %1").arg(i % 3000);
-    const QString title = QStringLiteral("Ein ziemlich langer Liedtitel Nummer %1").arg(i);
-    return Track(title, artist, QStringLiteral("Album %1").arg(i % 9000), 120.0 + i % 300,
-                 QDateTime::fromSecsSinceEpoch(1'600'000'000 + qint64(i) * 97, Qt::UTC),
-                 i % 4 ? QStringLiteral("Pop") : QString(), i % 50 == 0, i % 13, QStringLiteral("radio"), station,
-                 QStringLiteral("/home/nutzer/Musik/Orvida/Radio/%1/%2 - %3.mp3").arg(station, artist, title));
-}
 
 // One home, one loopback directory server and one filled library for the whole run.
 class Fixture {
@@ -77,7 +66,7 @@ private:
         QList<Track> tracks;
         tracks.reserve(kTracks);
         for (int i = 0; i < kTracks; ++i)
-            tracks << makeTrack(i);
+            tracks << benchTrack(i);
         if (opened.store->insertTracks(tracks).size() != kTracks)
             qFatal("filling the library failed: %s", qPrintable(opened.store->lastError()));
     }
@@ -193,7 +182,7 @@ void BM_SavedSongEntersTheLibrary(benchmark::State &state, const char *filter)
     static int runs = 0;
     int i = kTracks + 1'000'000 * (int(qstrlen(filter)) + 10 * runs++);
     for (auto _ : state)
-        window.app->fileIntoLibrary(makeTrack(i++));
+        window.app->fileIntoLibrary(benchTrack(i++));
     if (view->model()->rowCount() != before + qsizetype(state.iterations()))
         state.SkipWithError("a saved song did not reach the table");
 }

@@ -7,6 +7,8 @@
 
 #include "library/librarystore.h"
 
+#include "benchtracks.h"
+
 #include <QFileInfo>
 #include <QTemporaryDir>
 
@@ -15,19 +17,6 @@
 namespace {
 
 constexpr int kTracks = 100'000;
-
-// What the recorder writes: German and English names, the radio folder's layout.
-Track makeTrack(int i)
-{
-    static const char *const kStations[] = {"Bayern 1", "Radio Eins", "FM4", "SWR3", "Deutschlandfunk Kultur"};
-    const QString station = QString::fromLatin1(kStations[i % std::size(kStations)]);
-    const QString artist = QStringLiteral("Künstlerin %1").arg(i % 3000);
-    const QString title = QStringLiteral("Ein ziemlich langer Liedtitel Nummer %1").arg(i);
-    return Track(title, artist, QStringLiteral("Album %1").arg(i % 9000), 120.0 + i % 300,
-                 QDateTime::fromSecsSinceEpoch(1'600'000'000 + qint64(i) * 97, Qt::UTC),
-                 i % 4 ? QStringLiteral("Pop") : QString(), i % 50 == 0, i % 13, QStringLiteral("radio"), station,
-                 QStringLiteral("/home/nutzer/Musik/Orvida/Radio/%1/%2 - %3.mp3").arg(station, artist, title));
-}
 
 class Library {
 public:
@@ -40,7 +29,7 @@ public:
         QList<Track> tracks;
         tracks.reserve(kTracks);
         for (int i = 0; i < kTracks; ++i)
-            tracks << makeTrack(i);
+            tracks << benchTrack(i);
         if (opened.store->insertTracks(tracks).size() != kTracks)
             qFatal("filling the library failed: %s", qPrintable(opened.store->lastError()));
     }
@@ -90,7 +79,7 @@ void BM_TrackByFilePath(benchmark::State &state)
     std::unique_ptr<LibraryStore> store = openStore();
     QStringList paths;
     for (int i = 0; i < 1000; ++i)
-        paths << *makeTrack((i * 7919) % kTracks).filePath;
+        paths << *benchTrack((i * 7919) % kTracks).filePath;
     qsizetype i = 0;
     qsizetype found = 0;
     for (auto _ : state) {
@@ -106,7 +95,7 @@ void BM_InsertOneSavedTrack(benchmark::State &state)
     std::unique_ptr<LibraryStore> store = openStore();
     int i = kTracks;
     for (auto _ : state) {
-        if (!store->insert(makeTrack(i++)))
+        if (!store->insert(benchTrack(i++)))
             state.SkipWithError("insert failed");
     }
 }
