@@ -5,9 +5,9 @@
 #
 #   streams=N seconds=S measured=M cpu_pct=... rss_kib=... pss_kib=... songs=... song_sec=...
 #
-# measured: the processes alive from the first sample to the last (streamripper dies of
-# a segmentation fault on some of these streams: their frame headers are real, their
-# payload random bytes); every other figure is of these M: cpu_pct, their user + system
+# measured: the processes alive from the first sample to the last (streamripper used to
+# die of a segmentation fault on streams of frame headers over random bytes, which is why
+# the servers now send encoded audio); every other figure is of these M: cpu_pct, their user + system
 # CPU over the measured seconds in % of one core (from /proc/<pid>/stat); rss_kib and
 # pss_kib, their resident and proportional set sizes summed at the end (PSS shares the
 # library pages among the processes, RSS counts them M times). songs: complete tracks
