@@ -60,15 +60,7 @@ private:
     Fixture() : m_dir(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath() + QStringLiteral("/app_bench.XXXXXX"))
     {
         Texts::setLanguage(Texts::Language::English);
-        LibraryOpenResult opened = LibraryStore::open(options().libraryPath);
-        if (!opened)
-            qFatal("%s", qPrintable(opened.message));
-        QList<Track> tracks;
-        tracks.reserve(kTracks);
-        for (int i = 0; i < kTracks; ++i)
-            tracks << benchTrack(i);
-        if (opened.store->insertTracks(tracks).size() != kTracks)
-            qFatal("filling the library failed: %s", qPrintable(opened.store->lastError()));
+        filledBenchLibrary(options().libraryPath, kTracks);
     }
 
     TestHome m_home;

@@ -23,15 +23,7 @@ public:
     // Beside the executable: /tmp may be a RAM file system, and the targets are for a disk.
     Library() : m_dir(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalPath() + QStringLiteral("/library_bench.XXXXXX"))
     {
-        LibraryOpenResult opened = LibraryStore::open(path());
-        if (!opened)
-            qFatal("%s", qPrintable(opened.message));
-        QList<Track> tracks;
-        tracks.reserve(kTracks);
-        for (int i = 0; i < kTracks; ++i)
-            tracks << benchTrack(i);
-        if (opened.store->insertTracks(tracks).size() != kTracks)
-            qFatal("filling the library failed: %s", qPrintable(opened.store->lastError()));
+        filledBenchLibrary(path(), kTracks);
     }
 
     QString path() const { return m_dir.filePath(QStringLiteral("library.sqlite")); }
