@@ -47,7 +47,7 @@ constexpr int kSampleMs = 200;
 
 enum class Kind { Ours, Streamripper };
 
-struct RecorderSpec {
+struct RecorderVariant {
     QString label;
     QString slug; // its folder
     Kind kind = Kind::Ours;
@@ -75,7 +75,7 @@ void say(const QString &text)
     std::fflush(stderr);
 }
 
-QList<RecorderSpec> recorderSpecs(int leadSec)
+QList<RecorderVariant> recorderVariants(int leadSec)
 {
     return {
         { QStringLiteral("orvida-cli, defaults"), QStringLiteral("orvida-default"), Kind::Ours, 0, {} },
@@ -89,7 +89,7 @@ QList<RecorderSpec> recorderSpecs(int leadSec)
 
 // One recorder of one run: its folders, environment and process.
 struct Recorder {
-    RecorderSpec spec;
+    RecorderVariant variant;
     QString root;
     QString filesDir;
     QStringList environment;
@@ -124,12 +124,12 @@ QString runCli(const QString &cliPath, const QProcessEnvironment &env, const QSt
 }
 
 // Prepares a recorder's folders and settings; the process starts later.
-std::unique_ptr<Recorder> prepare(const RecorderSpec &spec, const Setup &setup, const QString &runDir,
+std::unique_ptr<Recorder> prepare(const RecorderVariant &variant, const Setup &setup, const QString &runDir,
     const QString &streamUrl, QString *error)
 {
     auto r = std::make_unique<Recorder>();
-    r->spec = spec;
-    r->root = runDir + QLatin1Char('/') + spec.slug;
+    r->variant = variant;
+    r->root = runDir + QLatin1Char('/') + variant.slug;
     r->filesDir = r->root + QStringLiteral("/files");
     QDir(r->root).removeRecursively();
     if (!QDir().mkpath(r->filesDir) || !QDir().mkpath(r->root + QStringLiteral("/home/Music"))) {
@@ -139,19 +139,19 @@ std::unique_ptr<Recorder> prepare(const RecorderSpec &spec, const Setup &setup, 
     const QString seconds = QString::number(std::lround(setup.recordSec));
     const QProcessEnvironment env = homeEnvironment(r->root + QStringLiteral("/home"), setup.storeUrl);
     r->environment = env.toStringList();
-    if (spec.kind == Kind::Streamripper) {
+    if (variant.kind == Kind::Streamripper) {
         r->program = setup.streamripperPath;
         r->args = QStringList { streamUrl, QStringLiteral("-d"), r->filesDir, QStringLiteral("-s"), QStringLiteral("-l"),
                       seconds, QStringLiteral("--quiet") }
-            + spec.extraArgs;
+            + variant.extraArgs;
         return r;
     }
     *error = runCli(setup.cliPath, env, { QStringLiteral("config"), QStringLiteral("set"),
                                             QStringLiteral("ov.radioSaveDir"), r->filesDir });
-    if (error->isEmpty() && spec.leadSec > 0) {
+    if (error->isEmpty() && variant.leadSec > 0) {
         *error = runCli(setup.cliPath, env,
-            { QStringLiteral("engine"), QStringLiteral("set"), QStringLiteral("--lead-in"), QString::number(spec.leadSec),
-                QStringLiteral("--lead-out"), QString::number(spec.leadSec) });
+            { QStringLiteral("engine"), QStringLiteral("set"), QStringLiteral("--lead-in"), QString::number(variant.leadSec),
+                QStringLiteral("--lead-out"), QString::number(variant.leadSec) });
     }
     if (!error->isEmpty())
         return nullptr;
@@ -222,8 +222,8 @@ std::optional<Report::Comparison> compare(
         return std::nullopt;
     }
     std::vector<std::unique_ptr<Recorder>> recorders;
-    for (const RecorderSpec &spec : recorderSpecs(setup.leadSec)) {
-        recorders.push_back(prepare(spec, setup, runDir, icecast.streamUrl(options.mount), error));
+    for (const RecorderVariant &variant : recorderVariants(setup.leadSec)) {
+        recorders.push_back(prepare(variant, setup, runDir, icecast.streamUrl(options.mount), error));
         if (!recorders.back())
             return std::nullopt;
     }
@@ -254,7 +254,7 @@ std::optional<Report::Comparison> compare(
             overtime = true;
             for (const auto &r : recorders) {
                 if (!r->process.isFinished()) {
-                    say(QStringLiteral("  %1 is still running; ending it").arg(r->spec.label));
+                    say(QStringLiteral("  %1 is still running; ending it").arg(r->variant.label));
                     r->process.terminate();
                 }
             }
@@ -272,8 +272,8 @@ std::optional<Report::Comparison> compare(
     say(QStringLiteral("  scoring ..."));
     for (const auto &r : recorders) {
         Report::RecorderResult result;
-        result.label = r->spec.label;
-        result.folder = r->spec.slug;
+        result.label = r->variant.label;
+        result.folder = r->variant.slug;
         result.command = QFileInfo(r->program).fileName() + QLatin1Char(' ') + r->args.join(QLatin1Char(' '));
         result.usage = r->process.usage();
         score(result, runDir, c.played, c.windowStartSec, c.windowEndSec);
