@@ -20,9 +20,12 @@ function(orvida_module name)
   target_link_libraries(orvida_${name} PUBLIC ${ARG_DEPS})
 endfunction()
 
-# tests/<module>/*_test.cpp become one gtest binary per module.
+# tests/<module>/*_test.cpp become one gtest binary per module, labelled LABEL (default
+# "unit"). The files listed after INTEGRATION start servers, D-Bus or ffmpeg: every test
+# of the suites they define is labelled "integration" instead, so that `ctest -L unit`
+# runs only the fast, self-contained ones.
 function(orvida_test_module name)
-  cmake_parse_arguments(ARG "" "LABEL" "DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "LABEL" "DEPS;INTEGRATION" ${ARGN})
   file(GLOB _sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h)
   if(NOT _sources)
     return()
@@ -35,6 +38,41 @@ function(orvida_test_module name)
   endif()
   gtest_discover_tests(orvida_${name}_tests
     DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS "${ARG_LABEL}"
-               ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ORVIDA_SOURCE_DIR=${PROJECT_SOURCE_DIR};ORVIDA_BINARY_DIR=${PROJECT_BINARY_DIR}")
+    PROPERTIES ENVIRONMENT "QT_QPA_PLATFORM=offscreen;ORVIDA_SOURCE_DIR=${PROJECT_SOURCE_DIR};ORVIDA_BINARY_DIR=${PROJECT_BINARY_DIR}")
+  orvida_label_tests(orvida_${name}_tests ${ARG_LABEL} ${ARG_INTEGRATION})
+endfunction()
+
+# Labels every discovered test of `target`: "integration" when its suite is defined in one
+# of the files after `label` (relative to the current source folder), else `label`. The
+# tests are only known when ctest reads the discovery's list, so this adds a script that
+# ctest runs after it. (ctest adds labels up, so each test gets exactly one here.)
+function(orvida_label_tests target label)
+  set(_suites "")
+  foreach(_file IN LISTS ARGN)
+    set(_path ${CMAKE_CURRENT_SOURCE_DIR}/${_file})
+    if(NOT EXISTS ${_path})
+      message(FATAL_ERROR "orvida_label_tests: ${_file} does not exist")
+    endif()
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${_path})
+    file(STRINGS ${_path} _lines REGEX "^(TEST|TEST_F|TEST_P|TYPED_TEST)\\(")
+    foreach(_line IN LISTS _lines)
+      string(REGEX REPLACE "^[A-Z_]+\\( *([A-Za-z0-9_]+).*" "\\1" _suite "${_line}")
+      list(APPEND _suites ${_suite})
+    endforeach()
+  endforeach()
+  list(REMOVE_DUPLICATES _suites)
+  set(_script ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
+  file(WRITE ${_script} "set(_suites \"${_suites}\")\nset(_label ${label})\nset(_tests \"\${${target}_TESTS}\")\n")
+  file(APPEND ${_script} [=[
+foreach(_test IN LISTS _tests)
+  string(REGEX REPLACE "^([^/]*/)?([^./]+)\\..*" "\\2" _suite "${_test}")
+  list(FIND _suites "${_suite}" _at)
+  if(_at GREATER -1)
+    set_tests_properties("${_test}" PROPERTIES LABELS integration)
+  else()
+    set_tests_properties("${_test}" PROPERTIES LABELS ${_label})
+  endif()
+endforeach()
+]=])
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${_script})
 endfunction()

@@ -4,13 +4,19 @@
 
 #include <algorithm>
 
-IcyDemux::IcyDemux(qint64 metaint) : m_metaint(metaint), m_audioLeft(metaint)
+IcyDemux::IcyDemux(qint64 metaint)
+    : m_metaint(std::max<qint64>(metaint, 0))
+    , m_audioLeft(m_metaint)
 {
-    Q_ASSERT(metaint > 0);
 }
 
 void IcyDemux::feed(QByteArrayView data)
 {
+    if (isPassThrough()) {
+        if (!data.isEmpty() && onAudio)
+            onAudio(data);
+        return;
+    }
     const char *p = data.data();
     const char *const end = p + data.size();
     while (p < end) {

@@ -15,29 +15,34 @@
 // chunk passed to feed(), valid only during the onAudio call; they are never copied or
 // merged. Metadata is the only thing buffered, and a block is at most 255 x 16 bytes.
 //
+// A metaint below 1 announces no metadata blocks (a server may send "icy-metaint: 0"):
+// such a demux passes the whole body on as audio. It never divides the body by a
+// non-positive interval, in release builds either.
+//
 // Not thread-safe; lives on its session's engine thread.
 class IcyDemux {
 public:
     enum class State {
         Audio, // inside an audio run (initial)
-        Len,   // the next byte is the metadata length byte
-        Meta,  // collecting a metadata block
+        Len, // the next byte is the metadata length byte
+        Meta, // collecting a metadata block
     };
 
     explicit IcyDemux(qint64 metaint);
+
+    [[nodiscard]] bool isPassThrough() const { return m_metaint == 0; }
 
     void feed(QByteArrayView data);
 
     std::function<void(QByteArrayView)> onAudio;
     std::function<void(const QString &)> onTitle;
 
-    [[nodiscard]] qint64 metaint() const { return m_metaint; }
     [[nodiscard]] State state() const { return m_state; }
 
 private:
     void flushMeta();
 
-    const qint64 m_metaint;
+    const qint64 m_metaint; // 0: pass-through
     State m_state = State::Audio;
     qint64 m_audioLeft;
     qint64 m_metaExpected = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/cutplanner.h"
 #include "engine/segmentfile.h"
 
 #include <QByteArray>
@@ -7,25 +8,21 @@
 #include <QString>
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <vector>
 
-// Cuts one station's audio into songs at title changes.
+// Cuts one station's audio into songs at title changes: CutPlanner decides where, this
+// class does the file work.
 //
-// Audio goes into hidden segment files in the radio folder's tmp folder. A title change
-// ends the song: unpadded, at once; padded, after `leadOutSec` more seconds of audio,
-// with the next song starting `leadInSec` (to leadInSec + 1) seconds before the change.
-// Pieces of one song split by reconnects stay pending and are handed over together.
-// Every length is a byte count at the station's nominal byte rate; nothing is decoded.
+// Audio goes into hidden segment files in the radio folder's tmp folder, each locked
+// while it is written. Audio runs are written from the caller's view, never copied.
 //
 // Lives on the session's engine thread; every method is called there. The segment
 // lists it hands over (`songReady`) are no longer touched by it.
 class TrackSegmenter {
 public:
-    struct Padding {
-        qint64 leadInSec = 0;
-        qint64 leadOutSec = 0;
-    };
+    using Padding = CutPlanner::Padding;
 
     struct Hooks {
         // Re-read at every title so changed padding applies from the next song on.
@@ -36,8 +33,8 @@ public:
         std::function<void(const QString &title)> titleAccepted;
     };
 
-    TrackSegmenter(QString tmpDir, qint64 bytesPerSec, std::optional<QString> fullShowTitle, QString stationName,
-                   Hooks hooks);
+    TrackSegmenter(
+        QString tmpDir, qint64 bytesPerSec, std::optional<QString> fullShowTitle, QString stationName, Hooks hooks);
 
     // The response's content type; picks the extension of segments opened from now on.
     void setContentType(const QString &contentType) { m_contentType = contentType; }
@@ -49,38 +46,28 @@ public:
     // Pushes buffered audio of the open segment to the file (before the system sleeps).
     void flush();
 
-    [[nodiscard]] const QString &lastTitle() const { return m_lastTitle; }
-    [[nodiscard]] bool isCutPending() const { return m_cutPrevTitle.has_value(); }
+    [[nodiscard]] const QString &lastTitle() const { return m_planner.lastTitle(); }
+    [[nodiscard]] bool isCutPending() const { return m_planner.isCutPending(); }
     [[nodiscard]] qint64 bytesPerSec() const { return m_bytesPerSec; }
 
     // Seconds to bytes at the nominal rate; the bitrate rule that gives bytesPerSec.
     [[nodiscard]] static qint64 bytesPerSecForBitrate(qint64 kbps);
 
 private:
-    void performDeferredCut();
-    // Closes the open segment and opens the next; returns the closed one's lock
-    // (invalid when it could not be opened in the first place).
-    SegmentLock rotateSegment();
-    void handOver(std::vector<SegmentLock> segments, const QString &title);
-    void appendLeadIn(QByteArrayView data);
+    // `input` is the chunk the actions were planned for (empty for titles and closes).
+    void apply(const CutPlanner::Actions &actions, QByteArrayView input = {});
     [[nodiscard]] QString segmentExtension() const;
 
     const QString m_tmpDir;
     const qint64 m_bytesPerSec;
-    const std::optional<QString> m_fullShowTitle;
-    const QString m_stationName;
     Hooks m_hooks;
-    Padding m_padding;
+    CutPlanner m_planner;
 
     QString m_contentType;
+    // The open segment; absent when none is open or it could not be created (its audio
+    // is then dropped).
     std::optional<SegmentFile> m_segment;
-    bool m_segHasAudio = false;
-    QString m_lastTitle;
-    std::vector<SegmentLock> m_pendingSegments;
-
-    QByteArray m_leadInBuf;
-    std::optional<QString> m_cutPrevTitle;
-    qint64 m_cutRemaining = 0;
-    QByteArray m_leadInSnapshot;
-    QByteArray m_overlapBuf;
+    // Closed segments the planner has not yet handed over or discarded; an invalid lock
+    // stands for a segment that could not be created.
+    std::map<CutPlanner::SegmentId, SegmentLock> m_closed;
 };

@@ -10,6 +10,7 @@
 #include "stations/recentstations.h"
 
 #include "appfixture.h"
+#include "icystream.h"
 
 #include <QPushButton>
 #include <QTableWidget>
@@ -17,22 +18,8 @@
 namespace {
 
 using Script = FixtureServer::Script;
-constexpr qint64 kMetaint = 1000;
-
-QByteArray metaBlock(const QByteArray &text)
-{
-    if (text.isEmpty())
-        return QByteArray(1, '\0');
-    QByteArray padded = text;
-    const qsizetype blocks = (text.size() + 15) / 16;
-    padded.resize(blocks * 16, '\0');
-    return char(blocks) + padded;
-}
-
-QByteArray audioRun(int n)
-{
-    return QByteArray(kMetaint, char('a' + n % 26));
-}
+using IcyStream::audioBlock;
+using IcyStream::metaBlock;
 
 class RecordingTest : public AppFixture {
 protected:
@@ -50,11 +37,11 @@ protected:
     // Two titles, then the stream stays open without sending more.
     void routeIcyStream(const QByteArray &path)
     {
-        QByteArray body = audioRun(0) + metaBlock("StreamTitle='Artist - One';");
+        QByteArray body = audioBlock(0) + metaBlock("StreamTitle='Artist - One';");
         for (int n = 1; n <= 3; ++n)
-            body += audioRun(n) + metaBlock({});
-        body += audioRun(4) + metaBlock("StreamTitle='Artist - Two';");
-        body += audioRun(5) + metaBlock({});
+            body += audioBlock(n) + metaBlock({});
+        body += audioBlock(4) + metaBlock("StreamTitle='Artist - Two';");
+        body += audioBlock(5) + metaBlock({});
         server.route(path, Script::head("ICY 200 OK", {{"icy-metaint", "1000"}, {"Content-Type", "audio/mpeg"}})
                                .send(body)
                                .hang());

@@ -1,5 +1,7 @@
 #include "engine/icydemux.h"
 
+#include "icystream.h"
+
 #include <QList>
 #include <QRandomGenerator>
 #include <QStringList>
@@ -26,14 +28,7 @@ struct IcyBuilder {
         body += run;
         audio += run;
     }
-    void meta(const QByteArray &text)
-    {
-        const qsizetype blocks = (text.size() + 15) / 16;
-        body += char(blocks);
-        QByteArray padded = text;
-        padded.resize(blocks * 16, '\0');
-        body += padded;
-    }
+    void meta(const QByteArray &text) { body += IcyStream::metaBlock(text); }
 };
 
 struct Result {
@@ -102,6 +97,20 @@ TEST(IcyDemux, AudioRunsAreHandedOutAsTheyArriveNotMerged)
     for (int i = 1; i < 10; ++i)
         cuts << i * 100;
     EXPECT_EQ(run(1000, b.body, cuts).audioCalls, 10);
+}
+
+TEST(IcyDemux, AMetaintBelowOnePassesTheWholeBodyOnAsAudio)
+{
+    // What "icy-metaint: 0" or a negative value would build; no block structure is read.
+    const QByteArray body = QByteArray("abc") + char(1) + "StreamTitle='X';" + "def";
+    for (const qint64 metaint : {qint64(0), qint64(-16)}) {
+        IcyDemux demux(metaint);
+        EXPECT_TRUE(demux.isPassThrough());
+        const Result r = run(metaint, body, {1, 4, 4, 10});
+        EXPECT_EQ(r.audio, body);
+        EXPECT_TRUE(r.titles.isEmpty());
+    }
+    EXPECT_FALSE(IcyDemux(1).isPassThrough());
 }
 
 TEST(IcyDemux, TitleExtractionRules)

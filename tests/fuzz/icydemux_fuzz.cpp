@@ -3,7 +3,7 @@
 // Input: two bytes of metadata interval (big-endian, plus one: 1..65536), eight bytes that
 // seed the chunking, then the body. Both feeds must agree with each other and with a plain
 // whole-buffer walk of the format: the same audio bytes in order, the same titles, and the
-// same state at the end.
+// same state at the end. A demux built without an interval (0) passes the body on whole.
 
 #include "engine/icydemux.h"
 
@@ -161,6 +161,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FUZZ_CHECK_EQ(chunked.audio, expected.audio);
     FUZZ_CHECK_EQ(chunked.titles, expected.titles);
     FUZZ_CHECK_EQ(chunked.state, expected.state);
+
+    FuzzInput::SplitMix plainChunking(seed);
+    const Demuxed plain = demux(0, body, &plainChunking);
+    FUZZ_CHECK_EQ(plain.audio, body.toByteArray());
+    FUZZ_CHECK(plain.titles.isEmpty());
+    FUZZ_CHECK_EQ(plain.state, IcyDemux::State::Audio);
 
     checkMetaint(body.first(std::min<qsizetype>(body.size(), 24)));
     checkTitleExtraction(IcyText::decodeUtf8OrLatin1(body.first(std::min<qsizetype>(body.size(), 512))));
