@@ -73,8 +73,10 @@ TEST_F(RadioViewTest, SearchShowsRowsAndScrollingToTheLastRowLoadsTheNextPage)
     EXPECT_EQ(view.model()->stationAt(0)->name, QStringLiteral("Rock Station 0"));
     EXPECT_EQ(view.model()->data(view.model()->index(0, StationTableModel::BitrateColumn), Qt::DisplayRole),
               QStringLiteral("192 kbit/s"));
-    // The last row is out of sight: nothing more is asked for yet.
-    QTest::qWait(200);
+    // The last row is out of sight: nothing more is asked for yet. The view decides on
+    // every layout and scroll, and asking sets isLoadingMore at once.
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(app->directory().isLoadingMore());
     EXPECT_EQ(searchRequests(40), 0);
 
     QScrollBar *bar = view.table()->verticalScrollBar();
@@ -83,7 +85,9 @@ TEST_F(RadioViewTest, SearchShowsRowsAndScrollingToTheLastRowLoadsTheNextPage)
     EXPECT_EQ(view.model()->stationAt(49)->id, QStringLiteral("rock49"));
     // The short second page was the last: the bottom is in view again, yet no third request.
     bar->setValue(bar->maximum());
-    QTest::qWait(200);
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(app->directory().hasMore());
+    EXPECT_FALSE(app->directory().isLoadingMore());
     EXPECT_EQ(searchRequests(40), 1);
     EXPECT_EQ(searchRequests(80), 0);
 
