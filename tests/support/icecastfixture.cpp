@@ -532,11 +532,6 @@ double Broadcast::sourceTimeSec() const
     return double(steadyNowNs() - *m_originNs) / 1e9;
 }
 
-bool Broadcast::waitForSourceTime(double sec, int timeoutMs)
-{
-    return waitUntil([&] { return sourceTimeSec() >= sec || m_finished.load(); }, timeoutMs) && sourceTimeSec() >= sec;
-}
-
 QList<PlayedSong> Broadcast::log() const
 {
     const QMutexLocker lock(&m_mutex);

@@ -124,9 +124,6 @@ public:
 
     // Now in source time; -1 before the source has sent anything.
     [[nodiscard]] double sourceTimeSec() const;
-    // Runs the event loop until the source time reaches `sec`; false when the source
-    // ended first or the time-out passed.
-    bool waitForSourceTime(double sec, int timeoutMs);
 
     [[nodiscard]] QList<PlayedSong> log() const;
     [[nodiscard]] const QList<BroadcastSong> &programme() const { return m_programme; }
