@@ -10,6 +10,7 @@
 #include "stations/recentstations.h"
 
 #include "appfixture.h"
+#include "icystream.h"
 
 #include <QImage>
 #include <QPixmap>
@@ -50,7 +51,7 @@ protected:
 TEST_F(ScreenshotTest, EveryPageRenders)
 {
     server.route("/live", Script::head("ICY 200 OK", {{"icy-metaint", "1000"}})
-                              .send(QByteArray(1000, 'a') + char(2) + QByteArray("StreamTitle='Band - Song';").leftJustified(32, '\0'))
+                              .send(QByteArray(1000, 'a') + IcyStream::metaBlock("StreamTitle='Band - Song';"))
                               .hang());
     const QStringList names{"Jazz Lounge", "Rock Antenne", "Klassik Radio", "Deep House Berlin"};
     for (int i = 0; i < names.size(); ++i) {
