@@ -253,7 +253,7 @@ protected:
     std::unique_ptr<SniperScheduler> makeScheduler(NullPowerAssertion &holder, int tickMs = 3600000)
     {
         SniperScheduler::Options options;
-        options.fileUrl = file;
+        options.filePath = file;
         options.clock = [this] { return now; };
         options.tickInterval = std::chrono::milliseconds(tickMs);
         return std::make_unique<SniperScheduler>(holder, options);
@@ -519,7 +519,7 @@ TEST_F(SniperSchedulerTest, TheClosedLidKeeperHearsOfTheNextPlanAndOfRecordings)
     ClosedLidKeeper keeper(noBus, nullptr, [this] { return now; });
     keeper.setEnabled(true);
     SniperScheduler::Options options;
-    options.fileUrl = file;
+    options.filePath = file;
     options.clock = [this] { return now; };
     options.closedLidKeeper = &keeper;
     SniperScheduler scheduler(power, options);

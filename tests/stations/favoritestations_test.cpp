@@ -50,13 +50,13 @@ QString corruptPath()
 // What a fresh start would read from the default file.
 QStringList storedIds()
 {
-    return idsOf(FavoriteStations(FavoriteStations::defaultFileUrl()).list());
+    return idsOf(FavoriteStations(FavoriteStations::defaultFilePath()).list());
 }
 
 // Favourites "0", "1", ... at the default place.
 std::unique_ptr<FavoriteStations> filled(int count)
 {
-    auto favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFileUrl());
+    auto favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFilePath());
     for (int i = 0; i < count; ++i)
         favorites->add(station(QString::number(i)));
     return favorites;
@@ -67,14 +67,14 @@ std::unique_ptr<FavoriteStations> filled(int count)
 TEST(FavoriteStationsTest, SavesPrettySortedAndReadsEveryFieldBack)
 {
     TestHome home;
-    ASSERT_EQ(FavoriteStations::defaultFileUrl(), favoritesPath());
+    ASSERT_EQ(FavoriteStations::defaultFilePath(), favoritesPath());
     Station full = station("uuid-a", "Ä \"Quoted\" FM");
     full.favicon = QStringLiteral("http://127.0.0.1/logo.png");
     full.geoLat = 52.52;
     full.geoLong = -13.405;
     const Station custom = Station::custom(QStringLiteral("http://127.0.0.1:8000/live"), QStringLiteral("Mine"));
     {
-        FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+        FavoriteStations favorites(FavoriteStations::defaultFilePath());
         EXPECT_TRUE(favorites.list().isEmpty());
         EXPECT_FALSE(QDir(Paths::supportDir()).exists()) << "a missing file is not created on load";
         favorites.add(full);
@@ -87,7 +87,7 @@ TEST(FavoriteStationsTest, SavesPrettySortedAndReadsEveryFieldBack)
     const QJsonArray array { FavoriteStations::record(full), FavoriteStations::record(custom) };
     EXPECT_EQ(file, QJsonDocument(array).toJson());
 
-    FavoriteStations reloaded(FavoriteStations::defaultFileUrl());
+    FavoriteStations reloaded(FavoriteStations::defaultFilePath());
     EXPECT_EQ(reloaded.list(), (QList<Station> { full, custom }));
     EXPECT_TRUE(reloaded.isFavorite(custom.id));
     EXPECT_EQ(reloaded.indexOf(custom.id), 1);
@@ -108,7 +108,7 @@ TEST(FavoriteStationsTest, AddAndRemoveWriteOnlyOnRealChanges)
 
     favorites->add(station("1", "Renamed"));
     EXPECT_EQ(idsOf(favorites->list()), (QStringList { "0", "1", "2" }));
-    EXPECT_EQ(FavoriteStations(FavoriteStations::defaultFileUrl()).list().at(1).name, QStringLiteral("Renamed"));
+    EXPECT_EQ(FavoriteStations(FavoriteStations::defaultFilePath()).list().at(1).name, QStringLiteral("Renamed"));
 
     favorites->remove("0");
     EXPECT_FALSE(favorites->isFavorite("0"));
@@ -182,7 +182,7 @@ TEST(FavoriteStationsTest, LoadAcceptsWrappedListsDropsBadEntriesAndKeepsFirstDu
         {"stationuuid":"u3","name":"Third","url":"http://127.0.0.1/3","bitrate":"fast"},
         {"stationuuid":"u1","name":"Again","url_resolved":"http://127.0.0.1/1b"},
         {"name":"No id","url_resolved":"http://127.0.0.1/4"}]})");
-    FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+    FavoriteStations favorites(FavoriteStations::defaultFilePath());
     EXPECT_EQ(idsOf(favorites.list()), (QStringList { "u1", "u3" }));
     EXPECT_EQ(favorites.list().at(0).name, QStringLiteral("First"));
     EXPECT_EQ(favorites.ids(), (QSet<QString> { "u1", "u3" }));
@@ -204,7 +204,7 @@ TEST(FavoriteStationsTest, DamagedFileIsMovedAsideAndTheNextSaveWritesAFreshOne)
         TestHome home;
         writeFile(corruptPath(), "an older damaged file");
         writeFile(favoritesPath(), content);
-        FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+        FavoriteStations favorites(FavoriteStations::defaultFilePath());
         EXPECT_TRUE(favorites.list().isEmpty()) << content.constData();
         EXPECT_FALSE(QFile::exists(favoritesPath())) << content.constData();
         EXPECT_EQ(readFile(corruptPath()), content);
@@ -220,7 +220,7 @@ TEST(FavoriteStationsTest, FolderInPlaceOfTheFileIsMovedAside)
     // A folder in the file's place fails the read even for root.
     ASSERT_TRUE(QDir().mkpath(favoritesPath() + QStringLiteral("/inside")));
     ASSERT_TRUE(QDir().mkpath(corruptPath() + QStringLiteral("/older")));
-    FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+    FavoriteStations favorites(FavoriteStations::defaultFilePath());
     EXPECT_TRUE(favorites.list().isEmpty());
     EXPECT_TRUE(QFileInfo::exists(corruptPath() + QStringLiteral("/inside")));
     EXPECT_FALSE(QFileInfo::exists(corruptPath() + QStringLiteral("/older")));
@@ -236,7 +236,7 @@ TEST(FavoriteStationsTest, FileWithoutReadPermissionIsMovedAside)
     TestHome home;
     filled(2);
     QFile::setPermissions(favoritesPath(), QFileDevice::Permissions());
-    FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+    FavoriteStations favorites(FavoriteStations::defaultFilePath());
     EXPECT_TRUE(favorites.list().isEmpty());
     favorites.add(station("b"));
     EXPECT_EQ(storedIds(), QStringList { "b" });
