@@ -145,6 +145,7 @@ StateResult RecordingStats::sync(bool write)
     Counts stored;
     const StateResult result = m_file.access([&](const QByteArray *bytes) {
         StateFile::Access access;
+        stored = {};
         if (bytes) {
             const auto counts = decoded(*bytes);
             if (counts)

@@ -27,7 +27,6 @@ bool FileLock::open()
 {
     if (m_fd >= 0)
         return true;
-    (void)QDir().mkpath(QFileInfo(m_path).absolutePath());
     m_fd = ::open(QFile::encodeName(m_path).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     return m_fd >= 0;
 }

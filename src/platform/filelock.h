@@ -3,7 +3,7 @@
 #include <QString>
 
 // An advisory lock between processes: flock(2) on a lock file that is created when
-// missing and never deleted (deleting it would let a third process lock a new file while
+// missing (its folder is not) and never deleted (deleting it would let a third process lock a new file while
 // the second still holds the old one). The kernel lets go when the holder dies, so a
 // crash never leaves a stale lock behind.
 //

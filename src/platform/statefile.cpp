@@ -127,6 +127,17 @@ std::optional<QString> StateFile::copyAside(const QString &path, QString *error)
 
 StateResult StateFile::access(const Transaction &transaction) const
 {
+    // Reading creates nothing: without a folder there is no file and no lock to take
+    // until something is to be written.
+    const QString folder = QFileInfo(m_path).absolutePath();
+    if (!QFileInfo(folder).isDir()) {
+        if (!transaction(nullptr).write)
+            return {};
+        errno = 0;
+        if (!QDir().mkpath(folder))
+            return StateResult::failure(QStringLiteral("cannot write %1: cannot create the folder (%2)")
+                                            .arg(m_path, systemError(errno ? errno : EACCES)));
+    }
     FileLock lock(lockPath());
     // A folder we cannot create a lock file in is one nobody can write to either; reading
     // it unlocked is safe, and a write fails below with the file's own error.

@@ -53,6 +53,8 @@ public:
         // moved away). After Damage::Partly this is at least the part that was good.
         std::optional<QByteArray> write;
     };
+    // May run twice (once more after the folder was created): each run starts afresh
+    // from the bytes it is given.
     using Transaction = std::function<Access(const QByteArray *bytes)>;
 
     explicit StateFile(QString path);
