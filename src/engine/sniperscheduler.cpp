@@ -114,7 +114,7 @@ void SniperScheduler::configure(RadioRecorder &recorder, LibraryStore *library)
 
 bool SniperScheduler::runsPlans() const
 {
-    return m_recorder && m_runsPlans;
+    return m_recorder && m_runsPlans.value_or(false);
 }
 
 bool SniperScheduler::holdRunnerLock()

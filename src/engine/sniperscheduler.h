@@ -151,7 +151,7 @@ private:
     std::optional<StateFile> m_file;
     FileWatch *m_watch = nullptr;
     std::unique_ptr<FileLock> m_runnerLock;
-    bool m_runsPlans = false;
+    std::optional<bool> m_runsPlans; // unknown until the first tick of a configured scheduler
     QString m_loadProblem;
     const Clock m_clock;
     const std::chrono::milliseconds m_tickInterval;
