@@ -35,6 +35,11 @@ public:
         return ::mount("tmpfs", QFile::encodeName(m_folder).constData(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
     }
 
+    [[nodiscard]] bool makeWritable()
+    {
+        return ::mount("tmpfs", QFile::encodeName(m_folder).constData(), "tmpfs", MS_REMOUNT, nullptr) == 0;
+    }
+
     // Fills what space is left with one file, so the next write of any size fails.
     void fill()
     {
