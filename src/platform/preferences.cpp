@@ -73,6 +73,8 @@ bool looksLikeIni(const QByteArray &content)
 StateResult edit(const std::function<void(QSettings &)> &change, const std::function<bool(QSettings &)> &isDamaged)
 {
     const QString path = Paths::preferencesFile();
+    // The lock file lives beside the preferences; a write is coming, so the folder may be made now.
+    (void)QDir().mkpath(QFileInfo(path).absolutePath());
     FileLock lock(StateFile(path).lockPath());
     if (lock.lock(StateFile::kLockWaitMs) == FileLock::Result::Busy)
         return StateResult::failure(
