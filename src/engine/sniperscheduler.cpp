@@ -8,7 +8,6 @@
 #include "platform/filewatch.h"
 #include "platform/paths.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QHash>
 #include <QStandardPaths>

@@ -3,8 +3,6 @@
 #include "platform/filewatch.h"
 #include "platform/paths.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,7 +10,6 @@
 #include <QThread>
 
 #include <algorithm>
-#include <vector>
 
 namespace {
 
