@@ -102,7 +102,7 @@ TEST_F(StateFilesCliTest, ProcessesStartingTogetherOnAFreshFolderWaitForTheLibra
 {
     // An address that is no URL ends `record` right after it opened the library (exit 3);
     // a library refused as half-made would be exit 1.
-    for (int round = 0; round < 6; ++round) {
+    for (int round = 0; round < 12; ++round) {
         TestHome fresh;
         std::vector<std::unique_ptr<Child>> children;
         for (int i = 0; i < 4; ++i)
