@@ -79,9 +79,9 @@ void BM_AddNew(benchmark::State &state)
     Favorites favorites;
     const Station extra = makeStation(kFavorites);
     for (auto _ : state) {
-        favorites.stations->add(extra);
+        (void)favorites.stations->add(extra);
         state.PauseTiming();
-        favorites.stations->remove(extra.id);
+        (void)favorites.stations->remove(extra.id);
         state.ResumeTiming();
     }
 }
@@ -96,9 +96,9 @@ void BM_FirstAddAfterLoad(benchmark::State &state)
         state.PauseTiming();
         auto fresh = std::make_unique<FavoriteStations>(favorites.path());
         state.ResumeTiming();
-        fresh->add(extra);
+        (void)fresh->add(extra);
         state.PauseTiming();
-        fresh->remove(extra.id);
+        (void)fresh->remove(extra.id);
         fresh.reset();
         state.ResumeTiming();
     }
@@ -113,7 +113,7 @@ void BM_AddRefresh(benchmark::State &state)
     int round = 0;
     for (auto _ : state) {
         changed.bitrate = 128 + (++round % 2);
-        favorites.stations->add(changed);
+        (void)favorites.stations->add(changed);
     }
 }
 BENCHMARK(BM_AddRefresh)->Unit(benchmark::kMillisecond);
@@ -125,9 +125,9 @@ void BM_Remove(benchmark::State &state)
     int i = 0;
     for (auto _ : state) {
         const Station victim = favorites.stations->list().at(kFavorites / 2 + i++ % 100);
-        favorites.stations->remove(victim.id);
+        (void)favorites.stations->remove(victim.id);
         state.PauseTiming();
-        favorites.stations->add(victim);
+        (void)favorites.stations->add(victim);
         state.ResumeTiming();
     }
 }
@@ -138,7 +138,7 @@ void BM_MoveOffsets(benchmark::State &state)
 {
     Favorites favorites;
     for (auto _ : state)
-        favorites.stations->move(QList<int> { 0 }, kFavorites);
+        (void)favorites.stations->move(QList<int> { 0 }, kFavorites);
 }
 BENCHMARK(BM_MoveOffsets)->Unit(benchmark::kMillisecond);
 
@@ -150,7 +150,7 @@ void BM_MoveIds(benchmark::State &state)
     for (int i = 0; i < 10; ++i)
         dragged << makeStation(kFavorites - 1 - i * 37).id;
     for (auto _ : state)
-        favorites.stations->move(dragged, 0);
+        (void)favorites.stations->move(dragged, 0);
 }
 BENCHMARK(BM_MoveIds)->Unit(benchmark::kMillisecond);
 

@@ -79,7 +79,7 @@ void BM_TickNothingDue(benchmark::State &state)
         qFatal("%s", qPrintable(opened.message));
     NullPowerAssertion power;
     SniperScheduler::Options options;
-    options.fileUrl = path;
+    options.filePath = path;
     options.clock = [] { return kNow; };
     options.tickInterval = std::chrono::hours(1); // only the measured ticks run
     SniperScheduler scheduler(power, options);
@@ -108,7 +108,7 @@ void BM_LoadAndRollForward(benchmark::State &state)
     const QString path = folder.file(QStringLiteral("sniper_schedule.json"));
     NullPowerAssertion power;
     SniperScheduler::Options options;
-    options.fileUrl = path;
+    options.filePath = path;
     options.clock = [] { return kNow; };
     qsizetype kept = 0;
     for (auto _ : state) {

@@ -45,7 +45,7 @@ Application::Application(ApplicationOptions options, QObject *parent)
     m_context->storeBase = options.storeBase.isEmpty() ? TrackInfoLookup::storeBase() : options.storeBase;
     m_context->ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
     m_engineSettings = std::make_unique<EngineSettingsStore>();
-    m_favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFileUrl());
+    m_favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFilePath());
     m_recents = std::make_unique<RecentStations>();
     m_directory = std::make_unique<StationDirectory>(m_http, m_directoryBase);
     // The catalogue is fetched when the globe is first shown, not at start.
@@ -71,10 +71,9 @@ Application::Application(ApplicationOptions options, QObject *parent)
             [this](const ScheduledRecording &plan) { announce("schedule.notifyStarted", plan); });
     connect(m_scheduler.get(), &SniperScheduler::scheduledRecordingEnded, this,
             [this](const ScheduledRecording &plan) { announce("schedule.notifyEnded", plan); });
-    // Without a library the plans can still be seen and edited; they only record once a
-    // library is there to file their songs into.
-    if (m_library)
-        m_scheduler->configure(*m_recorder, *m_library);
+    // Without a library plans still record (and keep the computer awake); their songs
+    // stay in the radio folder unfiled.
+    m_scheduler->configure(*m_recorder, m_library.get());
 }
 
 Application::~Application()

@@ -100,6 +100,15 @@ int fail(const QString &line)
     return kExitFailure;
 }
 
+void note(const QString &line)
+{
+    if (line.isEmpty())
+        return;
+    QString single = line;
+    single.replace(QLatin1Char('\n'), QLatin1Char(' '));
+    std::fprintf(stderr, "orvida-cli: %s\n", single.toUtf8().constData());
+}
+
 void out(const QString &line)
 {
     const QByteArray bytes = line.toUtf8();

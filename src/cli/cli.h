@@ -67,6 +67,9 @@ namespace Cli {
 int usageError(const QString &usage, const QString &message = {});
 // Prints one line on stderr; returns kExitFailure.
 int fail(const QString &line);
+// One line on stderr that is no failure (damaged state that was set aside); nothing
+// when `line` is empty.
+void note(const QString &line);
 
 void out(const QString &line);          // one line on stdout, flushed
 void printJson(const QJsonValue &value); // one JSON document on stdout

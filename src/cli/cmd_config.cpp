@@ -31,7 +31,10 @@ int configCommand(CliServices &, const QStringList &args)
         const QString key = parsed->positional[0];
         if (!key.startsWith(QLatin1String("ov.")))
             return Cli::usageError(usage, QStringLiteral("preference keys start with \"ov.\""));
-        Preferences::setValue(key, parsed->positional[1]);
+        const StateResult written = Preferences::store(key, parsed->positional[1]);
+        Cli::note(written.notice);
+        if (!written)
+            return Cli::fail(written.error);
         return kExitOk;
     }
     return Cli::usageError(usage, QStringLiteral("unknown sub-command '%1'").arg(sub));

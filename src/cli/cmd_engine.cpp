@@ -75,10 +75,11 @@ int engineCommand(CliServices &, const QStringList &args)
                 return Cli::usageError(usage, QStringLiteral("--%1 takes on or off").arg(option));
             *field = *value;
         }
-        if (parsed->has(station))
-            store.setStation(parsed->value(station), s);
-        else
-            store.setGlobal(s);
+        const StateResult written
+            = parsed->has(station) ? store.setStation(parsed->value(station), s) : store.setGlobal(s);
+        Cli::note(written.notice);
+        if (!written)
+            return Cli::fail(written.error);
         return kExitOk;
     }
 
@@ -88,7 +89,10 @@ int engineCommand(CliServices &, const QStringList &args)
             return Cli::usageError(usage, error);
         if (!parsed->has(station))
             return Cli::usageError(usage, QStringLiteral("reset needs --station"));
-        store.resetStation(parsed->value(station));
+        const StateResult written = store.resetStation(parsed->value(station));
+        Cli::note(written.notice);
+        if (!written)
+            return Cli::fail(written.error);
         return kExitOk;
     }
     return Cli::usageError(usage, QStringLiteral("unknown sub-command '%1'").arg(sub));

@@ -16,7 +16,8 @@ int favoritesCommand(CliServices &, const QStringList &args)
         return Cli::usageError(usage, QStringLiteral("missing sub-command"));
     const QString sub = args.first();
     QString error;
-    FavoriteStations favorites(FavoriteStations::defaultFileUrl());
+    FavoriteStations favorites(FavoriteStations::defaultFilePath());
+    Cli::note(favorites.loadProblem());
 
     if (sub == QLatin1String("list")) {
         const auto parsed = Cli::parse(args.mid(1), {}, true, 0, 0, &error);
@@ -40,9 +41,10 @@ int favoritesCommand(CliServices &, const QStringList &args)
         if (!parsed->has(QStringLiteral("name")))
             return Cli::usageError(usage, QStringLiteral("add needs --name"));
         const Station station = Station::custom(parsed->positional[0], parsed->value(QStringLiteral("name")));
-        favorites.add(station);
-        if (!favorites.isFavorite(station.id))
-            return Cli::fail(QStringLiteral("the favourite could not be added"));
+        const StateResult added = favorites.add(station);
+        Cli::note(added.notice);
+        if (!added)
+            return Cli::fail(added.error);
         Cli::out(station.id);
         return kExitOk;
     }
@@ -53,7 +55,10 @@ int favoritesCommand(CliServices &, const QStringList &args)
         const QString id = parsed->positional[0];
         if (!favorites.isFavorite(id))
             return Cli::fail(QStringLiteral("no favourite has the id %1").arg(id));
-        favorites.remove(id);
+        const StateResult removed = favorites.remove(id);
+        Cli::note(removed.notice);
+        if (!removed)
+            return Cli::fail(removed.error);
         return kExitOk;
     }
     return Cli::usageError(usage, QStringLiteral("unknown sub-command '%1'").arg(sub));

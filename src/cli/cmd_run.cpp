@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -47,6 +48,16 @@ int runCommand(CliServices &services, const QStringList &args)
     ClosedLidKeeper lidKeeper(systemBus);
     options.closedLidKeeper = &lidKeeper;
     auto scheduler = std::make_unique<SniperScheduler>(sleepGuard, options);
+    Cli::note(scheduler->loadProblem());
+    QObject::connect(scheduler.get(), &SniperScheduler::storageProblem, [](const QString &line) { Cli::note(line); });
+    // Said once: the tick keeps trying and takes over quietly when the other one ends.
+    bool toldWaiting = false;
+    QObject::connect(scheduler.get(), &SniperScheduler::runsPlansChanged, [&toldWaiting](bool runs) {
+        if (runs || std::exchange(toldWaiting, true))
+            return;
+        Cli::note(QStringLiteral("another Orvida runs the plans of this data folder; this one records none "
+                                 "until it stops"));
+    });
     scheduler->configure(recorder, setup->library);
 
     SignalWatcher signals;

@@ -65,9 +65,10 @@ int add(SniperScheduler &scheduler, const CliArgs &args, const QString &usage)
         return Cli::fail(QStringLiteral("the window ended at %1").arg(localText(plan.end)));
     if (current)
         plan = *current;
-    scheduler.add(plan);
-    if (!scheduler.items().contains(plan))
-        return Cli::fail(QStringLiteral("the plan could not be added"));
+    const StateResult added = scheduler.add(plan);
+    Cli::note(added.notice);
+    if (!added)
+        return Cli::fail(added.error);
     Cli::out(plan.id.toString(QUuid::WithoutBraces).toUpper());
     return kExitOk;
 }
@@ -119,6 +120,7 @@ int scheduleCommand(CliServices &, const QStringList &args)
     // Not configured: it reads and writes the file, and records nothing.
     NullPowerAssertion power;
     SniperScheduler scheduler(power);
+    Cli::note(scheduler.loadProblem());
     if (sub == QLatin1String("add"))
         return add(scheduler, *parsed, usage);
     if (sub == QLatin1String("list"))
@@ -131,7 +133,10 @@ int scheduleCommand(CliServices &, const QStringList &args)
             [&](const ScheduledRecording &p) { return p.id == id; });
     if (!known)
         return Cli::fail(QStringLiteral("no plan has the id %1").arg(idText));
-    scheduler.remove(id);
+    const StateResult removed = scheduler.remove(id);
+    Cli::note(removed.notice);
+    if (!removed)
+        return Cli::fail(removed.error);
     return kExitOk;
 }
 

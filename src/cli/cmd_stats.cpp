@@ -16,6 +16,7 @@ int statsCommand(CliServices &, const QStringList &args)
     if (!parsed)
         return Cli::usageError(QString::fromLatin1(kUsage), error);
     RecordingStats stats;
+    Cli::note(stats.loadProblem());
     if (parsed->json) {
         QJsonObject o = QJsonDocument::fromJson(stats.toJson()).object();
         o.insert(QStringLiteral("today"), double(stats.todayCount()));

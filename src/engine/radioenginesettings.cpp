@@ -116,24 +116,29 @@ RadioEngineSettings RadioEngineSettings::loadGlobal()
     return fallback;
 }
 
+std::optional<QMap<QString, RadioEngineSettings>> RadioEngineSettings::decodeOverrides(const QByteArray &bytes)
+{
+    const auto object = parseObject(bytes);
+    if (!object)
+        return std::nullopt;
+    QMap<QString, RadioEngineSettings> overrides;
+    for (auto it = object->begin(); it != object->end(); ++it) {
+        if (!it.value().isObject())
+            return std::nullopt;
+        const auto record = fromJson(it.value().toObject());
+        if (!record)
+            return std::nullopt;
+        overrides.insert(it.key(), record->clamped());
+    }
+    return overrides;
+}
+
 QMap<QString, RadioEngineSettings> RadioEngineSettings::loadStationOverrides()
 {
     const auto bytes = Preferences::bytes(EnginePreferenceKeys::kStations);
     if (!bytes)
         return {};
-    const auto object = parseObject(*bytes);
-    if (!object)
-        return {};
-    QMap<QString, RadioEngineSettings> overrides;
-    for (auto it = object->begin(); it != object->end(); ++it) {
-        if (!it.value().isObject())
-            return {};
-        const auto record = fromJson(it.value().toObject());
-        if (!record)
-            return {};
-        overrides.insert(it.key(), record->clamped());
-    }
-    return overrides;
+    return decodeOverrides(*bytes).value_or(QMap<QString, RadioEngineSettings>());
 }
 
 RadioEngineSettings RadioEngineSettings::effective(const QString &stationId)

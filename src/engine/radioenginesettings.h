@@ -53,6 +53,10 @@ struct RadioEngineSettings {
     // Reads the preferences fresh on every call; safe from any thread.
     [[nodiscard]] static RadioEngineSettings effective(const QString &stationId);
 
+    // The map in "ov.engine.stations" bytes, every record clamped; absent when the bytes
+    // or a single record do not decode.
+    [[nodiscard]] static std::optional<QMap<QString, RadioEngineSettings>> decodeOverrides(const QByteArray &bytes);
+
     // The "ov.engine.stations" bytes for a map of overrides (ids in sorted order).
     [[nodiscard]] static QByteArray encodeOverrides(const QMap<QString, RadioEngineSettings> &overrides);
 

@@ -416,6 +416,24 @@ std::optional<QList<ScheduledRecording>> decode(const QByteArray &json)
     return plans;
 }
 
+std::optional<SalvagedPlans> salvage(const QByteArray &json)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(json, &error);
+    if (error.error != QJsonParseError::NoError || !doc.isArray())
+        return std::nullopt;
+    const QJsonArray array = doc.array();
+    SalvagedPlans salvaged;
+    salvaged.plans.reserve(array.size());
+    for (const QJsonValue &value : array) {
+        if (auto plan = planFrom(value))
+            salvaged.plans.append(std::move(*plan));
+        else
+            ++salvaged.dropped;
+    }
+    return salvaged;
+}
+
 std::optional<ScheduledRecording> advanced(
     const ScheduledRecording &plan, const QDateTime &after, const QTimeZone &zone)
 {

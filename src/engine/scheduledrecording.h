@@ -73,6 +73,14 @@ namespace Schedule {
 // fails the whole document, as does anything that is not an array of objects.
 [[nodiscard]] std::optional<QList<ScheduledRecording>> decode(const QByteArray &json);
 
+// What a damaged file still holds: every element that decodes on its own, and how many
+// did not. Absent when the document is not a JSON array at all.
+struct SalvagedPlans {
+    QList<ScheduledRecording> plans;
+    qsizetype dropped = 0;
+};
+[[nodiscard]] std::optional<SalvagedPlans> salvage(const QByteArray &json);
+
 // The window of a repeating plan that is next still to end after `after`: the plan itself
 // while its end is later, else its start and end moved by whole days (one or seven) in
 // local time, so 20:00 stays 20:00 across a daylight-saving change. Windows missed

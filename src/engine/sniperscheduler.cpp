@@ -4,22 +4,18 @@
 #include "engine/powerassertion.h"
 #include "engine/radiorecorder.h"
 #include "library/librarystore.h"
-#include "platform/atomicfile.h"
+#include "platform/filelock.h"
+#include "platform/filewatch.h"
 #include "platform/paths.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QHash>
-#include <QLockFile>
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
 
-#include <sys/stat.h>
 
 namespace {
-
-constexpr int kLockWaitMs = 2000;
 
 // Three-way merge by id of our plans with the file's, against what the file held when we
 // last saw it. A plan on one side only was added there, or removed on the other side
@@ -63,11 +59,16 @@ SniperScheduler::SniperScheduler(PowerAssertion &power, QObject *parent)
 SniperScheduler::SniperScheduler(PowerAssertion &power, Options options, QObject *parent)
     : QObject(parent)
     , m_power(power)
-    , m_fileUrl(std::move(options.fileUrl))
+    , m_filePath(std::move(options.filePath))
     , m_clock(std::move(options.clock))
     , m_tickInterval(options.tickInterval)
     , m_lidKeeper(options.closedLidKeeper)
 {
+    if (m_filePath) {
+        m_file.emplace(*m_filePath);
+        m_watch = new FileWatch(*m_filePath, this);
+        connect(m_watch, &FileWatch::changed, this, &SniperScheduler::syncFromDisk);
+    }
     load();
 }
 
@@ -77,23 +78,28 @@ SniperScheduler::~SniperScheduler()
         m_power.release();
 }
 
-std::optional<QString> SniperScheduler::defaultFileUrl()
+std::optional<QString> SniperScheduler::defaultFilePath()
 {
     if (QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation).isEmpty())
         return std::nullopt;
     return Paths::supportFile(QStringLiteral("sniper_schedule.json"));
 }
 
-void SniperScheduler::configure(RadioRecorder &recorder, LibraryStore &library)
+void SniperScheduler::configure(RadioRecorder &recorder, LibraryStore *library)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     if (m_recorder)
         m_recorder->disconnect(this);
     m_recorder = &recorder;
-    m_library = &library;
+    m_library = library;
     connect(&recorder, &RadioRecorder::sessionsChanged, this, &SniperScheduler::updatePowerAssertion);
     if (m_timer)
         return;
+    if (m_filePath) {
+        const QFileInfo info(*m_filePath);
+        m_runnerLock = std::make_unique<FileLock>(
+            info.absolutePath() + QStringLiteral("/.") + info.completeBaseName() + QStringLiteral(".runner.lock"));
+    }
     m_timer = new QTimer(this);
     m_timer->setInterval(m_tickInterval);
     connect(m_timer, &QTimer::timeout, this, &SniperScheduler::tick);
@@ -103,6 +109,26 @@ void SniperScheduler::configure(RadioRecorder &recorder, LibraryStore &library)
         m_lidKeeper->reconcileAtLaunch();
     }
     tick();
+}
+
+bool SniperScheduler::runsPlans() const
+{
+    return m_recorder && m_runsPlans.value_or(false);
+}
+
+bool SniperScheduler::holdRunnerLock()
+{
+    // Plans in memory only belong to no folder; nobody else can run them.
+    bool held = true;
+    if (m_runnerLock) {
+        // A folder where no lock file can be made is one nobody else can lock either.
+        held = m_runnerLock->tryLock() != FileLock::Result::Busy;
+    }
+    if (held != m_runsPlans) {
+        m_runsPlans = held;
+        Q_EMIT runsPlansChanged(held);
+    }
+    return held;
 }
 
 QList<ScheduledRecording> SniperScheduler::items(const QString &stationId) const
@@ -115,34 +141,38 @@ QList<ScheduledRecording> SniperScheduler::items(const QString &stationId) const
     return result;
 }
 
-void SniperScheduler::add(const ScheduledRecording &plan)
+StateResult SniperScheduler::add(const ScheduledRecording &plan)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     QList<ScheduledRecording> items = m_items;
     items.append(plan);
     Schedule::sortByStart(items);
-    setItems(std::move(items));
-    save();
+    StateResult written = commit(std::move(items));
+    if (!written)
+        return written;
     updatePowerAssertion();
     if (m_lidKeeper)
         m_lidKeeper->scheduleAdded();
+    return written;
 }
 
-void SniperScheduler::remove(const ScheduledRecording &plan)
+StateResult SniperScheduler::remove(const ScheduledRecording &plan)
 {
-    remove(plan.id);
+    return remove(plan.id);
 }
 
-void SniperScheduler::remove(const QUuid &id)
+StateResult SniperScheduler::remove(const QUuid &id)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     QList<ScheduledRecording> items = m_items;
     items.removeIf([&](const ScheduledRecording &p) { return p.id == id; });
+    StateResult written = commit(std::move(items));
+    if (!written)
+        return written;
     // A recording the user keeps after dropping its plan is no longer the plan's.
     m_announced.remove(id);
-    setItems(std::move(items));
-    save();
     updatePowerAssertion();
+    return written;
 }
 
 void SniperScheduler::replace(const ScheduledRecording &old, const ScheduledRecording &with)
@@ -154,8 +184,7 @@ void SniperScheduler::replace(const ScheduledRecording &old, const ScheduledReco
     QList<ScheduledRecording> items = m_items;
     items[it - m_items.cbegin()] = with;
     Schedule::sortByStart(items);
-    setItems(std::move(items));
-    save();
+    (void)commit(std::move(items)); // reported; the next tick tries again
 }
 
 void SniperScheduler::tick()
@@ -164,6 +193,11 @@ void SniperScheduler::tick()
     if (!m_recorder)
         return;
     syncFromDisk();
+    // Another Orvida on this data folder runs the plans; this one only shows them.
+    if (!holdRunnerLock()) {
+        updatePowerAssertion();
+        return;
+    }
     const QDateTime now = m_clock().toUTC();
     // Removing and replacing reorder the list; walk what it was.
     const QList<ScheduledRecording> snapshot = m_items;
@@ -171,7 +205,7 @@ void SniperScheduler::tick()
     for (qsizetype i = 0; i < snapshot.size(); ++i) {
         const ScheduledRecording &plan = snapshot[i];
         if (!stations[i]) {
-            remove(plan);
+            (void)remove(plan); // reported; the next tick tries again
         } else if (now >= plan.end) {
             const Station &station = *stations[i];
             // Also ends a recording of the station the user started by hand.
@@ -182,7 +216,7 @@ void SniperScheduler::tick()
             if (const auto next = advanced(plan, now))
                 replace(plan, *next);
             else
-                remove(plan);
+                (void)remove(plan);
         } else if (now >= plan.start) {
             const Station &station = *stations[i];
             // A recording that ended on its own inside its window starts again here.
@@ -195,11 +229,12 @@ void SniperScheduler::tick()
 
 void SniperScheduler::startScheduled(const ScheduledRecording &plan, const Station &station)
 {
-    if (!m_recorder || !m_library)
+    if (!m_recorder)
         return;
     const std::optional<QString> fullShowTitle
         = plan.mode == ScheduledRecording::Mode::FullShow ? std::optional<QString>(plan.showTitle()) : std::nullopt;
-    // Saved songs arrive on this thread (the session hands them over here).
+    // Saved songs arrive on this thread (the session hands them over here). Without a
+    // library they stay in the radio folder unfiled.
     QPointer<LibraryStore> library = m_library;
     const bool started = m_recorder->start(station, fullShowTitle, [library](const Track &track) {
         if (library)
@@ -237,67 +272,111 @@ void SniperScheduler::feedLidKeeper(bool recording)
 
 void SniperScheduler::load()
 {
-    if (!m_fileUrl)
+    if (!m_file)
         return;
-    m_diskState = diskState();
-    const std::optional<QByteArray> bytes = AtomicFile::read(*m_fileUrl);
-    m_onDisk = bytes ? Schedule::decode(*bytes).value_or(QList<ScheduledRecording>()) : QList<ScheduledRecording>();
-    m_items = Schedule::rolledForward(m_onDisk, m_clock().toUTC());
+    QList<ScheduledRecording> loaded;
+    const StateResult result = access(
+        [&](const QList<ScheduledRecording> &theirs, bool) -> std::optional<QList<ScheduledRecording>> {
+            QList<ScheduledRecording> rolled = Schedule::rolledForward(theirs, m_clock().toUTC());
+            if (rolled == theirs)
+                return std::nullopt;
+            return rolled;
+        },
+        &loaded);
+    m_loadProblem = result.ok ? result.notice : result.error;
+    // A file that could not be read keeps nothing of ours; what we show starts empty.
+    m_items = Schedule::rolledForward(loaded, m_clock().toUTC());
     m_itemStationsStale = true;
-    if (m_items != m_onDisk)
-        save();
 }
 
-void SniperScheduler::save()
+StateResult SniperScheduler::commit(QList<ScheduledRecording> items)
 {
-    if (!m_fileUrl)
-        return;
-    const QString folder = QFileInfo(*m_fileUrl).absolutePath();
-    if (!QDir().mkpath(folder))
-        return;
-    QLockFile lock(folder + QStringLiteral("/.") + QFileInfo(*m_fileUrl).fileName() + QStringLiteral(".lock"));
-    // A writer that holds the lock longer than this is stuck; writing anyway beats never.
-    (void)lock.tryLock(kLockWaitMs);
-    syncFromDisk();
-    if (AtomicFile::write(*m_fileUrl, Schedule::encode(m_items))) {
-        m_onDisk = m_items;
-        m_diskState = diskState();
-    }
-}
-
-bool SniperScheduler::syncFromDisk()
-{
-    if (!m_fileUrl)
-        return false;
-    const DiskState state = diskState();
-    if (state == m_diskState)
-        return false;
-    m_diskState = state;
-    const std::optional<QByteArray> bytes = state.exists ? AtomicFile::read(*m_fileUrl) : std::nullopt;
-    std::optional<QList<ScheduledRecording>> theirs = bytes ? Schedule::decode(*bytes) : std::nullopt;
-    if (!theirs) {
-        // Gone or damaged: it holds nothing of ours any more, and whatever is written there
-        // next is all new to us. Our own plans stay and go back in with the next save.
-        m_onDisk.clear();
-        return false;
-    }
-    QList<ScheduledRecording> items = merged(m_onDisk, m_items, *theirs);
-    m_onDisk = std::move(*theirs);
-    if (items == m_items)
-        return false;
-    setItems(std::move(items));
-    return true;
-}
-
-SniperScheduler::DiskState SniperScheduler::diskState() const
-{
-    struct stat info { };
-    if (!m_fileUrl || ::stat(QFile::encodeName(*m_fileUrl).constData(), &info) != 0)
+    if (!m_file) {
+        setItems(std::move(items));
         return {};
-    // Atomic replacement gives every write a new inode, so a rewrite within the clock's
-    // granularity and of the same size is still seen.
-    return { true, qint64(info.st_size), qint64(info.st_ino),
-        qint64(info.st_mtim.tv_sec) * 1000000000LL + qint64(info.st_mtim.tv_nsec) };
+    }
+    QList<ScheduledRecording> stored;
+    StateResult result = access(
+        [&](const QList<ScheduledRecording> &theirs, bool known) -> std::optional<QList<ScheduledRecording>> {
+            // A file that is gone or was damaged holds nothing we saw: all of ours is new.
+            return merged(known ? m_onDisk : QList<ScheduledRecording>(), items, theirs);
+        },
+        &stored);
+    if (result)
+        setItems(std::move(stored));
+    return reported(std::move(result));
+}
+
+void SniperScheduler::syncFromDisk()
+{
+    if (!m_file || (m_watch && !m_watch->hasChanged()))
+        return;
+    const QList<ScheduledRecording> base = m_onDisk;
+    bool known = false;
+    QList<ScheduledRecording> theirs;
+    const StateResult result = reported(access(
+        [&](const QList<ScheduledRecording> &, bool readable) -> std::optional<QList<ScheduledRecording>> {
+            known = readable;
+            return std::nullopt;
+        },
+        &theirs));
+    // Gone or damaged: ours stay, and go back in with the next write.
+    if (result && known)
+        setItems(merged(base, m_items, theirs));
+}
+
+StateResult SniperScheduler::access(
+    const std::function<std::optional<QList<ScheduledRecording>>(const QList<ScheduledRecording> &, bool)> &next,
+    QList<ScheduledRecording> *result)
+{
+    std::optional<QByteArray> written;
+    QList<ScheduledRecording> onDisk;
+    bool known = false;
+    const StateResult outcome = m_file->access([&](const QByteArray *bytes) {
+        StateFile::Access access;
+        QList<ScheduledRecording> theirs;
+        if (bytes && m_onDiskBytes && *bytes == *m_onDiskBytes) {
+            theirs = m_onDisk;
+            known = true;
+        } else if (bytes) {
+            if (auto salvaged = Schedule::salvage(*bytes)) {
+                theirs = std::move(salvaged->plans);
+                known = true;
+                if (salvaged->dropped > 0)
+                    access.damage = StateFile::Damage::Partly;
+            } else {
+                access.damage = StateFile::Damage::Whole;
+            }
+        }
+        onDisk = theirs;
+        written = bytes && access.damage == StateFile::Damage::None ? std::optional(*bytes) : std::nullopt;
+        std::optional<QList<ScheduledRecording>> content = next(theirs, known);
+        if (!content && access.damage == StateFile::Damage::Partly)
+            content = theirs; // the good plans go back without the bad ones
+        if (content) {
+            access.write = Schedule::encode(*content);
+            written = access.write;
+            onDisk = *content;
+        }
+        return access;
+    });
+    if (outcome) {
+        m_onDisk = onDisk;
+        m_onDiskBytes = written;
+        *result = onDisk;
+    }
+    if (m_watch)
+        m_watch->noteCurrent();
+    return outcome;
+}
+
+StateResult SniperScheduler::reported(StateResult result)
+{
+    if (!result.notice.isEmpty())
+        Q_EMIT storageProblem(result.notice);
+    if (!result.ok)
+        Q_EMIT storageProblem(result.error);
+    return result;
 }
 
 void SniperScheduler::setItems(QList<ScheduledRecording> items)

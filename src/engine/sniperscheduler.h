@@ -3,6 +3,7 @@
 #include "engine/radiorecorder.h"
 #include "engine/scheduledrecording.h"
 #include "library/librarystore.h"
+#include "platform/statefile.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -14,10 +15,13 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 
 class PowerAssertion;
 class ClosedLidKeeper;
+class FileLock;
+class FileWatch;
 class QTimer;
 
 // The user's planned recordings: kept in "sniper_schedule.json", started and stopped by a
@@ -26,11 +30,17 @@ class QTimer;
 //
 // Lives on the GUI thread (in orvida-cli: the main thread); the tick's timer fires there.
 //
-// Another process (orvida-cli beside the window) may change the file at any time. Before
-// every write, and at every tick, a file that changed on disk since we last read or wrote
-// it is read again and merged by plan id against what we last saw there: plans the other
+// Another process (orvida-cli beside the window) may change the file at any time. Every
+// write, and every look after the file changed on disk, reads it under its lock
+// (StateFile) and merges it by plan id against what we last saw there: plans the other
 // side added or changed come in, plans it removed go, and our own changes win where both
-// changed the same plan. Writers take a lock file so two of them cannot interleave.
+// changed the same plan. A plan that does not decode drops only itself; the file as it
+// was is set aside (numbered "sniper_schedule.corrupt.json") and that is reported once.
+//
+// One scheduler per data folder runs the plans: the first configured one takes the lock
+// ".sniper_schedule.runner.lock" beside the file and keeps it for its life. Another one
+// (the window beside `orvida-cli run`) edits plans as usual but records nothing; it tries
+// for the lock at every tick and takes over when the first one goes.
 class SniperScheduler : public QObject {
     Q_OBJECT
 
@@ -39,7 +49,7 @@ public:
 
     struct Options {
         // Absent: the plans live in memory only.
-        std::optional<QString> fileUrl = defaultFileUrl();
+        std::optional<QString> filePath = defaultFilePath();
         Clock clock = [] { return QDateTime::currentDateTimeUtc(); };
         std::chrono::milliseconds tickInterval { 20000 };
         // Told about recordings and the next plan, so it can keep the lid switch while
@@ -47,29 +57,41 @@ public:
         ClosedLidKeeper *closedLidKeeper = nullptr;
     };
 
-    // Loads the file: unreadable means no plans, without a word; passed windows are moved
-    // on or dropped, and the file is rewritten when that changed anything.
+    // Loads the file: passed windows are moved on or dropped, and the file is rewritten
+    // when that changed anything. What had to be set aside is in loadProblem().
     explicit SniperScheduler(PowerAssertion &power, QObject *parent = nullptr);
     SniperScheduler(PowerAssertion &power, Options options, QObject *parent = nullptr);
     // Lets go of the power assertion.
     ~SniperScheduler() override;
 
     // "sniper_schedule.json" in the support folder; absent when there is no data location.
-    [[nodiscard]] static std::optional<QString> defaultFileUrl();
+    [[nodiscard]] static std::optional<QString> defaultFilePath();
 
-    // Once, at start: from here on the tick runs and plans are recorded into `library`.
-    // A second call only swaps the two.
-    void configure(RadioRecorder &recorder, LibraryStore &library);
-    [[nodiscard]] bool isConfigured() const { return m_recorder && m_library; }
+    // Once, at start: from here on the tick runs and the songs of plans are filed into
+    // `library`. Without a library (it failed to open) plans still record and hold the
+    // power assertion; their songs stay in the radio folder, unfiled, where an import
+    // finds them. A second call only swaps the two.
+    void configure(RadioRecorder &recorder, LibraryStore *library);
+    void configure(RadioRecorder &recorder, LibraryStore &library) { configure(recorder, &library); }
+    [[nodiscard]] bool isConfigured() const { return !m_recorder.isNull(); }
+
+    // Whether this scheduler runs the plans of its data folder (configured, and no other
+    // process does).
+    [[nodiscard]] bool runsPlans() const;
+    // What loading had to report (damaged plans set aside, an unreadable file); empty
+    // when nothing.
+    [[nodiscard]] const QString &loadProblem() const { return m_loadProblem; }
 
     // Sorted by start.
     [[nodiscard]] const QList<ScheduledRecording> &items() const { return m_items; }
     [[nodiscard]] QList<ScheduledRecording> items(const QString &stationId) const;
 
-    void add(const ScheduledRecording &plan);
+    // Each change is merged into the file and written at once. Failed: the plans stay as
+    // they were and the result says why (also sent as storageProblem()).
+    [[nodiscard]] StateResult add(const ScheduledRecording &plan);
     // Removes every plan with the plan's id.
-    void remove(const ScheduledRecording &plan);
-    void remove(const QUuid &id);
+    [[nodiscard]] StateResult remove(const ScheduledRecording &plan);
+    [[nodiscard]] StateResult remove(const QUuid &id);
 
     // The periodic check: starts plans whose window is open, stops and rolls forward
     // those whose window has passed, drops plans whose station data is unusable.
@@ -95,23 +117,28 @@ Q_SIGNALS:
     void scheduledRecordingStarted(const ScheduledRecording &plan);
     // The window of an announced start has passed (its recording is stopped by then).
     void scheduledRecordingEnded(const ScheduledRecording &plan);
+    // runsPlans() changed: false while another Orvida on this data folder runs the plans.
+    void runsPlansChanged(bool runsPlans);
+    // A write failed, or damaged plans were set aside: one line naming the file.
+    void storageProblem(const QString &message);
 
 private:
-    struct DiskState {
-        bool exists = false;
-        qint64 size = 0;
-        qint64 inode = 0;
-        qint64 mtimeNs = 0;
-        friend bool operator==(const DiskState &, const DiskState &) = default;
-    };
-
     void replace(const ScheduledRecording &old, const ScheduledRecording &with);
     void startScheduled(const ScheduledRecording &plan, const Station &station);
     void load();
-    void save();
-    // Takes in what another process changed in the file; true when that changed items.
-    bool syncFromDisk();
-    [[nodiscard]] DiskState diskState() const;
+    // Merges `items` (our intended plans) into the file and writes; on success they,
+    // merged with the other side's changes, become the items.
+    StateResult commit(QList<ScheduledRecording> items);
+    // Takes in what another process changed in the file.
+    void syncFromDisk();
+    // Reads the file under its lock; `next` gives the content to write for what was read
+    // (absent: write nothing unless damaged plans must be dropped from the file).
+    StateResult access(const std::function<std::optional<QList<ScheduledRecording>>(
+                           const QList<ScheduledRecording> &theirs, bool known)> &next,
+        QList<ScheduledRecording> *result);
+    // Tries for the runner lock; true while held.
+    bool holdRunnerLock();
+    StateResult reported(StateResult result);
     void setItems(QList<ScheduledRecording> items);
     void feedLidKeeper(bool recording);
     // plan.station() of every item, in item order. The directory's builder costs
@@ -120,15 +147,20 @@ private:
     const QList<std::optional<Station>> &itemStations();
 
     PowerAssertion &m_power;
-    const std::optional<QString> m_fileUrl;
+    const std::optional<QString> m_filePath;
+    std::optional<StateFile> m_file;
+    FileWatch *m_watch = nullptr;
+    std::unique_ptr<FileLock> m_runnerLock;
+    std::optional<bool> m_runsPlans; // unknown until the first tick of a configured scheduler
+    QString m_loadProblem;
     const Clock m_clock;
     const std::chrono::milliseconds m_tickInterval;
     ClosedLidKeeper *const m_lidKeeper;
 
     QList<ScheduledRecording> m_items;
-    // The plans as the file held them when we last read or wrote it, and how it looked.
+    // The plans as the file held them when we last read or wrote it, and its bytes then.
     QList<ScheduledRecording> m_onDisk;
-    DiskState m_diskState;
+    std::optional<QByteArray> m_onDiskBytes;
 
     struct KnownStation {
         ScheduledRecording plan; // the fields it was built from

@@ -56,17 +56,30 @@ constexpr std::array<const char *, kCurrentVersion> kSteps = {
 
 bool migrate(SqliteDb &db, int fromVersion, int toVersion, QString *error)
 {
-    if (fromVersion < 0 || toVersion > kCurrentVersion || fromVersion > toVersion) {
-        *error = QStringLiteral("no migration from version %1 to %2").arg(fromVersion).arg(toVersion);
-        return false;
-    }
-    if (fromVersion == toVersion)
+    if (fromVersion == toVersion && fromVersion >= 0 && toVersion <= kCurrentVersion)
         return true;
     ScopedTransaction transaction(db);
     if (!transaction.isActive()) {
         *error = db.errorMessage();
         return false;
     }
+    if (!applySteps(db, fromVersion, toVersion, error))
+        return false;
+    if (!transaction.commit()) {
+        *error = db.errorMessage();
+        return false;
+    }
+    return true;
+}
+
+bool applySteps(SqliteDb &db, int fromVersion, int toVersion, QString *error)
+{
+    if (fromVersion < 0 || toVersion > kCurrentVersion || fromVersion > toVersion) {
+        *error = QStringLiteral("no migration from version %1 to %2").arg(fromVersion).arg(toVersion);
+        return false;
+    }
+    if (fromVersion == toVersion)
+        return true;
     if (fromVersion == 0 && !db.exec(QByteArray("PRAGMA application_id = " + QByteArray::number(kApplicationId)).constData())) {
         *error = db.errorMessage();
         return false;
@@ -78,10 +91,6 @@ bool migrate(SqliteDb &db, int fromVersion, int toVersion, QString *error)
         }
     }
     if (!db.exec(QByteArray("PRAGMA user_version = " + QByteArray::number(toVersion)).constData())) {
-        *error = db.errorMessage();
-        return false;
-    }
-    if (!transaction.commit()) {
         *error = db.errorMessage();
         return false;
     }

@@ -23,4 +23,8 @@ inline constexpr int kApplicationId = 0x4f72764c;
 // keeps its old version and `error` says which step failed and why.
 [[nodiscard]] bool migrate(SqliteDb &db, int fromVersion, int toVersion, QString *error);
 
+// The same steps inside a transaction the caller holds (and commits or rolls back): for
+// a caller that must read the version under the same write lock it migrates under.
+[[nodiscard]] bool applySteps(SqliteDb &db, int fromVersion, int toVersion, QString *error);
+
 } // namespace LibrarySchema

@@ -132,6 +132,36 @@ LibraryOpenResult probeFailure(const SqliteDb &db, const QString &path)
     }
 }
 
+// Reads the file's version and checks that it is one of our libraries of a version we
+// know; absent with `refused` set otherwise.
+std::optional<qint64> probe(SqliteDb &db, const QString &path, std::optional<LibraryOpenResult> *refused)
+{
+    const std::optional<qint64> version = db.queryInt("PRAGMA user_version");
+    const std::optional<qint64> applicationId = version ? db.queryInt("PRAGMA application_id") : std::nullopt;
+    const std::optional<qint64> objectCount
+        = applicationId ? db.queryInt("SELECT count(*) FROM sqlite_schema") : std::nullopt;
+    if (!version || !applicationId || !objectCount) {
+        *refused = probeFailure(db, path);
+        return std::nullopt;
+    }
+    if ((*applicationId != 0 && *applicationId != LibrarySchema::kApplicationId)
+        || (*version == 0 && *objectCount > 0)) {
+        *refused = openFailure(LibraryOpenError::NotALibrary,
+            QStringLiteral("%1 belongs to another program, not Orvida; the file was left as it is").arg(path));
+        return std::nullopt;
+    }
+    if (*version > LibrarySchema::kCurrentVersion) {
+        *refused = openFailure(LibraryOpenError::NewerVersion,
+            QStringLiteral("%1 was written by a newer version of Orvida (library version %2, this "
+                           "version knows up to %3); the file was left as it is")
+                .arg(path)
+                .arg(*version)
+                .arg(LibrarySchema::kCurrentVersion));
+        return std::nullopt;
+    }
+    return version;
+}
+
 } // namespace
 
 QString LibraryStore::defaultPath()
@@ -161,36 +191,40 @@ LibraryOpenResult LibraryStore::open(const QString &path, const Options &options
     sqlite3_busy_timeout(db->handle(), options.busyTimeoutMs);
 
     // Read-only probes first: nothing may be written before we know the file is ours and
-    // of a version we understand.
-    const std::optional<qint64> version = db->queryInt("PRAGMA user_version");
-    if (!version)
+    // of a version we understand. They run in one read transaction so that they see one
+    // state of the file, not a version from before another process's creation and a
+    // table count from after it.
+    if (!db->exec("BEGIN"))
         return probeFailure(*db, path);
-    const std::optional<qint64> applicationId = db->queryInt("PRAGMA application_id");
-    const std::optional<qint64> objectCount = db->queryInt("SELECT count(*) FROM sqlite_schema");
-    if (!applicationId || !objectCount)
-        return probeFailure(*db, path);
-    if ((*applicationId != 0 && *applicationId != LibrarySchema::kApplicationId)
-        || (*version == 0 && *objectCount > 0))
-        return openFailure(LibraryOpenError::NotALibrary,
-                           QStringLiteral("%1 belongs to another program, not Orvida; the file was left as it is")
-                               .arg(path));
-    if (*version > LibrarySchema::kCurrentVersion)
-        return openFailure(LibraryOpenError::NewerVersion,
-                           QStringLiteral("%1 was written by a newer version of Orvida (library version %2, this "
-                                          "version knows up to %3); the file was left as it is")
-                               .arg(path)
-                               .arg(*version)
-                               .arg(LibrarySchema::kCurrentVersion));
+    std::optional<LibraryOpenResult> refused;
+    const std::optional<qint64> version = probe(*db, path, &refused);
+    (void)db->exec("ROLLBACK");
+    if (refused)
+        return std::move(*refused);
 
-    QString migrationError;
-    if (!LibrarySchema::migrate(*db, int(*version), LibrarySchema::kCurrentVersion, &migrationError)) {
-        if (db->errorCode() == SQLITE_BUSY)
+    if (*version < LibrarySchema::kCurrentVersion) {
+        // Two processes starting on a fresh folder both find version 0. The write lock
+        // makes one of them wait here until the other has created or updated the file;
+        // looking again under it, the second finds the work done.
+        ScopedTransaction transaction(*db);
+        if (!transaction.isActive())
             return probeFailure(*db, path);
-        return openFailure(LibraryOpenError::MigrationFailed,
-                           QStringLiteral("cannot update %1 from library version %2 (%3); the file was left as it is")
-                               .arg(path)
-                               .arg(*version)
-                               .arg(migrationError));
+        const std::optional<qint64> current = probe(*db, path, &refused);
+        if (refused)
+            return std::move(*refused);
+        QString migrationError;
+        if (!LibrarySchema::applySteps(*db, int(*current), LibrarySchema::kCurrentVersion, &migrationError)
+            || !transaction.commit()) {
+            if (db->errorCode() == SQLITE_BUSY)
+                return probeFailure(*db, path);
+            if (migrationError.isEmpty())
+                migrationError = db->errorMessage();
+            return openFailure(LibraryOpenError::MigrationFailed,
+                QStringLiteral("cannot update %1 from library version %2 (%3); the file was left as it is")
+                    .arg(path)
+                    .arg(*current)
+                    .arg(migrationError));
+        }
     }
 
     // WAL lets orvida-cli read while the application writes. NORMAL synchronisation in WAL

@@ -1,10 +1,8 @@
 #include "stations/favoritestations.h"
 
-#include "platform/atomicfile.h"
+#include "platform/filewatch.h"
 #include "platform/paths.h"
 
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,7 +10,6 @@
 #include <QThread>
 
 #include <algorithm>
-#include <vector>
 
 namespace {
 
@@ -49,14 +46,25 @@ QByteArray encodedElement(const Station &station)
 
 } // namespace
 
-FavoriteStations::FavoriteStations(std::optional<QString> fileUrl, QObject *parent)
+FavoriteStations::FavoriteStations(std::optional<QString> filePath, QObject *parent)
     : QObject(parent)
-    , m_fileUrl(std::move(fileUrl))
+    , m_filePath(std::move(filePath))
 {
-    load();
+    if (!m_filePath)
+        return;
+    m_file.emplace(*m_filePath);
+    m_watch = new FileWatch(*m_filePath, this);
+    connect(m_watch, &FileWatch::changed, this, &FavoriteStations::reload);
+    const StateResult loaded = change([](QList<Station> &) { return false; });
+    m_loadProblem = loaded.ok ? loaded.notice : loaded.error;
+    // Encoded now rather than on the first change, which the user would wait for.
+    for (const Station &s : m_list)
+        m_encoded.insert(s.id, { s, encodedElement(s) });
 }
 
-std::optional<QString> FavoriteStations::defaultFileUrl()
+FavoriteStations::~FavoriteStations() = default;
+
+std::optional<QString> FavoriteStations::defaultFilePath()
 {
     if (QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation).isEmpty())
         return std::nullopt;
@@ -71,70 +79,71 @@ std::optional<qsizetype> FavoriteStations::indexOf(const QString &stationId) con
     return it - m_list.cbegin();
 }
 
-void FavoriteStations::add(const Station &station)
+StateResult FavoriteStations::add(const Station &station)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    if (const auto index = indexOf(station.id)) {
-        if (m_list.at(*index) == station)
-            return;
-        m_list[*index] = station;
-    } else {
-        m_list.append(station);
-        m_ids.insert(station.id);
-    }
-    save();
-    Q_EMIT changed();
+    return change([&](QList<Station> &list) {
+        const auto it = std::find_if(list.begin(), list.end(), [&](const Station &s) { return s.id == station.id; });
+        if (it == list.end()) {
+            list.append(station);
+            return true;
+        }
+        if (*it == station)
+            return false;
+        *it = station;
+        return true;
+    });
 }
 
-void FavoriteStations::remove(const QString &stationId)
+StateResult FavoriteStations::remove(const QString &stationId)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    if (!m_ids.contains(stationId))
-        return;
-    m_list.removeIf([&](const Station &s) { return s.id == stationId; });
-    m_ids.remove(stationId);
     m_encoded.remove(stationId);
-    save();
-    Q_EMIT changed();
+    return change([&](QList<Station> &list) {
+        return list.removeIf([&](const Station &s) { return s.id == stationId; }) > 0;
+    });
 }
 
-void FavoriteStations::move(const QList<int> &fromOffsets, int toOffset)
+StateResult FavoriteStations::move(const QList<int> &fromOffsets, int toOffset)
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    // Positions are ours; the file may have changed since the user saw them. The move is
+    // carried over by identity: these stations go before the first station that stays
+    // and was at or after the destination, or to the end.
     const qsizetype count = m_list.size();
-    std::vector<bool> moving(size_t(count), false);
+    QSet<QString> moving;
     for (const int offset : fromOffsets) {
         if (offset >= 0 && offset < count)
-            moving[size_t(offset)] = true;
+            moving.insert(m_list.at(offset).id);
     }
-    // The destination counts positions in the list before the moved stations are taken out.
-    const qsizetype destination = std::clamp<qsizetype>(toOffset, 0, count);
-    QList<Station> kept;
-    QList<Station> moved;
-    qsizetype insertAt = 0;
-    for (qsizetype i = 0; i < count; ++i) {
-        if (moving[size_t(i)]) {
-            moved.append(m_list.at(i));
-        } else {
-            kept.append(m_list.at(i));
-            if (i < destination)
-                ++insertAt;
+    std::optional<QString> before;
+    for (qsizetype i = std::clamp<qsizetype>(toOffset, 0, count); i < count; ++i) {
+        if (!moving.contains(m_list.at(i).id)) {
+            before = m_list.at(i).id;
+            break;
         }
     }
-    QList<Station> reordered;
-    reordered.reserve(count);
-    reordered.append(kept.mid(0, insertAt));
-    reordered.append(moved);
-    reordered.append(kept.mid(insertAt));
-
-    const bool differs = reordered != m_list;
-    m_list = std::move(reordered);
-    save();
-    if (differs)
-        Q_EMIT changed();
+    return change([&](QList<Station> &list) {
+        QList<Station> kept;
+        QList<Station> moved;
+        for (const Station &s : std::as_const(list))
+            (moving.contains(s.id) ? moved : kept).append(s);
+        qsizetype insertAt = kept.size();
+        if (before) {
+            const auto it = std::find_if(kept.cbegin(), kept.cend(), [&](const Station &s) { return s.id == *before; });
+            insertAt = it - kept.cbegin();
+        }
+        QList<Station> reordered;
+        reordered.reserve(list.size());
+        reordered.append(kept.mid(0, insertAt));
+        reordered.append(moved);
+        reordered.append(kept.mid(insertAt));
+        list = std::move(reordered);
+        return true; // a move always saves
+    });
 }
 
-void FavoriteStations::move(const QStringList &stationIds, int toOffset)
+StateResult FavoriteStations::move(const QStringList &stationIds, int toOffset)
 {
     const QSet<QString> wanted(stationIds.cbegin(), stationIds.cend());
     QList<int> offsets;
@@ -142,7 +151,14 @@ void FavoriteStations::move(const QStringList &stationIds, int toOffset)
         if (wanted.contains(m_list.at(i).id))
             offsets.append(int(i));
     }
-    move(offsets, toOffset);
+    return move(offsets, toOffset);
+}
+
+void FavoriteStations::reload()
+{
+    if (!m_file)
+        return;
+    report(change([](QList<Station> &) { return false; }));
 }
 
 QList<Station> FavoriteStations::favoritesFirst(const QList<Station> &stations) const
@@ -167,67 +183,80 @@ QJsonObject FavoriteStations::record(const Station &station)
     return station.storedObject();
 }
 
-QString FavoriteStations::quarantineUrl(const QString &fileUrl)
+StateResult FavoriteStations::change(const std::function<bool(QList<Station> &)> &edit)
 {
-    const QFileInfo info(fileUrl);
-    return info.dir().filePath(info.completeBaseName() + QStringLiteral(".corrupt.json"));
+    QList<Station> list = m_list;
+    if (!m_file) {
+        if (edit(list))
+            setList(std::move(list));
+        return {};
+    }
+    std::optional<QByteArray> written;
+    const StateResult result = m_file->access([&](const QByteArray *bytes) {
+        StateFile::Access access;
+        list.clear();
+        if (bytes && m_lastBytes && *bytes == *m_lastBytes) {
+            list = m_list; // unchanged since we last saw it
+        } else if (bytes) {
+            const auto objects = storedObjects(*bytes);
+            if (!objects) {
+                access.damage = StateFile::Damage::Whole;
+            } else {
+                // Entries the station builder rejects are dropped; of two entries with the
+                // same id the first keeps its place.
+                QSet<QString> seen;
+                for (const QJsonValue &value : *objects) {
+                    auto station = Station::json(value.toObject());
+                    if (!station) {
+                        access.damage = StateFile::Damage::Partly;
+                        continue;
+                    }
+                    if (seen.contains(station->id))
+                        continue;
+                    seen.insert(station->id);
+                    list.append(std::move(*station));
+                }
+            }
+        }
+        if (edit(list) || access.damage == StateFile::Damage::Partly)
+            access.write = written = encode(list);
+        else
+            written = bytes && access.damage == StateFile::Damage::None ? std::optional(*bytes) : std::nullopt;
+        return access;
+    });
+    if (result.ok) {
+        m_lastBytes = written;
+        if (m_watch)
+            m_watch->noteCurrent();
+        if (list != m_list) {
+            setList(std::move(list));
+            Q_EMIT changed();
+        }
+    }
+    if (!result.ok || !result.notice.isEmpty())
+        report(result);
+    return result;
 }
 
-void FavoriteStations::load()
+void FavoriteStations::report(const StateResult &result)
 {
-    if (!m_fileUrl || !QFileInfo::exists(*m_fileUrl))
-        return;
-    const auto bytes = AtomicFile::read(*m_fileUrl);
-    const auto objects = bytes ? storedObjects(*bytes) : std::nullopt;
-    if (!objects) {
-        quarantine(*m_fileUrl);
-        return;
-    }
-    // Entries the station builder rejects are dropped one by one; of two entries with the
-    // same id the first keeps its place.
-    QList<Station> list;
-    QSet<QString> seen;
-    for (const QJsonValue &value : *objects) {
-        auto station = Station::json(value.toObject());
-        if (!station || seen.contains(station->id))
-            continue;
-        seen.insert(station->id);
-        list.append(std::move(*station));
-    }
-    setList(std::move(list));
-    // Encoded now rather than on the first change, which the user would wait for.
-    for (const Station &s : m_list)
-        m_encoded.insert(s.id, { s, encodedElement(s) });
+    if (!result.notice.isEmpty())
+        Q_EMIT storageProblem(result.notice);
+    if (!result.ok)
+        Q_EMIT storageProblem(result.error);
 }
 
-void FavoriteStations::save()
+QByteArray FavoriteStations::encode(const QList<Station> &list)
 {
-    if (!m_fileUrl)
-        return;
     QByteArrayList elements;
-    elements.reserve(m_list.size());
-    for (const Station &s : m_list) {
+    elements.reserve(list.size());
+    for (const Station &s : list) {
         auto it = m_encoded.find(s.id);
         if (it == m_encoded.end() || it->first != s)
             it = m_encoded.insert(s.id, { s, encodedElement(s) });
         elements.append(it->second);
     }
-    const QByteArray file = m_list.isEmpty() ? QByteArray("[\n]\n") : "[\n" + elements.join(",\n") + "\n]\n";
-    // A failed write leaves the list in memory; the next change tries again.
-    (void)AtomicFile::write(*m_fileUrl, file);
-}
-
-void FavoriteStations::quarantine(const QString &fileUrl) const
-{
-    // Both steps are best effort: the list starts empty either way and the next save
-    // writes a fresh file over whatever is left.
-    const QString target = quarantineUrl(fileUrl);
-    const QFileInfo existing(target);
-    if (existing.isDir() && !existing.isSymLink())
-        QDir(target).removeRecursively();
-    else
-        QFile::remove(target);
-    QDir().rename(fileUrl, target);
+    return list.isEmpty() ? QByteArray("[\n]\n") : "[\n" + elements.join(",\n") + "\n]\n";
 }
 
 void FavoriteStations::setList(QList<Station> list)

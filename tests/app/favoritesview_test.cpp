@@ -23,7 +23,7 @@ protected:
     // The order as a fresh load of the file sees it.
     static QStringList persistedIds()
     {
-        FavoriteStations reloaded(FavoriteStations::defaultFileUrl());
+        FavoriteStations reloaded(FavoriteStations::defaultFilePath());
         QStringList ids;
         for (const Station &station : reloaded.list())
             ids << station.id;

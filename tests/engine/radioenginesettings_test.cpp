@@ -7,6 +7,8 @@
 #include "testenv.h"
 
 #include <QFile>
+#include <QFileInfo>
+#include <QSettings>
 #include <QSignalSpy>
 
 #include <atomic>
@@ -109,14 +111,14 @@ TEST(RadioEngineSettingsLoad, OverrideReplacesGlobalCompletelyAndIsReadFresh)
     TestHome home;
     EngineSettingsStore store;
     const S global { 10, 12, 200, false, true };
-    store.setGlobal(global);
-    store.setStation("uuid-1", S::standard());
+    (void)store.setGlobal(global);
+    (void)store.setStation("uuid-1", S::standard());
     EXPECT_EQ(S::effective("uuid-1"), S::standard());
     EXPECT_EQ(S::effective("uuid-2"), global);
 
-    store.setStation("uuid-1", S { 1, 2, 3, true, true });
+    (void)store.setStation("uuid-1", S { 1, 2, 3, true, true });
     EXPECT_EQ(S::effective("uuid-1"), (S { 1, 2, 3, true, true }));
-    store.resetStation("uuid-1");
+    (void)store.resetStation("uuid-1");
     EXPECT_EQ(S::effective("uuid-1"), global);
 }
 
@@ -126,8 +128,8 @@ TEST(RadioEngineSettingsLoad, EffectiveFromOtherThreadsWhileTheStoreWrites)
     const S a { 1, 1, 10, true, false };
     const S b { 2, 2, 20, false, true };
     EngineSettingsStore store;
-    store.setGlobal(S { 9, 9, 99, true, true });
-    store.setStation("busy", a);
+    (void)store.setGlobal(S { 9, 9, 99, true, true });
+    (void)store.setStation("busy", a);
 
     std::atomic<bool> stop { false };
     std::atomic<int> reads { 0 };
@@ -145,7 +147,7 @@ TEST(RadioEngineSettingsLoad, EffectiveFromOtherThreadsWhileTheStoreWrites)
     // Every write replaces the file (with an fsync), so a few dozen give the readers
     // thousands of chances to catch one half done.
     for (int i = 0; i < 30; ++i)
-        store.setStation("busy", i % 2 ? a : b);
+        (void)store.setStation("busy", i % 2 ? a : b);
     stop = true;
     for (auto &reader : readers)
         reader.join();
@@ -166,15 +168,15 @@ TEST(EngineSettingsStoreTest, ClampsPersistsAndSignalsRealChanges)
     EXPECT_EQ(store.settings("other"), store.global());
 
     QSignalSpy spy(&store, &EngineSettingsStore::changed);
-    store.setGlobal(S { -3, 44, 1000, false, true });
+    (void)store.setGlobal(S { -3, 44, 1000, false, true });
     const S expected { 0, 30, 600, false, true };
     EXPECT_EQ(store.global(), expected);
     EXPECT_EQ(Preferences::bytes(Key::kGlobal), expected.toJson());
     EXPECT_EQ(Preferences::integer(Key::kMinRecordingDuration), 600);
-    store.setGlobal(expected);
+    (void)store.setGlobal(expected);
     EXPECT_EQ(spy.count(), 1) << "storing the same record again is no change";
 
-    store.setStation("j", S { 99, 0, 0, false, false });
+    (void)store.setStation("j", S { 99, 0, 0, false, false });
     EXPECT_FALSE(store.hasOverride("other"));
     EXPECT_EQ(S::loadStationOverrides(), store.overrides());
     EXPECT_EQ(store.overrides().value("j"), (S { 30, 0, 0, false, false }));
@@ -188,12 +190,12 @@ TEST(EngineSettingsStoreTest, ResetWithoutOverrideRewritesTheMapUnchanged)
     Preferences::setValue(Key::kStations, QByteArray("{ \"k\" : { \"leadInSec\" : 4 } }"));
     EngineSettingsStore store;
     QSignalSpy spy(&store, &EngineSettingsStore::changed);
-    store.resetStation("absent");
+    (void)store.resetStation("absent");
     EXPECT_EQ(Preferences::bytes(Key::kStations),
         R"({"k":{"leadInSec":4,"leadOutSec":0,"minDurationSec":45,"skipJingles":true,"lossless":false}})");
     EXPECT_EQ(spy.count(), 0);
 
-    store.resetStation("k");
+    (void)store.resetStation("k");
     EXPECT_EQ(spy.count(), 1);
     EXPECT_EQ(Preferences::bytes(Key::kStations), "{}");
 }
@@ -213,13 +215,36 @@ TEST(EngineSettingsStoreTest, DamagedPreferencesFileFallsBackAndTheNextSaveIsGoo
             EngineSettingsStore store;
             EXPECT_EQ(store.global(), S::standard()) << content.constData();
             EXPECT_TRUE(store.overrides().isEmpty()) << content.constData();
-            store.setGlobal(S { 3, 4, 60, false, false });
-            store.setStation("s", S { 5, 6, 70, true, true });
+            (void)store.setGlobal(S { 3, 4, 60, false, false });
+            (void)store.setStation("s", S { 5, 6, 70, true, true });
         }
         EngineSettingsStore reloaded;
         EXPECT_EQ(reloaded.global(), (S { 3, 4, 60, false, false })) << content.constData();
         EXPECT_EQ(reloaded.settings("s"), (S { 5, 6, 70, true, true })) << content.constData();
     }
+}
+
+TEST(EngineSettingsStoreTest, EachWriterChangesOnlyItsOwnOverrideAndADamagedMapIsKept)
+{
+    TestHome home;
+    EngineSettingsStore window;
+    EngineSettingsStore cli;
+    QSignalSpy windowChanged(&window, &EngineSettingsStore::changed);
+    ASSERT_TRUE(window.setStation("w", S { 1, 1, 10, true, false }).ok);
+    ASSERT_TRUE(cli.setStation("c", S { 2, 2, 20, true, false }).ok);
+    ASSERT_TRUE(window.resetStation("nothing").ok);
+    EXPECT_EQ(S::loadStationOverrides().keys(), (QStringList { "c", "w" }));
+    EXPECT_TRUE(waitUntil([&] { return window.hasOverride("c"); }));
+
+    // A map that does not decode is not silently replaced by the next change.
+    const QByteArray damaged = R"({"x":{"leadInSec":"many"}})";
+    Preferences::setValue(Key::kStations, damaged);
+    const StateResult written = cli.setStation("c", S { 3, 3, 30, true, false });
+    ASSERT_TRUE(written.ok);
+    EXPECT_TRUE(written.notice.contains("Orvida.corrupt.conf")) << written.notice.toStdString();
+    QSettings kept(QFileInfo(Paths::preferencesFile()).absolutePath() + "/Orvida.corrupt.conf", QSettings::IniFormat);
+    EXPECT_EQ(Preferences::bytesOf(kept.value(Key::kStations)), damaged);
+    EXPECT_EQ(S::loadStationOverrides().keys(), QStringList { "c" });
 }
 
 TEST(EngineSettingsStoreTest, UnreadablePreferencesFileFallsBack)
@@ -235,6 +260,6 @@ TEST(EngineSettingsStoreTest, UnreadablePreferencesFileFallsBack)
     EXPECT_EQ(store.global(), S::standard());
     // Nothing can be written back through an unreadable file; the store still answers
     // with what the user set.
-    store.setGlobal(S { 8, 8, 80, false, false });
+    (void)store.setGlobal(S { 8, 8, 80, false, false });
     EXPECT_EQ(store.global(), (S { 8, 8, 80, false, false }));
 }

@@ -2,6 +2,7 @@
 
 #include "platform/paths.h"
 
+#include "smallfs.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -73,7 +74,7 @@ TEST(RecordingStatsTest, CountsPerLocalDayAcrossMidnightAndPerStation)
     EXPECT_EQ(reloaded.byStation(), (QMap<QString, qint64> { { "Radio Eins", 3 }, { "Jazz \"FM\" ü", 1 } }));
 }
 
-TEST(RecordingStatsTest, DamagedFileStartsFromZeroAndIsReplacedByTheNextSave)
+TEST(RecordingStatsTest, DamagedFileIsSetAsideAndCountingStartsFromZero)
 {
     const QByteArray damaged[] = {
         "",
@@ -90,8 +91,13 @@ TEST(RecordingStatsTest, DamagedFileStartsFromZeroAndIsReplacedByTheNextSave)
     };
     for (const QByteArray &content : damaged) {
         TestHome home;
+        const QString aside = Paths::supportFile(QStringLiteral("recording_stats.corrupt.json"));
+        writeFile(aside, "an older damaged file");
         writeFile(RecordingStats::filePath(), content);
         RecordingStats stats([] { return QDateTime(QDate(2024, 6, 1), QTime(12, 0)); });
+        EXPECT_EQ(readFile(aside), "an older damaged file");
+        EXPECT_EQ(readFile(Paths::supportFile(QStringLiteral("recording_stats.corrupt-2.json"))), content);
+        EXPECT_TRUE(stats.loadProblem().contains(QStringLiteral("corrupt-2"))) << content.constData();
         EXPECT_EQ(stats.total(), 0) << content.constData();
         EXPECT_TRUE(stats.byDay().isEmpty()) << content.constData();
         EXPECT_TRUE(stats.byStation().isEmpty()) << content.constData();
@@ -126,6 +132,46 @@ TEST(RecordingStatsTest, FileWithoutReadPermissionStartsFromZero)
     RecordingStats stats;
     EXPECT_EQ(stats.total(), 0);
     EXPECT_TRUE(stats.byStation().isEmpty());
+}
+
+TEST(RecordingStatsTest, EachProcessAddsItsOwnSongsToWhatTheFileHolds)
+{
+    TestHome home;
+    RecordingStats window;
+    RecordingStats cli;
+    QSignalSpy windowChanged(&window, &RecordingStats::changed);
+    window.note(QStringLiteral("A"));
+    cli.note(QStringLiteral("B"));
+    cli.note(QStringLiteral("A"));
+    window.note(QStringLiteral("A"));
+    EXPECT_EQ(RecordingStats().total(), 4);
+    EXPECT_EQ(RecordingStats().byStation(), (QMap<QString, qint64> { { "A", 3 }, { "B", 1 } }));
+    // The window hears of the songs the other process counted.
+    EXPECT_TRUE(waitUntil([&] { return window.total() == 4; }));
+}
+
+TEST(RecordingStatsTest, SongsCountedWhileTheFileCannotBeWrittenGoInWithTheNextSave)
+{
+    TestHome home;
+    SmallFileSystem data(home.file("data"), 64 * 1024);
+    if (!data.mounted())
+        GTEST_SKIP() << SmallFileSystem::reason();
+    RecordingStats stats;
+    stats.note(QStringLiteral("A"));
+    ASSERT_TRUE(data.makeReadOnly());
+    QSignalSpy problems(&stats, &RecordingStats::storageProblem);
+    stats.note(QStringLiteral("A"));
+    stats.note(QStringLiteral("B"));
+    EXPECT_EQ(problems.count(), 2);
+    EXPECT_TRUE(problems.first().first().toString().contains(RecordingStats::filePath()));
+    EXPECT_EQ(stats.total(), 3) << "counted, if not yet saved";
+    EXPECT_EQ(RecordingStats().total(), 1);
+
+    ASSERT_TRUE(data.makeWritable());
+    EXPECT_TRUE(stats.flush().ok);
+    RecordingStats reloaded;
+    EXPECT_EQ(reloaded.total(), 3);
+    EXPECT_EQ(reloaded.byStation(), (QMap<QString, qint64> { { "A", 2 }, { "B", 1 } }));
 }
 
 TEST(RecordingStatsDeathTest, OverflowingTheTotalIsFatal)

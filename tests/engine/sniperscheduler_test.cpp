@@ -137,7 +137,7 @@ TEST(ScheduleFileFormat, ReadsWhatTheOtherPlatformWrites)
         R"("start":760000000,"end":760003600.123,"mode":"splitTracks","repeatRule":"daily"}])");
 }
 
-TEST(ScheduleFileFormat, OneBadElementMakesTheWholeFileUnreadable)
+TEST(ScheduleFileFormat, OneBadElementFailsTheStrictDecodingAndIsAloneDroppedBySalvage)
 {
     const QJsonArray good = QJsonDocument::fromJson(kSample).array();
     const auto withSecond = [&](const std::function<void(QJsonObject &)> &change) {
@@ -164,8 +164,20 @@ TEST(ScheduleFileFormat, OneBadElementMakesTheWholeFileUnreadable)
         { "empty file", QByteArray() },
     };
     ASSERT_TRUE(Schedule::decode(withSecond([](QJsonObject &) {})));
-    for (const auto &[what, bytes] : cases)
+    const qsizetype elementCases = cases.size() - 4; // the rest are no JSON array of plans at all
+    for (qsizetype i = 0; i < cases.size(); ++i) {
+        const auto &[what, bytes] = cases[i];
         EXPECT_FALSE(Schedule::decode(bytes)) << what;
+        const auto salvaged = Schedule::salvage(bytes);
+        if (i >= elementCases) {
+            EXPECT_FALSE(salvaged) << what;
+            continue;
+        }
+        ASSERT_TRUE(salvaged) << what;
+        EXPECT_EQ(salvaged->dropped, 1) << what;
+        ASSERT_EQ(salvaged->plans.size(), 1) << what;
+        EXPECT_EQ(salvaged->plans[0], Schedule::decode(QByteArray("[") + QJsonDocument(good[0].toObject()).toJson() + "]")->at(0));
+    }
 }
 
 TEST(ScheduledRecordingTest, ShowTitleNamesStationDateAndWindowInLocalTime)
@@ -253,7 +265,7 @@ protected:
     std::unique_ptr<SniperScheduler> makeScheduler(NullPowerAssertion &holder, int tickMs = 3600000)
     {
         SniperScheduler::Options options;
-        options.fileUrl = file;
+        options.filePath = file;
         options.clock = [this] { return now; };
         options.tickInterval = std::chrono::milliseconds(tickMs);
         return std::make_unique<SniperScheduler>(holder, options);
@@ -299,19 +311,37 @@ TEST_F(SniperSchedulerTest, LoadingLeavesAFileAloneWhenNothingPassed)
     EXPECT_EQ(fileBytes(), pretty);
 }
 
-TEST_F(SniperSchedulerTest, AnUnreadableFileMeansNoPlansUntilTheNextChangeWritesAGoodOne)
+TEST_F(SniperSchedulerTest, ADamagedFileIsSetAsideOnceAndABadPlanDropsOnlyItself)
 {
-    const QByteArray good = Schedule::encode({ plan(now.addSecs(60), now.addSecs(120)) });
-    for (const QByteArray &bad : { QByteArray("\x00\xff garbage", 10), good.left(good.size() - 3),
-             QByteArray(R"({"id":"x"})"), QByteArray(good).replace("\"mode\"", "\"mood\"") }) {
-        writeFile(file, bad);
+    const QString aside = home.file(QStringLiteral("data/Orvida/sniper_schedule.corrupt.json"));
+    const QString secondAside = home.file(QStringLiteral("data/Orvida/sniper_schedule.corrupt-2.json"));
+    const ScheduledRecording first = plan(now.addSecs(60), now.addSecs(120));
+    const ScheduledRecording third = plan(now.addSecs(300), now.addSecs(400));
+    const QByteArray three = Schedule::encode({ first, plan(now.addSecs(200), now.addSecs(250)), third });
+
+    // Truncated: nothing can be read. It is kept, and the next add does not replace it.
+    writeFile(file, three.left(three.size() - 3));
+    {
         const auto scheduler = makeScheduler(power);
         EXPECT_TRUE(scheduler->items().isEmpty());
-        EXPECT_EQ(fileBytes(), bad);
+        EXPECT_TRUE(scheduler->loadProblem().contains(aside)) << scheduler->loadProblem().toStdString();
+        EXPECT_EQ(readFile(aside), three.left(three.size() - 3));
         const ScheduledRecording added = plan(now.addSecs(600), now.addSecs(700));
-        scheduler->add(added);
+        ASSERT_TRUE(scheduler->add(added).ok);
         EXPECT_EQ(fileBytes(), Schedule::encode({ added }));
     }
+
+    // One plan of three is bad: the other two load and are written back without it.
+    QByteArray damaged = three;
+    damaged.replace(damaged.indexOf("\"mode\"", damaged.indexOf("},{")), 6, "\"mood\"");
+    writeFile(file, damaged);
+    const auto scheduler = makeScheduler(power);
+    EXPECT_EQ(scheduler->items(), (QList<ScheduledRecording> { first, third }));
+    EXPECT_EQ(readFile(secondAside), damaged);
+    EXPECT_EQ(readFile(aside), three.left(three.size() - 3)) << "an earlier copy is never replaced";
+    EXPECT_EQ(fileBytes(), Schedule::encode({ first, third }));
+    // Reported once: the file in place is good now.
+    EXPECT_TRUE(makeScheduler(power)->loadProblem().isEmpty());
 }
 
 TEST_F(SniperSchedulerTest, TwoSchedulersOnOneFileKeepEachOthersPlans)
@@ -323,23 +353,23 @@ TEST_F(SniperSchedulerTest, TwoSchedulersOnOneFileKeepEachOthersPlans)
     const ScheduledRecording p2 = plan(now.addSecs(300), now.addSecs(400));
     const ScheduledRecording p3 = plan(now.addSecs(500), now.addSecs(600));
 
-    window->add(p1);
-    headless->add(p2);
+    (void)window->add(p1);
+    (void)headless->add(p2);
     EXPECT_EQ(fileBytes(), Schedule::encode({ p1, p2 }));
     EXPECT_EQ(headless->items(), QList<ScheduledRecording>({ p1, p2 }));
 
     // A removal on one side is not undone by the other side's next write.
-    headless->remove(p1);
-    window->add(p3);
+    (void)headless->remove(p1);
+    (void)window->add(p3);
     EXPECT_EQ(fileBytes(), Schedule::encode({ p2, p3 }));
     EXPECT_EQ(window->items(), QList<ScheduledRecording>({ p2, p3 }));
 
     // A plan the other side changed comes in changed.
     ScheduledRecording longer = p2;
     longer.end = p2.end.addSecs(30);
-    headless->remove(p2);
-    headless->add(longer);
-    window->remove(p3);
+    (void)headless->remove(p2);
+    (void)headless->add(longer);
+    (void)window->remove(p3);
     EXPECT_EQ(window->items(), QList<ScheduledRecording> { longer });
     EXPECT_EQ(fileBytes(), Schedule::encode({ longer }));
 }
@@ -369,7 +399,7 @@ TEST_F(SniperSchedulerTest, TicksBeforeConfigureDoNothingAndUnusableStationsGoSi
 TEST_F(SniperSchedulerTest, APlanStartsWithinATickOfItsWindowAndStopsAtItsEnd)
 {
     const auto scheduler = makeScheduler(power, 30);
-    scheduler->add(livePlan(now.addSecs(60), now.addSecs(120)));
+    (void)scheduler->add(livePlan(now.addSecs(60), now.addSecs(120)));
     scheduler->configure(recorder, *library);
     waitUntil([] { return false; }, 100);
     EXPECT_TRUE(recorder.sessions().isEmpty());
@@ -402,7 +432,7 @@ TEST_F(SniperSchedulerTest, AWindowsEndStopsARecordingOfItsStationStartedByHand)
     recorder.start(live);
     const auto scheduler = makeScheduler(power);
     const ScheduledRecording daily = livePlan(now.addSecs(-60), now.addSecs(60), Rule::Daily);
-    scheduler->add(daily);
+    (void)scheduler->add(daily);
     scheduler->configure(recorder, *library);
     EXPECT_EQ(started.count(), 1); // already recorded: not started twice
 
@@ -425,7 +455,7 @@ TEST_F(SniperSchedulerTest, ARecordingThatGaveUpInsideItsWindowIsStartedAgain)
     QSignalSpy started(&recorder, &RadioRecorder::sessionStarted);
     QSignalSpy ended(&recorder, &RadioRecorder::sessionEnded);
     const auto scheduler = makeScheduler(power, 30);
-    scheduler->add(ScheduledRecording::make(dead, now.addSecs(-1), now.addSecs(600), Mode::SplitTracks, std::nullopt));
+    (void)scheduler->add(ScheduledRecording::make(dead, now.addSecs(-1), now.addSecs(600), Mode::SplitTracks, std::nullopt));
     scheduler->configure(recorder, *library);
     ASSERT_TRUE(waitUntil([&] { return started.count() >= 2; }, 5000));
     EXPECT_GE(ended.count(), 1);
@@ -442,7 +472,7 @@ TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
     QSignalSpy started(scheduler.get(), &SniperScheduler::scheduledRecordingStarted);
     QSignalSpy ended(scheduler.get(), &SniperScheduler::scheduledRecordingEnded);
     const ScheduledRecording daily = livePlan(now.addSecs(60), now.addSecs(120), Rule::Daily);
-    scheduler->add(daily);
+    (void)scheduler->add(daily);
     scheduler->configure(recorder, *library);
     EXPECT_EQ(started.count(), 0);
 
@@ -468,7 +498,7 @@ TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
     EXPECT_EQ(started[1][0].value<ScheduledRecording>().start, daily.start.addDays(1));
 
     // Dropping the plan mid-window leaves the recording to the user: no end is announced.
-    scheduler->remove(daily);
+    (void)scheduler->remove(daily);
     now = daily.end.addDays(1);
     scheduler->tick();
     EXPECT_EQ(ended.count(), 1);
@@ -478,7 +508,7 @@ TEST_F(SniperSchedulerTest, FullShowPlansRecordUnderTheirShowTitle)
 {
     const auto scheduler = makeScheduler(power);
     const ScheduledRecording show = livePlan(now.addSecs(-10), now.addSecs(600), std::nullopt, Mode::FullShow);
-    scheduler->add(show);
+    (void)scheduler->add(show);
     scheduler->configure(recorder, *library);
     const RecordingSession *session = recorder.session(live.id);
     ASSERT_TRUE(session);
@@ -490,7 +520,7 @@ TEST_F(SniperSchedulerTest, ThePowerAssertionIsHeldWhilePlansOrRecordingsExist)
     const auto scheduler = makeScheduler(power);
     EXPECT_FALSE(power.isHeld());
     const ScheduledRecording soon = livePlan(now.addSecs(60), now.addSecs(120));
-    scheduler->add(soon);
+    (void)scheduler->add(soon);
     EXPECT_EQ(power.reason(), "Scheduled radio recording pending");
 
     scheduler->configure(recorder, *library);
@@ -501,7 +531,7 @@ TEST_F(SniperSchedulerTest, ThePowerAssertionIsHeldWhilePlansOrRecordingsExist)
     EXPECT_EQ(power.reason(), "Scheduled radio recording pending");
     EXPECT_EQ(power.acquisitions(), 1);
 
-    scheduler->remove(soon);
+    (void)scheduler->remove(soon);
     EXPECT_TRUE(power.isHeld()); // still recording
     recorder.stop();
     EXPECT_FALSE(power.isHeld());
@@ -519,7 +549,7 @@ TEST_F(SniperSchedulerTest, TheClosedLidKeeperHearsOfTheNextPlanAndOfRecordings)
     ClosedLidKeeper keeper(noBus, nullptr, [this] { return now; });
     keeper.setEnabled(true);
     SniperScheduler::Options options;
-    options.fileUrl = file;
+    options.filePath = file;
     options.clock = [this] { return now; };
     options.closedLidKeeper = &keeper;
     SniperScheduler scheduler(power, options);
@@ -527,12 +557,12 @@ TEST_F(SniperSchedulerTest, TheClosedLidKeeperHearsOfTheNextPlanAndOfRecordings)
     EXPECT_FALSE(keeper.isKeeping());
 
     const ScheduledRecording later = livePlan(now.addSecs(3 * 3600), now.addSecs(4 * 3600));
-    scheduler.add(later);
+    (void)scheduler.add(later);
     EXPECT_FALSE(keeper.isKeeping()); // more than an hour away
     const ScheduledRecording soon = livePlan(now.addSecs(1800), now.addSecs(3600));
-    scheduler.add(soon);
+    (void)scheduler.add(soon);
     EXPECT_TRUE(keeper.isKeeping());
-    scheduler.remove(soon);
+    (void)scheduler.remove(soon);
     EXPECT_FALSE(keeper.isKeeping());
 
     recorder.start(live);
@@ -548,11 +578,49 @@ TEST_F(SniperSchedulerTest, ATickTakesInAPlanAnotherProcessAdded)
     NullPowerAssertion otherPower;
     const auto cli = makeScheduler(otherPower);
     const ScheduledRecording added = livePlan(now.addSecs(-5), now.addSecs(600));
-    cli->add(added);
+    (void)cli->add(added);
     ASSERT_TRUE(waitUntil([&] { return recorder.isRecordingStation(live); }, 2000));
     EXPECT_EQ(running->items(), QList<ScheduledRecording> { added });
     EXPECT_EQ(running->items(live.id), QList<ScheduledRecording> { added });
     EXPECT_TRUE(running->items(QStringLiteral("custom:other")).isEmpty());
+}
+
+TEST_F(SniperSchedulerTest, OneSchedulerPerDataFolderRunsThePlansAndAnotherTakesOverWhenItGoes)
+{
+    const ScheduledRecording open = livePlan(now.addSecs(-5), now.addSecs(600));
+    writeFile(file, Schedule::encode({ open }));
+    RadioRecorder otherRecorder(context);
+    NullPowerAssertion otherPower;
+    auto first = makeScheduler(otherPower);
+    first->configure(otherRecorder, *library);
+    ASSERT_TRUE(first->runsPlans());
+    ASSERT_TRUE(otherRecorder.isRecordingStation(live));
+
+    // The second one sees and edits the plans but records nothing while the first runs.
+    const auto second = makeScheduler(power, 30);
+    QSignalSpy runs(second.get(), &SniperScheduler::runsPlansChanged);
+    second->configure(recorder, *library);
+    EXPECT_FALSE(second->runsPlans());
+    EXPECT_EQ(runs.count(), 1);
+    EXPECT_EQ(second->items(), QList<ScheduledRecording> { open });
+    waitUntil([] { return false; }, 100);
+    EXPECT_FALSE(recorder.isRecordingStation(live));
+
+    otherRecorder.stop();
+    first.reset();
+    ASSERT_TRUE(waitUntil([&] { return recorder.isRecordingStation(live); }, 2000));
+    EXPECT_TRUE(second->runsPlans());
+    otherRecorder.waitForSaves();
+}
+
+TEST_F(SniperSchedulerTest, WithoutALibraryPlansStillRecordAndKeepTheComputerAwake)
+{
+    const auto scheduler = makeScheduler(power);
+    (void)scheduler->add(livePlan(now.addSecs(-5), now.addSecs(600)));
+    scheduler->configure(recorder, nullptr);
+    EXPECT_TRUE(scheduler->isConfigured());
+    EXPECT_TRUE(recorder.isRecordingStation(live));
+    EXPECT_TRUE(power.isHeld());
 }
 
 } // namespace

@@ -1,0 +1,227 @@
+// State files that the window and orvida-cli share, driven through real processes:
+// concurrent writers add up, damaged files are kept, failed writes say so.
+#include "library/librarystore.h"
+
+#include "clirunner.h"
+#include "fixtureserver.h"
+#include "icystream.h"
+#include "smallfs.h"
+#include "testenv.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+QString dataFile(const QString &name)
+{
+    return qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Orvida/") + name;
+}
+
+// A started orvida-cli whose stdout lines are collected as they come.
+struct Child {
+    QProcess process;
+    QList<QByteArray> lines;
+
+    explicit Child(const QStringList &args, const QProcessEnvironment &extraEnv = {})
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(extraEnv);
+        process.setProcessEnvironment(env);
+        QObject::connect(&process, &QProcess::readyReadStandardOutput, [this] {
+            while (process.canReadLine())
+                lines << process.readLine().chopped(1);
+        });
+        process.start(QStringLiteral(ORVIDA_CLI_PATH), args);
+    }
+    ~Child()
+    {
+        if (process.state() != QProcess::NotRunning) {
+            process.kill();
+            process.waitForFinished();
+        }
+    }
+    qsizetype count(const QByteArray &prefix) const
+    {
+        return std::count_if(lines.cbegin(), lines.cend(), [&](const QByteArray &l) { return l.startsWith(prefix); });
+    }
+    int finish(int timeoutMs = 30000)
+    {
+        if (!process.waitForFinished(timeoutMs))
+            return -1;
+        lines << process.readAllStandardOutput().split('\n');
+        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    }
+};
+
+class StateFilesCliTest : public ::testing::Test {
+protected:
+    TestHome home;
+};
+
+TEST_F(StateFilesCliTest, TwoRecordingsAtOnceOnAFreshFolderFileEverySongAndCountItOnce)
+{
+    FixtureServer server;
+    server.route("/a", IcyStream::station({ "A - One", "A - Two", "A - Three" }, 3, 25));
+    server.route("/b", IcyStream::station({ "B - One", "B - Two", "B - Three" }, 3, 25));
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("ORVIDA_STORE_URL"), QString::fromLatin1(server.url("/search"))); // answers 404
+    ASSERT_EQ(runCli({ "engine", "set", "--lossless", "on", "--min-duration", "0" }).exitCode, 0);
+    ASSERT_FALSE(QFileInfo::exists(LibraryStore::defaultPath())) << "both must race to create the library";
+
+    // Started together: both create and migrate the same new library, and both count
+    // their songs into one statistics file.
+    Child a({ "record", QString::fromLatin1(server.url("/a")), "--name", "Alpha", "--for", "1" }, env);
+    Child b({ "record", QString::fromLatin1(server.url("/b")), "--name", "Beta", "--for", "1" }, env);
+    ASSERT_EQ(a.finish(), 0) << a.process.readAllStandardError().toStdString();
+    ASSERT_EQ(b.finish(), 0) << b.process.readAllStandardError().toStdString();
+    const qsizetype savedA = a.count("saved\t");
+    const qsizetype savedB = b.count("saved\t");
+    ASSERT_GE(savedA, 2) << a.lines.join('\n').toStdString();
+    ASSERT_GE(savedB, 2) << b.lines.join('\n').toStdString();
+
+    const CliRun stats = runCli({ "stats", "--json" });
+    ASSERT_EQ(stats.exitCode, 0);
+    const QJsonObject counted = QJsonDocument::fromJson(stats.out).object();
+    EXPECT_EQ(counted.value("total").toInteger(), savedA + savedB) << stats.out.toStdString();
+    EXPECT_EQ(counted.value("byStation").toObject().value("Alpha").toInteger(), savedA);
+    EXPECT_EQ(counted.value("byStation").toObject().value("Beta").toInteger(), savedB);
+    LibraryOpenResult library = LibraryStore::open(LibraryStore::defaultPath());
+    ASSERT_TRUE(library) << library.message.toStdString();
+    EXPECT_EQ(library.store->allTracks().size(), savedA + savedB);
+}
+
+TEST_F(StateFilesCliTest, ProcessesStartingTogetherOnAFreshFolderWaitForTheLibraryInsteadOfRefusingIt)
+{
+    // An address that is no URL ends `record` right after it opened the library (exit 3);
+    // a library refused as half-made would be exit 1.
+    for (int round = 0; round < 12; ++round) {
+        TestHome fresh;
+        std::vector<std::unique_ptr<Child>> children;
+        for (int i = 0; i < 4; ++i)
+            children.push_back(std::make_unique<Child>(QStringList { "record", "not a url", "--name", "X" }));
+        for (auto &child : children)
+            EXPECT_EQ(child->finish(), 3) << round << ": " << child->process.readAllStandardError().toStdString();
+    }
+}
+
+TEST_F(StateFilesCliTest, ADamagedScheduleIsKeptAndReportedOnceAndTheNextAddDoesNotReplaceIt)
+{
+    const QString start = QDateTime::currentDateTime().addDays(1).toString(QStringLiteral("yyyy-MM-ddTHH:mm"));
+    const QString end = QDateTime::currentDateTime().addDays(1).addSecs(3600).toString(QStringLiteral("yyyy-MM-ddTHH:mm"));
+    for (int i = 0; i < 3; ++i)
+        ASSERT_EQ(runCli({ "schedule", "add", "http://127.0.0.1:9/x", "--name", "X", "--start", start, "--end", end }).exitCode, 0);
+    const QByteArray whole = readFile(dataFile("sniper_schedule.json"));
+    const QByteArray truncated = whole.left(whole.size() - 20);
+    writeFile(dataFile("sniper_schedule.json"), truncated);
+
+    const CliRun listed = runCli({ "schedule", "list" });
+    EXPECT_EQ(listed.exitCode, 0);
+    EXPECT_TRUE(listed.err.contains("sniper_schedule.corrupt.json")) << listed.err.toStdString();
+    EXPECT_EQ(listed.err.count('\n'), 1);
+    EXPECT_EQ(readFile(dataFile("sniper_schedule.corrupt.json")), truncated);
+
+    const CliRun added
+        = runCli({ "schedule", "add", "http://127.0.0.1:9/y", "--name", "Y", "--start", start, "--end", end });
+    EXPECT_EQ(added.exitCode, 0);
+    EXPECT_TRUE(added.err.isEmpty()) << "said once: " << added.err.toStdString();
+    EXPECT_EQ(readFile(dataFile("sniper_schedule.corrupt.json")), truncated);
+
+    // A garbled preferences file is kept the same way before `config set` writes.
+    const QString conf = qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Orvida/Orvida.conf");
+    const QByteArray garbled = QByteArray("[General]\nov.radioNamePattern=%title%\n") + "\x01\x02\xff junk";
+    writeFile(conf, garbled);
+    const CliRun set = runCli({ "config", "set", "ov.radioSaveDir", "/tmp/x" });
+    EXPECT_EQ(set.exitCode, 0);
+    EXPECT_TRUE(set.err.contains("Orvida.corrupt.conf")) << set.err.toStdString();
+    EXPECT_EQ(readFile(qEnvironmentVariable("XDG_CONFIG_HOME") + QStringLiteral("/Orvida/Orvida.corrupt.conf")), garbled);
+    EXPECT_EQ(runCli({ "config", "get", "ov.radioNamePattern" }).out, "%title%\n") << "what could be read stays";
+}
+
+TEST_F(StateFilesCliTest, EveryWriteIntoAReadOnlyOrFullFolderFailsWithOneLineNamingTheFile)
+{
+    SmallFileSystem data(home.file("data"), 256 * 1024);
+    SmallFileSystem config(home.file("config"), 256 * 1024);
+    if (!data.mounted() || !config.mounted())
+        GTEST_SKIP() << SmallFileSystem::reason();
+    ASSERT_EQ(runCli({ "favorites", "add", "http://127.0.0.1:9/a", "--name", "A" }).exitCode, 0);
+    const QString start = QDateTime::currentDateTime().addDays(1).toString(QStringLiteral("yyyy-MM-ddTHH:mm"));
+    const QString end = QDateTime::currentDateTime().addDays(1).addSecs(60).toString(QStringLiteral("yyyy-MM-ddTHH:mm"));
+    const CliRun plan = runCli({ "schedule", "add", "http://127.0.0.1:9/a", "--name", "A", "--start", start, "--end", end });
+    ASSERT_EQ(plan.exitCode, 0);
+    const QString planId = QString::fromUtf8(plan.out.trimmed());
+    ASSERT_EQ(runCli({ "engine", "set", "--station", "s", "--lead-in", "2" }).exitCode, 0);
+
+    const QList<std::pair<QStringList, QString>> writes {
+        { { "favorites", "add", "http://127.0.0.1:9/b", "--name", "B" }, "favorites.json" },
+        { { "favorites", "remove", "custom:http://127.0.0.1:9/a" }, "favorites.json" },
+        { { "schedule", "add", "http://127.0.0.1:9/b", "--name", "B", "--start", start, "--end", end },
+            "sniper_schedule.json" },
+        { { "schedule", "remove", planId }, "sniper_schedule.json" },
+        { { "config", "set", "ov.radioSaveDir", "/tmp/x" }, "Orvida.conf" },
+        { { "engine", "set", "--lead-in", "3" }, "Orvida.conf" },
+        { { "engine", "reset", "--station", "s" }, "Orvida.conf" },
+    };
+    const auto allFail = [&](const char *how) {
+        for (const auto &[args, file] : writes) {
+            const CliRun run = runCli(args);
+            EXPECT_EQ(run.exitCode, 1) << how << ": " << args.join(' ').toStdString();
+            EXPECT_EQ(run.err.count('\n'), 1) << how << ": " << run.err.toStdString();
+            EXPECT_TRUE(run.err.contains(file.toUtf8())) << how << ": " << run.err.toStdString();
+        }
+    };
+    data.fill();
+    config.fill();
+    allFail("full");
+    ASSERT_TRUE(data.makeReadOnly() && config.makeReadOnly());
+    allFail("read-only");
+
+    // Nothing changed.
+    EXPECT_EQ(runCli({ "favorites", "list" }).out.count('\n'), 1);
+    EXPECT_EQ(runCli({ "schedule", "list" }).out.count('\n'), 1);
+    EXPECT_EQ(runCli({ "engine", "show", "--station", "s" }).out.split('\n').first(), "leadInSec\t2");
+}
+
+TEST_F(StateFilesCliTest, OnlyOneRunPerDataFolderRecordsThePlansAndTheOtherTakesOver)
+{
+    FixtureServer server;
+    server.route("/live", IcyStream::station({ "A - One", "B - Two" }, 4, 25));
+    const QString url = QString::fromLatin1(server.url("/live"));
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("ORVIDA_STORE_URL"), QString::fromLatin1(server.url("/search")));
+    const QDateTime now = QDateTime::currentDateTime();
+    ASSERT_EQ(runCli({ "schedule", "add", url, "--name", "Fixture FM", "--start",
+                  now.addSecs(-60).toString(Qt::ISODate), "--end", now.addSecs(600).toString(Qt::ISODate) })
+                  .exitCode,
+        0);
+
+    auto first = std::make_unique<Child>(QStringList { "run", "--tick", "0.1" }, env);
+    ASSERT_TRUE(waitUntil([&] { return first->count("started\t") == 1; }, 10000));
+    Child second({ "run", "--tick", "0.1" }, env);
+    QByteArray err;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            err += second.process.readAllStandardError();
+            return err.contains("another Orvida runs the plans");
+        },
+        10000));
+    waitUntil([] { return false; }, 500);
+    EXPECT_EQ(second.count("started\t"), 0) << "each window is recorded once";
+
+    first->process.terminate();
+    EXPECT_EQ(first->finish(), 0);
+    ASSERT_TRUE(waitUntil([&] { return second.count("started\t") == 1; }, 10000)) << "takes over";
+    err += second.process.readAllStandardError();
+    EXPECT_EQ(err.count("another Orvida"), 1) << "said once: " << err.toStdString();
+    second.process.terminate();
+    EXPECT_EQ(second.finish(), 0);
+}
+
+} // namespace
