@@ -2,6 +2,7 @@
 
 #include "engine/icydemux.h"
 #include "engine/recordingcontext.h"
+#include "engine/sessionstatus.h"
 #include "engine/tracksegmenter.h"
 #include "platform/httpclient.h"
 #include "stations/station.h"
@@ -35,10 +36,17 @@ public:
     void shutDown(); // the stop: cancels everything, finalises the open segment
     void flushToDisk();
 
+    // How often buffered audio goes to disk (and the byte count to the status): what a
+    // crash or a kill can lose.
+    static constexpr int kFlushIntervalMs = 1000;
+
 Q_SIGNALS:
     void titleAccepted(const QString &title);
     void errorChanged(const QString &message);
-    void gaveUp();
+    // The session ended on its own (GaveUp, InvalidAddress); emitted at most once.
+    void ended(SessionOutcome outcome);
+    // State changes at once; the byte count at most once per kFlushIntervalMs.
+    void statusChanged(const SessionStatus &status);
     // A finished song, handed to a save. The locks keep its segments safe until then.
     void songReady(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
 
@@ -48,7 +56,10 @@ private:
     void handleResponse(const HttpResponseHead &head);
     void processBody(const QByteArray &chunk);
     void handleFinished(const HttpResult &result);
-    void scheduleReconnect();
+    void scheduleReconnect(const QString &reason);
+    void giveUp(SessionOutcome outcome, const QString &message);
+    void setState(SessionStatus::State state);
+    void onFlushTick();
     void handleInBandTitle(const QString &title);
     void startIcecastPolling();
     void pollIcecastStatus();
@@ -68,6 +79,10 @@ private:
     bool m_usedFallbackUA = false;
     qint64 m_reconnectCount = 0;
     QTimer m_reconnectTimer{this}; // children, so they move to the engine thread with us
+    QTimer m_flushTimer{this};
+    SessionStatus m_status;
+    qint64 m_reportedBytes = 0;
+    bool m_ended = false;
 
     std::optional<QUrl> m_statusUrl;
     QString m_mountPath;
