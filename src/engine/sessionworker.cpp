@@ -49,6 +49,9 @@ SessionWorker::SessionWorker(Station station, std::optional<QString> fullShowTit
         setState(SessionStatus::State::Connecting);
         doConnect();
     });
+    // One poll at a time: the next wait starts when a poll is done, never on a fixed beat
+    // that could send a second request while the first is still out.
+    m_statusTimer.setSingleShot(true);
     m_statusTimer.callOnTimeout(this, &SessionWorker::pollIcecastStatus);
     m_flushTimer.setTimerType(Qt::CoarseTimer);
     m_flushTimer.callOnTimeout(this, &SessionWorker::onFlushTick);
@@ -272,18 +275,18 @@ void SessionWorker::startIcecastPolling()
 
 void SessionWorker::pollIcecastStatus()
 {
-    if (m_stopped->load() || !m_statusUrl) {
-        m_statusTimer.stop();
+    if (m_stopped->load() || m_ended || !m_statusUrl)
         return;
-    }
     HttpRequest request{m_statusUrl->toEncoded()};
-    // A poll never outlives its interval, so polls never pile up on a dead server.
+    // A dead status server costs one interval per poll at the most.
     request.totalTimeoutSec = std::max(1.0, m_timings.statusPollIntervalSec);
     request.maxBodyBytes = 2 << 20;
-    m_statusPoll.cancel();
     m_statusPoll = m_context.http().get(request, this, [this](const HttpResult &result, const HttpResponseHead &,
                                                               const QByteArray &body) {
-        if (m_stopped->load() || !result.ok())
+        if (m_stopped->load() || m_ended)
+            return;
+        m_statusTimer.start(toMs(m_timings.statusPollIntervalSec));
+        if (!result.ok())
             return;
         const auto title = IcecastStatus::titleFor(body, m_mountPath);
         if (!title)

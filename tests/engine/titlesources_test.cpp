@@ -163,6 +163,37 @@ TEST_F(PolledTitlesTest, PollsFirstAfterFiveSecondsThenEveryFive)
     waitUntil([&] { return session.isIdle(); });
 }
 
+// A slow status server is asked again only an interval after it answered: polls never
+// overlap and never come faster than the interval.
+TEST_F(PolledTitlesTest, ASlowStatusServerIsNeverAskedTwiceAtOnce)
+{
+    context.timings.statusPollIntervalSec = 0.3;
+    QMutex timesMutex;
+    QList<qint64> pollMs;
+    QElapsedTimer clock;
+    server.route("/status-json.xsl", [&](const FixtureServer::Request &) {
+        QMutexLocker lock(&timesMutex);
+        pollMs << clock.elapsed();
+        FixtureServer::Script answer = FixtureServer::Script().pause(700);
+        answer.steps += FixtureServer::Script::response(200, "application/json", statusWith(source("/live", "Slow - One"))).steps;
+        return answer;
+    });
+    server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
+                              .produce(50, [] { return QByteArray(800, 'x'); }));
+    clock.start();
+    RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Slow FM"), std::nullopt, context);
+    ASSERT_TRUE(waitUntil([&] {
+        QMutexLocker lock(&timesMutex);
+        return pollMs.size() >= 3;
+    }));
+    session.stop();
+    QMutexLocker lock(&timesMutex);
+    for (qsizetype i = 1; i < pollMs.size(); ++i)
+        EXPECT_GE(pollMs[i] - pollMs[i - 1], 900) << "poll " << i;
+    lock.unlock();
+    waitUntil([&] { return session.isIdle(); });
+}
+
 TEST(StreamTitlePoller, ARestartForgetsTheOldStreamAndItsTitle)
 {
     FixtureServer server;
