@@ -166,6 +166,24 @@ TEST_F(RecordCliTest, AKilledRecorderKeepsAllButTheLastSecond)
     EXPECT_LE(onDisk, sentAtKill);
 }
 
+// An error page is a failed attempt with its reason on an error line, never a song.
+TEST_F(RecordCliTest, AnErrorPageIsAFailedAttemptAndNeverASong)
+{
+    server.route("/gone", FixtureServer::Script::response(404, "text/html", QByteArray(13000, 'e')));
+    const auto process = startCli({"record", QString::fromLatin1(server.url("/gone")), "--name", "Evil"}, env);
+    EXPECT_TRUE(nextLine(*process).startsWith("started\t"));
+    EXPECT_EQ(nextLine(*process), "error\tHTTP 404; reconnecting in 2 s (attempt 1 of 8)");
+    process->terminate();
+    ASSERT_TRUE(process->waitForFinished(20000));
+    EXPECT_EQ(process->exitCode(), 0);
+    EXPECT_FALSE(process->readAllStandardOutput().contains("saved\t"));
+    EXPECT_TRUE(libraryTitles().isEmpty());
+    QStringList files;
+    for (QDirIterator it(home.file("Music"), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();)
+        files << it.next();
+    EXPECT_TRUE(files.isEmpty()) << files.join(", ").toStdString();
+}
+
 TEST_F(RecordCliTest, AnAddressThatIsNotAUrlEndsTheRecordingWithThree)
 {
     EXPECT_EQ(runCli({"record", "http://127.0.0.1:9/x", "--for", "inf"}, env).exitCode, 2);
