@@ -21,8 +21,11 @@ class SessionWorker;
 // One running recording of one station.
 //
 // Lives on the GUI thread and holds what the interface shows (current title, songs saved,
-// error text). The stream work happens in its SessionWorker on the engine thread; saves
-// run on the context's pool and come back here to be counted and handed on.
+// error text, the stream status with its byte count, elapsed time). The stream work
+// happens in its SessionWorker on the engine thread, which reports the status on every
+// change of state and the bytes at most once a second, so a busy station costs the GUI
+// thread one queued call a second; saves run on the context's pool and come back here to
+// be counted and handed on.
 //
 // Starts at construction. stop() ends it at once (onStopped runs before stop() returns);
 // the song in progress is still finalised and saved in the background, and the object

@@ -17,7 +17,10 @@
 #include <optional>
 
 // The stream side of one recording: resolving the address, the ICY request, reconnects,
-// demultiplexing, segmentation and the status-document title poll.
+// demultiplexing, segmentation and the status-document title poll. An answer that is no
+// audio (error status, unfollowable redirect, a web page after the player agent, a
+// compressed body) is a failed attempt like a lost connection: its body is dropped and
+// it does not reset the reconnect count.
 //
 // Lives on the engine thread (RecordingContext::engineThread()); every slot and callback
 // runs there, so its state needs no lock. `stopped` is shared with the owning
