@@ -204,6 +204,11 @@ struct DeadAnswer {
     const char *reason; // part of the status's reason
 };
 
+void PrintTo(const DeadAnswer &answer, std::ostream *os)
+{
+    *os << answer.name;
+}
+
 class DeadStation : public RecordingSessionTest, public ::testing::WithParamInterface<DeadAnswer> {};
 
 TEST_P(DeadStation, GivesUpAfterEightAttemptsWithoutWritingTheBody)
@@ -282,7 +287,7 @@ INSTANTIATE_TEST_SUITE_P(
         DeadAnswer{"Unreachable",
                    [](const FixtureServer &) { return FixtureServer::Script().close(); },
                    ""}),
-    [](const ::testing::TestParamInfo<DeadAnswer> &info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<DeadAnswer> &p) { return std::string(p.param.name); });
 
 TEST_F(RecordingSessionTest, StatusFollowsConnectingRecordingAndReconnecting)
 {
@@ -298,7 +303,7 @@ TEST_F(RecordingSessionTest, StatusFollowsConnectingRecordingAndReconnecting)
         });
     });
     context.timings.reconnectDelaySec = [](qint64) { return 0.3; };
-    context.timings.idleTimeoutSec = 0.5;
+    context.timings.idleTimeoutSec = 1.0;
     RecordingSession session(Station::custom(QString::fromLatin1(server.url("/flaky")), "Flaky FM"), std::nullopt,
                              context);
     using State = SessionStatus::State;
