@@ -3,9 +3,14 @@
 #include "cli/signalwatcher.h"
 
 #include "engine/radiorecorder.h"
+#include "engine/sleepguard.h"
+#include "platform/dbuslink.h"
 #include "library/librarystore.h"
 
-#include <QTimer>
+#include "platform/longtimer.h"
+
+#include <chrono>
+#include <cmath>
 
 namespace {
 
@@ -32,7 +37,7 @@ int recordCommand(CliServices &services, const QStringList &args)
     if (parsed->has(QStringLiteral("for"))) {
         bool ok = false;
         forSec = parsed->value(QStringLiteral("for")).toDouble(&ok);
-        if (!ok || *forSec <= 0)
+        if (!ok || !std::isfinite(*forSec) || *forSec <= 0)
             return Cli::usageError(usage, QStringLiteral("--for takes a positive number of seconds"));
     }
     std::optional<QString> fullShow;
@@ -45,6 +50,21 @@ int recordCommand(CliServices &services, const QStringList &args)
     RadioRecorder &recorder = setup->recorder;
     LibraryStore &library = setup->library;
 
+    // A recording must not be cut short by idle sleep; without buses nothing is held.
+    DBusLink systemBus(DBusLink::systemBusAddress(), QStringLiteral("system"));
+    DBusLink sessionBus(DBusLink::sessionBusAddress(), QStringLiteral("session"));
+    SleepGuard sleepGuard(systemBus, sessionBus,
+        [&recorder](std::function<void()> done) { SleepGuard::flushSessions(recorder.sessions(), std::move(done)); });
+    auto holdWhileRecording = [&] {
+        const bool recording = !recorder.sessions().isEmpty();
+        sleepGuard.setRecording(recording);
+        if (recording)
+            sleepGuard.acquire(QString(PowerAssertion::kRecordingReason));
+        else
+            sleepGuard.release();
+    };
+    QObject::connect(&recorder, &RadioRecorder::sessionsChanged, &sleepGuard, holdWhileRecording);
+
     SignalWatcher signals;
     bool finished = false;
     int exitCode = kExitOk;
@@ -55,19 +75,14 @@ int recordCommand(CliServices &services, const QStringList &args)
         exitCode = code;
         recorder.stop();
     };
-    // Any end we did not ask for is the session giving up.
-    QObject::connect(&recorder, &RadioRecorder::sessionEnded, [&] { finish(kExitGaveUp); });
-    QObject::connect(&recorder, &RadioRecorder::sessionErrorChanged, [&](const QString &, const QString &message) {
-        if (message == QStringLiteral("Ungültige Stream-URL"))
-            finish(kExitGaveUp);
+    QObject::connect(&recorder, &RadioRecorder::sessionEnded, [&](const Station &, SessionOutcome outcome) {
+        finish(outcome == SessionOutcome::Stopped ? kExitOk : kExitGaveUp);
     });
     QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finish(kExitOk); });
-    QTimer limit;
-    if (forSec) {
-        limit.setSingleShot(true);
-        limit.callOnTimeout([&] { finish(kExitOk); });
-        limit.start(int(*forSec * 1000));
-    }
+    LongTimer limit;
+    QObject::connect(&limit, &LongTimer::timeout, [&] { finish(kExitOk); });
+    if (forSec)
+        limit.start(std::chrono::milliseconds(qint64(std::min(*forSec * 1000, 1e15))));
 
     recorder.start(station, fullShow, [&library](const Track &track) {
         if (!RadioRecorder::upsertIntoLibrary(track, library))

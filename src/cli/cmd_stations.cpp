@@ -2,15 +2,21 @@
 #include "cli/stationjson.h"
 
 #include "engine/streamtitlepoller.h"
+#include "engine/tracktitle.h"
 #include "stations/directoryapi.h"
 
 #include <QJsonArray>
 
 namespace {
 
+// Directory fields are the directory's text: a tab or a line break in one would forge
+// fields and lines of our output.
 void printStationLine(const Station &s)
 {
-    Cli::out(QStringList{s.name, s.country, s.codec, QString::number(s.bitrate), s.streamUrl, s.id}.join(QLatin1Char('\t')));
+    QStringList fields{s.name, s.country, s.codec, QString::number(s.bitrate), s.streamUrl, s.id};
+    for (QString &field : fields)
+        field = TrackTitle::withoutControlCharacters(field);
+    Cli::out(fields.join(QLatin1Char('\t')));
 }
 
 const char kSearchUsage[] = "search QUERY [--json]";
@@ -91,7 +97,7 @@ int titleCommand(CliServices &services, const QStringList &args)
     });
     if (!title || title->isEmpty())
         return Cli::fail(QStringLiteral("the stream announced no title"));
-    Cli::out(*title);
+    Cli::out(TrackTitle::withoutControlCharacters(*title));
     return kExitOk;
 }
 

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 
+#include <csignal>
 #include <cstdio>
 
 namespace Cli {
@@ -22,6 +23,9 @@ void printUsage(FILE *to)
 
 int main(int argc, char **argv)
 {
+    // A reader that goes away (`record ... | head`) must not kill a recording: writes to
+    // stdout then fail quietly and the work goes on.
+    std::signal(SIGPIPE, SIG_IGN);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Orvida"));
     QCoreApplication::setOrganizationName(QStringLiteral("Orvida"));

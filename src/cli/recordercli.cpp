@@ -8,6 +8,10 @@
 #include "engine/segmentrecovery.h"
 #include "engine/trackinfolookup.h"
 #include "library/librarystore.h"
+
+#include <QHash>
+
+#include <memory>
 #include "tools/youtubeservice.h"
 
 namespace RecorderCli {
@@ -43,6 +47,23 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
         [](const QString &, const QString &title) { Cli::out(QStringLiteral("title\t") + title); });
     QObject::connect(&recorder, &RadioRecorder::sessionErrorChanged,
         [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    // Each failed attempt says why, so a dead station is not silent until it gives up.
+    auto lastAttempt = std::make_shared<QHash<QString, qint64>>();
+    QObject::connect(&recorder, &RadioRecorder::sessionStatusChanged,
+        [lastAttempt](const QString &stationId, const SessionStatus &status) {
+            qint64 &shown = (*lastAttempt)[stationId];
+            if (status.state != SessionStatus::State::Reconnecting || status.attempt == shown) {
+                if (status.state == SessionStatus::State::Recording)
+                    shown = 0;
+                return;
+            }
+            shown = status.attempt;
+            Cli::out(QStringLiteral("error\t%1; reconnecting in %2 s (attempt %3 of %4)")
+                         .arg(status.reason)
+                         .arg(status.reconnectInSec())
+                         .arg(status.attempt)
+                         .arg(status.maxAttempts));
+        });
     QObject::connect(&recorder, &RadioRecorder::trackSaved, [](const QString &, const Track &track) {
         Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
     });

@@ -4,7 +4,7 @@
 
 class QSocketNotifier;
 
-// Turns SIGINT and SIGTERM into a Qt signal on the main thread (a self-pipe, since
+// Turns SIGINT, SIGTERM and SIGHUP into a Qt signal on the main thread (a self-pipe, since
 // nothing else is safe inside a signal handler). One instance per process.
 class SignalWatcher : public QObject {
     Q_OBJECT

@@ -41,9 +41,9 @@ bool RadioRecorder::start(
     auto *session = new RecordingSession(station, fullShowTitle, m_context);
     const QString id = station.id;
     QPointer<RadioRecorder> self(this);
-    session->onStopped = [self, id, station] {
+    session->onStopped = [self, id, station](SessionOutcome outcome) {
         if (self)
-            self->endSession(id, station);
+            self->endSession(id, station, outcome);
     };
     // Stays set after the session left the list: its last song is saved after the stop.
     session->onTrackSaved = [self, id, onTrackSaved = std::move(onTrackSaved)](const Track &track) {
@@ -58,6 +58,8 @@ bool RadioRecorder::start(
         setErrorMessage(message);
         Q_EMIT sessionErrorChanged(id, message);
     });
+    connect(session, &RecordingSession::statusChanged, this,
+        [this, id](const SessionStatus &status) { Q_EMIT sessionStatusChanged(id, status); });
     connect(session, &RecordingSession::recordedCountChanged, this,
         [this, id](qint64 count) { Q_EMIT recordedCountChanged(id, count); });
 
@@ -100,7 +102,7 @@ RecordingSession *RadioRecorder::session(const QString &stationId) const
     return it == m_sessions.cend() ? nullptr : *it;
 }
 
-void RadioRecorder::endSession(const QString &stationId, const Station &station)
+void RadioRecorder::endSession(const QString &stationId, const Station &station, SessionOutcome outcome)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     m_lastStation = station;
@@ -114,7 +116,7 @@ void RadioRecorder::endSession(const QString &stationId, const Station &station)
     for (RecordingSession *session : ended)
         retire(session);
     Q_EMIT lastStationChanged();
-    Q_EMIT sessionEnded(station);
+    Q_EMIT sessionEnded(station, outcome);
     Q_EMIT sessionsChanged();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/sessionstatus.h"
 #include "library/track.h"
 #include "stations/station.h"
 
@@ -70,16 +71,19 @@ public:
 Q_SIGNALS:
     void sessionsChanged();
     void sessionStarted(const Station &station);
-    void sessionEnded(const Station &station);
+    // How it ended: stopped here, or on its own (gave up, invalid address).
+    void sessionEnded(const Station &station, SessionOutcome outcome);
     void lastStationChanged();
     void errorMessageChanged();
     void streamTitleChanged(const QString &stationId, const QString &title);
     void sessionErrorChanged(const QString &stationId, const QString &message);
+    // Connecting, recording, reconnecting (attempt, reason), bytes; see SessionStatus.
+    void sessionStatusChanged(const QString &stationId, const SessionStatus &status);
     void recordedCountChanged(const QString &stationId, qint64 count);
     void trackSaved(const QString &stationId, const Track &track);
 
 private:
-    void endSession(const QString &stationId, const Station &station);
+    void endSession(const QString &stationId, const Station &station, SessionOutcome outcome);
     void retire(RecordingSession *session);
     void setErrorMessage(std::optional<QString> message);
 

@@ -15,11 +15,14 @@ RecordingSession::RecordingSession(const Station &station, std::optional<QString
     , m_context(context)
     , m_stopped(std::make_shared<std::atomic<bool>>(false))
 {
+    m_clock.start();
+    m_status.maxAttempts = context.timings.maxReconnects;
     m_worker = new SessionWorker(m_station, m_fullShowTitle, context, m_stopped);
     m_worker->moveToThread(context.engineThread());
     connect(m_worker, &SessionWorker::titleAccepted, this, &RecordingSession::setCurrentStreamTitle);
     connect(m_worker, &SessionWorker::errorChanged, this, &RecordingSession::setErrorMessage);
-    connect(m_worker, &SessionWorker::gaveUp, this, &RecordingSession::handleGaveUp);
+    connect(m_worker, &SessionWorker::ended, this, &RecordingSession::end);
+    connect(m_worker, &SessionWorker::statusChanged, this, &RecordingSession::setStatus);
     connect(m_worker, &SessionWorker::songReady, this, &RecordingSession::startSave);
     QMetaObject::invokeMethod(m_worker, &SessionWorker::start, Qt::QueuedConnection);
 }
@@ -56,11 +59,7 @@ void RecordingSession::stop()
                 Qt::QueuedConnection);
         },
         Qt::QueuedConnection);
-    if (auto callback = std::move(onStopped)) {
-        onStopped = nullptr;
-        callback();
-    }
-    Q_EMIT stopped();
+    end(SessionOutcome::Stopped);
 }
 
 void RecordingSession::deleteWhenIdle()
@@ -115,14 +114,35 @@ void RecordingSession::setErrorMessage(const QString &message)
     Q_EMIT errorMessageChanged(message);
 }
 
-void RecordingSession::handleGaveUp()
+void RecordingSession::end(SessionOutcome outcome)
 {
-    // Not a stop: the owner decides what to do with a session that gave up.
-    if (auto callback = onStopped) {
-        onStopped = nullptr;
-        callback();
+    // The first end counts: a stop after giving up only finishes the work.
+    if (m_outcome)
+        return;
+    m_outcome = outcome;
+    m_elapsedAtEndMs = m_clock.elapsed();
+    if (outcome == SessionOutcome::Stopped) {
+        SessionStatus status = m_status;
+        status.state = SessionStatus::State::Stopped;
+        status.reconnectAt = QDeadlineTimer(QDeadlineTimer::Forever);
+        m_status = status;
+        Q_EMIT statusChanged(m_status);
     }
-    Q_EMIT stopped();
+    // Not a stop when it gave up: the owner decides what to do with it.
+    if (auto callback = std::move(onStopped)) {
+        onStopped = nullptr;
+        callback(outcome);
+    }
+    Q_EMIT ended(outcome);
+}
+
+void RecordingSession::setStatus(const SessionStatus &status)
+{
+    // Reports still queued from the engine thread after a stop are stale.
+    if (m_outcome == SessionOutcome::Stopped || m_status == status)
+        return;
+    m_status = status;
+    Q_EMIT statusChanged(m_status);
 }
 
 void RecordingSession::startSave(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title)

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "engine/sessionstatus.h"
 #include "engine/songsaver.h"
 #include "library/track.h"
 #include "stations/station.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -19,8 +21,11 @@ class SessionWorker;
 // One running recording of one station.
 //
 // Lives on the GUI thread and holds what the interface shows (current title, songs saved,
-// error text). The stream work happens in its SessionWorker on the engine thread; saves
-// run on the context's pool and come back here to be counted and handed on.
+// error text, the stream status with its byte count, elapsed time). The stream work
+// happens in its SessionWorker on the engine thread, which reports the status on every
+// change of state and the bytes at most once a second, so a busy station costs the GUI
+// thread one queued call a second; saves run on the context's pool and come back here to
+// be counted and handed on.
 //
 // Starts at construction. stop() ends it at once (onStopped runs before stop() returns);
 // the song in progress is still finalised and saved in the background, and the object
@@ -44,6 +49,12 @@ public:
     [[nodiscard]] int runningSaves() const { return m_runningSaves; }
     // Stopped, the last song handed over and every save back.
     [[nodiscard]] bool isIdle() const { return m_workerFinished && m_runningSaves == 0; }
+    // What the stream side is doing; see statusChanged.
+    [[nodiscard]] const SessionStatus &status() const { return m_status; }
+    // How the session ended; absent while it runs.
+    [[nodiscard]] const std::optional<SessionOutcome> &outcome() const { return m_outcome; }
+    // Since construction; frozen when the session ends.
+    [[nodiscard]] qint64 elapsedMs() const { return m_outcome ? m_elapsedAtEndMs : m_clock.elapsed(); }
 
     void stop();
     // Deletes the session once it is stopped and its last save has come back.
@@ -52,21 +63,27 @@ public:
     // `done` runs on this thread when it has.
     void flushToDisk(std::function<void()> done);
 
-    // Set by the owner right after construction.
+    // Set by the owner right after construction. onStopped runs once, when the session
+    // ends for whatever reason (stop() or on its own), with how it ended.
     std::function<void(const Track &)> onTrackSaved;
-    std::function<void()> onStopped;
+    std::function<void(SessionOutcome)> onStopped;
 
 Q_SIGNALS:
     void currentStreamTitleChanged(const QString &title);
     void errorMessageChanged(const QString &message);
     void recordedCountChanged(qint64 count);
     void trackSaved(const Track &track);
-    void stopped();
+    // Once, right after onStopped. A session that gave up is not stopped yet; its owner
+    // calls stop() (which then announces nothing more).
+    void ended(SessionOutcome outcome);
+    // On every state change and, while bytes arrive, about once a second.
+    void statusChanged(const SessionStatus &status);
 
 private:
     void setCurrentStreamTitle(const QString &title);
     void setErrorMessage(const QString &message);
-    void handleGaveUp();
+    void end(SessionOutcome outcome);
+    void setStatus(const SessionStatus &status);
     void startSave(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
     void finishSave(const SavedSong &song);
     void maybeDelete();
@@ -83,4 +100,8 @@ private:
     int m_runningSaves = 0;
     bool m_deleteWhenIdle = false;
     bool m_workerFinished = false;
+    SessionStatus m_status;
+    std::optional<SessionOutcome> m_outcome;
+    QElapsedTimer m_clock;
+    qint64 m_elapsedAtEndMs = 0;
 };

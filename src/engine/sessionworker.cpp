@@ -41,12 +41,20 @@ SessionWorker::SessionWorker(Station station, std::optional<QString> fullShowTit
                    },
                    [this](const QString &title) { Q_EMIT titleAccepted(title); }})
 {
+    m_status.maxAttempts = m_timings.maxReconnects;
     m_reconnectTimer.setSingleShot(true);
     m_reconnectTimer.callOnTimeout(this, [this] {
-        if (!m_stopped->load())
-            doConnect();
+        if (m_stopped->load())
+            return;
+        setState(SessionStatus::State::Connecting);
+        doConnect();
     });
+    // One poll at a time: the next wait starts when a poll is done, never on a fixed beat
+    // that could send a second request while the first is still out.
+    m_statusTimer.setSingleShot(true);
     m_statusTimer.callOnTimeout(this, &SessionWorker::pollIcecastStatus);
+    m_flushTimer.setTimerType(Qt::CoarseTimer);
+    m_flushTimer.callOnTimeout(this, &SessionWorker::onFlushTick);
 }
 
 SessionWorker::~SessionWorker()
@@ -60,6 +68,7 @@ void SessionWorker::start()
 {
     Q_ASSERT(QThread::currentThread() == thread());
     AppPaths::ensure();
+    m_flushTimer.start(kFlushIntervalMs);
     doConnect();
     startIcecastPolling();
 }
@@ -75,7 +84,7 @@ void SessionWorker::doConnect()
     const QUrl url(m_station.streamUrl, QUrl::StrictMode);
     const QString scheme = url.scheme().toLower();
     if (!url.isValid() || url.host().isEmpty() || (scheme != QLatin1String("http") && scheme != QLatin1String("https"))) {
-        Q_EMIT errorChanged(QStringLiteral("Ungültige Stream-URL"));
+        giveUp(SessionOutcome::InvalidAddress, QStringLiteral("Ungültige Stream-URL"));
         return;
     }
     if (!StreamPlaylist::isPlaylistUrl(url)) {
@@ -125,9 +134,12 @@ void SessionWorker::handleResponse(const HttpResponseHead &head)
 {
     if (m_stopped->load())
         return;
+    QByteArray contentEncoding;
     for (const HttpHeader &h : head.headers) {
         const QByteArray name = h.name.toLower();
-        if (name == "icy-metaint") {
+        if (name == "content-encoding") {
+            contentEncoding = h.value;
+        } else if (name == "icy-metaint") {
             const auto metaint = IcyText::parseMetaint(h.value);
             if (metaint && *metaint > 0) {
                 m_demux.emplace(*metaint);
@@ -138,16 +150,31 @@ void SessionWorker::handleResponse(const HttpResponseHead &head)
             m_contentType = QString::fromLatin1(h.value.trimmed().toLower());
         }
     }
-    m_segmenter.setContentType(m_contentType);
 
-    // Some servers show browsers a web page; a player's agent gets the stream.
-    if (!m_demux && m_contentType.contains(QLatin1String("html")) && !m_usedFallbackUA) {
+    const StreamAnswer::Judgement judgement = StreamAnswer::judge(head.statusCode, m_contentType, contentEncoding,
+                                                                  m_demux.has_value(), m_usedFallbackUA);
+    switch (judgement.verdict) {
+    case StreamAnswer::Verdict::RetryWithPlayerAgent:
+        // Some servers show browsers a web page; a player's agent gets the stream.
         m_usedFallbackUA = true;
         m_stream.cancel();
+        m_demux.reset();
         QMetaObject::invokeMethod(this, &SessionWorker::doConnect, Qt::QueuedConnection);
         return;
+    case StreamAnswer::Verdict::Failed:
+        // Not an answer: the count goes on, and nothing of the body reaches a segment.
+        m_stream.cancel();
+        m_demux.reset();
+        scheduleReconnect(judgement.reason);
+        return;
+    case StreamAnswer::Verdict::Audio:
+        break;
     }
+    m_segmenter.setContentType(m_contentType);
     m_reconnectCount = 0;
+    m_status.attempt = 0;
+    m_status.reason.clear();
+    setState(SessionStatus::State::Recording);
     m_segmenter.openSegment();
 }
 
@@ -155,6 +182,7 @@ void SessionWorker::processBody(const QByteArray &chunk)
 {
     if (m_stopped->load() || chunk.isEmpty())
         return;
+    m_status.bytesReceived += chunk.size();
     if (m_demux)
         m_demux->feed(chunk);
     else
@@ -166,21 +194,62 @@ void SessionWorker::handleFinished(const HttpResult &result)
     if (m_stopped->load() || result.error == HttpError::Cancelled)
         return;
     m_segmenter.finalizeSegment(false);
-    scheduleReconnect();
+    scheduleReconnect(result.ok() ? QStringLiteral("the server ended the stream") : result.message);
 }
 
-void SessionWorker::scheduleReconnect()
+void SessionWorker::scheduleReconnect(const QString &reason)
 {
-    if (m_stopped->load())
+    if (m_stopped->load() || m_ended)
         return;
+    m_status.reason = reason;
     if (m_reconnectCount < m_timings.maxReconnects) {
         ++m_reconnectCount;
-        m_reconnectTimer.start(toMs(m_timings.reconnectDelaySec(m_reconnectCount)));
+        const int delayMs = toMs(m_timings.reconnectDelaySec(m_reconnectCount));
+        m_status.attempt = m_reconnectCount;
+        m_status.reconnectAt = QDeadlineTimer(delayMs);
+        setState(SessionStatus::State::Reconnecting);
+        m_reconnectTimer.start(delayMs);
         return;
     }
     m_segmenter.finalizeSegment(true);
-    Q_EMIT errorChanged(QStringLiteral("Stream unterbrochen"));
-    Q_EMIT gaveUp();
+    giveUp(SessionOutcome::GaveUp, QStringLiteral("Stream unterbrochen"));
+}
+
+void SessionWorker::giveUp(SessionOutcome outcome, const QString &message)
+{
+    if (m_ended)
+        return;
+    m_ended = true;
+    m_flushTimer.stop();
+    m_statusTimer.stop();
+    m_statusPoll.cancel();
+    if (m_status.reason.isEmpty())
+        m_status.reason = message;
+    m_status.reconnectAt = QDeadlineTimer(QDeadlineTimer::Forever);
+    setState(SessionStatus::State::GaveUp);
+    Q_EMIT errorChanged(message);
+    Q_EMIT ended(outcome);
+}
+
+void SessionWorker::setState(SessionStatus::State state)
+{
+    m_status.state = state;
+    if (state != SessionStatus::State::Reconnecting)
+        m_status.reconnectAt = QDeadlineTimer(QDeadlineTimer::Forever);
+    m_reportedBytes = m_status.bytesReceived;
+    Q_EMIT statusChanged(m_status);
+}
+
+void SessionWorker::onFlushTick()
+{
+    if (m_stopped->load())
+        return;
+    // Segments batch their writes; this bounds what a kill or a power cut can take.
+    m_segmenter.flush();
+    if (m_status.bytesReceived != m_reportedBytes) {
+        m_reportedBytes = m_status.bytesReceived;
+        Q_EMIT statusChanged(m_status);
+    }
 }
 
 void SessionWorker::handleInBandTitle(const QString &raw)
@@ -206,18 +275,18 @@ void SessionWorker::startIcecastPolling()
 
 void SessionWorker::pollIcecastStatus()
 {
-    if (m_stopped->load() || !m_statusUrl) {
-        m_statusTimer.stop();
+    if (m_stopped->load() || m_ended || !m_statusUrl)
         return;
-    }
     HttpRequest request{m_statusUrl->toEncoded()};
-    // A poll never outlives its interval, so polls never pile up on a dead server.
+    // A dead status server costs one interval per poll at the most.
     request.totalTimeoutSec = std::max(1.0, m_timings.statusPollIntervalSec);
     request.maxBodyBytes = 2 << 20;
-    m_statusPoll.cancel();
     m_statusPoll = m_context.http().get(request, this, [this](const HttpResult &result, const HttpResponseHead &,
                                                               const QByteArray &body) {
-        if (m_stopped->load() || !result.ok())
+        if (m_stopped->load() || m_ended)
+            return;
+        m_statusTimer.start(toMs(m_timings.statusPollIntervalSec));
+        if (!result.ok())
             return;
         const auto title = IcecastStatus::titleFor(body, m_mountPath);
         if (!title)
@@ -231,6 +300,7 @@ void SessionWorker::pollIcecastStatus()
 
 void SessionWorker::shutDown()
 {
+    m_flushTimer.stop();
     m_statusTimer.stop();
     m_statusPoll.cancel();
     m_reconnectTimer.stop();

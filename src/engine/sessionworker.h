@@ -2,6 +2,7 @@
 
 #include "engine/icydemux.h"
 #include "engine/recordingcontext.h"
+#include "engine/sessionstatus.h"
 #include "engine/tracksegmenter.h"
 #include "platform/httpclient.h"
 #include "stations/station.h"
@@ -16,7 +17,10 @@
 #include <optional>
 
 // The stream side of one recording: resolving the address, the ICY request, reconnects,
-// demultiplexing, segmentation and the status-document title poll.
+// demultiplexing, segmentation and the status-document title poll. An answer that is no
+// audio (error status, unfollowable redirect, a web page after the player agent, a
+// compressed body) is a failed attempt like a lost connection: its body is dropped and
+// it does not reset the reconnect count.
 //
 // Lives on the engine thread (RecordingContext::engineThread()); every slot and callback
 // runs there, so its state needs no lock. `stopped` is shared with the owning
@@ -35,10 +39,17 @@ public:
     void shutDown(); // the stop: cancels everything, finalises the open segment
     void flushToDisk();
 
+    // How often buffered audio goes to disk (and the byte count to the status): what a
+    // crash or a kill can lose.
+    static constexpr int kFlushIntervalMs = 1000;
+
 Q_SIGNALS:
     void titleAccepted(const QString &title);
     void errorChanged(const QString &message);
-    void gaveUp();
+    // The session ended on its own (GaveUp, InvalidAddress); emitted at most once.
+    void ended(SessionOutcome outcome);
+    // State changes at once; the byte count at most once per kFlushIntervalMs.
+    void statusChanged(const SessionStatus &status);
     // A finished song, handed to a save. The locks keep its segments safe until then.
     void songReady(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
 
@@ -48,7 +59,10 @@ private:
     void handleResponse(const HttpResponseHead &head);
     void processBody(const QByteArray &chunk);
     void handleFinished(const HttpResult &result);
-    void scheduleReconnect();
+    void scheduleReconnect(const QString &reason);
+    void giveUp(SessionOutcome outcome, const QString &message);
+    void setState(SessionStatus::State state);
+    void onFlushTick();
     void handleInBandTitle(const QString &title);
     void startIcecastPolling();
     void pollIcecastStatus();
@@ -68,6 +82,10 @@ private:
     bool m_usedFallbackUA = false;
     qint64 m_reconnectCount = 0;
     QTimer m_reconnectTimer{this}; // children, so they move to the engine thread with us
+    QTimer m_flushTimer{this};
+    SessionStatus m_status;
+    qint64 m_reportedBytes = 0;
+    bool m_ended = false;
 
     std::optional<QUrl> m_statusUrl;
     QString m_mountPath;

@@ -165,13 +165,20 @@ struct HttpClient::Worker {
 
     void post(Command command, std::shared_ptr<HttpTransfer::State> state)
     {
-        std::lock_guard lock(mutex);
-        if (quit)
-            return;
-        const bool first = commands.empty();
-        commands.emplace_back(command, std::move(state));
-        if (first)
-            wake();
+        {
+            std::lock_guard lock(mutex);
+            if (!quit) {
+                const bool first = commands.empty();
+                commands.emplace_back(command, std::move(state));
+                if (first)
+                    wake();
+                return;
+            }
+        }
+        // Shutting down: a request that will never run still ends, or a blocking caller
+        // would wait for ever.
+        if (command == Command::Add)
+            abandon(state);
     }
 
     static void post(const std::weak_ptr<Worker> &worker, Command command,
@@ -182,6 +189,7 @@ struct HttpClient::Worker {
     }
 
     void run();
+    static void abandon(const std::shared_ptr<HttpTransfer::State> &s);
     void add(const std::shared_ptr<HttpTransfer::State> &s);
     void finish(const std::shared_ptr<HttpTransfer::State> &s, HttpResult result);
     void scheduleDelivery(const std::shared_ptr<HttpTransfer::State> &s);
@@ -674,6 +682,33 @@ void HttpClient::Worker::run()
 
     for (const auto &s : std::vector(active.begin(), active.end()))
         finish(s, {HttpError::Cancelled, describe(HttpError::Cancelled)});
+    std::deque<std::pair<Command, std::shared_ptr<HttpTransfer::State>>> unstarted;
+    {
+        std::lock_guard lock(mutex);
+        unstarted.swap(commands);
+    }
+    for (auto &[command, s] : unstarted) {
+        if (command == Command::Add)
+            abandon(s);
+    }
+}
+
+void HttpClient::Worker::abandon(const std::shared_ptr<HttpTransfer::State> &s)
+{
+    {
+        std::lock_guard lock(s->mutex);
+        if (s->finished)
+            return;
+        s->finished = true;
+        s->result = {HttpError::Cancelled, describe(HttpError::Cancelled)};
+        s->deliveryScheduled = false;
+        if (s->context && s->contextAlive && !s->cancelled.load()) {
+            s->deliveryScheduled = true;
+            QMetaObject::invokeMethod(s->context, [s] { drain(s); }, Qt::QueuedConnection);
+        }
+    }
+    if (!s->context)
+        drain(s);
 }
 
 void HttpTransfer::cancel()
@@ -708,12 +743,17 @@ HttpClient::HttpClient() : m_worker(std::make_shared<Worker>())
 
 HttpClient::~HttpClient()
 {
+    beginShutdown();
+    m_worker->thread.join();
+}
+
+void HttpClient::beginShutdown()
+{
     {
         std::lock_guard lock(m_worker->mutex);
         m_worker->quit = true;
     }
     m_worker->wake();
-    m_worker->thread.join();
 }
 
 int HttpClient::activeTransfers() const

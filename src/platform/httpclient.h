@@ -104,6 +104,11 @@ class HttpClient {
 public:
     HttpClient();
     ~HttpClient(); // cancels whatever still runs and joins the worker
+
+    // Ends every transfer with HttpError::Cancelled (callbacks still run, on their
+    // contexts) and refuses new ones the same way; for a shutdown that must first
+    // release thread-pool tasks blocked in getBlocking(). Any thread; idempotent.
+    void beginShutdown();
     HttpClient(const HttpClient &) = delete;
     HttpClient &operator=(const HttpClient &) = delete;
 
@@ -119,7 +124,8 @@ public:
                           DownloadCallback callback);
 
     // For worker threads (thread-pool tasks) only, never the GUI thread: waits for the
-    // whole answer. The request's time-outs bound the wait.
+    // whole answer. The request's time-outs bound the wait, and so does the shutdown:
+    // once it has begun, a waiting or later call returns with HttpError::Cancelled.
     struct BlockingResult {
         HttpResult result;
         HttpResponseHead head;

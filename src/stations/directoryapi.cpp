@@ -5,6 +5,10 @@
 #include <QObject>
 #include <QUrl>
 
+#include <algorithm>
+#include <memory>
+#include <utility>
+
 namespace {
 
 const QString kPublicDirectory = QStringLiteral("https://all.api.radio-browser.info");
@@ -48,6 +52,8 @@ HttpRequest directoryRequest(const QString &url, double requestTimeoutSec)
     HttpRequest request;
     request.url = url.toUtf8();
     request.idleTimeoutSec = requestTimeoutSec;
+    // A directory that trickles its answer a byte at a time never trips the idle limit.
+    request.totalTimeoutSec = std::min(requestTimeoutSec, DirectoryApi::kMaxRequestSec);
     request.maxBodyBytes = DirectoryApi::kMaxPageBytes;
     return request;
 }
@@ -206,17 +212,26 @@ HttpTransfer checkIcy(HttpClient &http, const QString &url, QObject *context, st
     };
     request.idleTimeoutSec = requestTimeoutSec;
     request.totalTimeoutSec = resourceTimeoutSec;
-    // A one-shot GET that accepts no body at all: the transfer is aborted at the first
-    // audio byte, and the final response head still comes back with that error. Nothing
-    // here needs the transfer's own handle, so a cancelled probe leaves nothing behind.
-    request.maxBodyBytes = 0;
-    return http.get(request, context,
-                    [done = std::move(done)](const HttpResult &, const HttpResponseHead &head, const QByteArray &) {
-                        bool icy = false;
-                        for (const HttpHeader &header : head.headers)
-                            icy = icy || header.name.toLower() == "icy-metaint";
-                        done(icy);
-                    });
+    // The head decides: the answer is given as soon as it is complete and the stream is
+    // dropped, whether or not (or how slowly) a body follows.
+    struct Probe {
+        bool answered = false;
+        HttpTransfer transfer;
+    };
+    auto probe = std::make_shared<Probe>();
+    auto answer = [probe, done = std::move(done)](bool icy) {
+        if (probe->answered)
+            return;
+        probe->answered = true;
+        // Dropping the handle too breaks the cycle through these callbacks.
+        std::exchange(probe->transfer, {}).cancel();
+        done(icy);
+    };
+    probe->transfer = http.stream(request, context,
+                                  {[answer](const HttpResponseHead &head) { answer(head.hasHeader("icy-metaint")); },
+                                   {},
+                                   [answer](const HttpResult &) { answer(false); }});
+    return probe->transfer;
 }
 
 } // namespace DirectoryApi

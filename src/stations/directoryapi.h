@@ -33,6 +33,8 @@ inline constexpr qint64 kMaxPageBytes = qint64(2) << 20;
 // The directory's idle time-out for searches when the caller does not set one, as the
 // platform's default session has it.
 inline constexpr double kDefaultRequestTimeoutSec = 60;
+// No directory request runs longer than this in all, however steadily bytes arrive.
+inline constexpr double kMaxRequestSec = 20;
 
 // ORVIDA_DIRECTORY_URL when set and non-empty, else the public directory's API host;
 // never with a trailing slash.
@@ -80,7 +82,8 @@ HttpTransfer randomStation(HttpClient &http, const QString &base, const QString 
 
 // Whether the stream at `url` announces an ICY metadata interval: true when the final
 // response head carries "icy-metaint" in any letter case. Only the head is read: the
-// transfer ends at the first body byte, so no audio is downloaded. Unparsable URLs,
+// answer comes as soon as it is complete and the stream is dropped then, so no audio is
+// downloaded and a server that sends no body is not waited for. Unparsable URLs,
 // errors and time-outs before the head give false.
 HttpTransfer checkIcy(HttpClient &http, const QString &url, QObject *context, std::function<void(bool)> done,
                       double requestTimeoutSec = 6, double resourceTimeoutSec = 8);

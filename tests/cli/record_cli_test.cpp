@@ -1,15 +1,56 @@
 #include "library/librarystore.h"
 
 #include "clirunner.h"
+#include "dbusfixture.h"
 #include "fixtureserver.h"
 #include "icystream.h"
 #include "testenv.h"
 
+#include <QDirIterator>
 #include <QFileInfo>
+
+#include <atomic>
+#include <csignal>
 
 #include <gtest/gtest.h>
 
 namespace {
+
+// orvida-cli running in the background, for tests that signal or kill it.
+std::unique_ptr<QProcess> startCli(const QStringList &args, const QProcessEnvironment &extraEnv = {},
+                                   QProcess *reader = nullptr)
+{
+    auto process = std::make_unique<QProcess>();
+    if (reader)
+        process->setStandardOutputProcess(reader);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(extraEnv);
+    process->setProcessEnvironment(env);
+    process->start(QStringLiteral(ORVIDA_CLI_PATH), args);
+    EXPECT_TRUE(process->waitForStarted());
+    return process;
+}
+
+// Waits for the next whole line on the process's stdout (without its newline).
+QByteArray nextLine(QProcess &process, int timeoutMs = 10000)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!process.canReadLine() && !deadline.hasExpired())
+        process.waitForReadyRead(50);
+    return process.readLine().trimmed();
+}
+
+QStringList libraryTitles()
+{
+    LibraryOpenResult opened = LibraryStore::open(LibraryStore::defaultPath());
+    EXPECT_TRUE(opened) << opened.message.toStdString();
+    QStringList titles;
+    if (opened) {
+        for (const Track &t : opened.store->allTracks())
+            titles << t.artist + QStringLiteral(" - ") + t.title;
+    }
+    return titles;
+}
 
 class RecordCliTest : public ::testing::Test {
 protected:
@@ -55,13 +96,135 @@ TEST_F(RecordCliTest, RecordsForAWhileAndFilesEverySongIncludingTheLastOne)
         EXPECT_TRUE(QFileInfo::exists(path)) << path.toStdString();
 }
 
+// A reader that goes away (`record ... | head -n 3`) does not end the recording; a hang-up
+// ends it like SIGTERM, with the song in progress saved.
+TEST_F(RecordCliTest, ALostReaderAndAHangUpStillSaveEverySong)
+{
+    QList<QByteArray> titles;
+    for (int n = 0; n < 40; ++n)
+        titles << "Artist - Song " + QByteArray::number(n);
+    server.route("/live", IcyStream::station(titles, 3, 25)); // a new title every 75 ms
+    QProcess head; // record ... | head -n 1
+    const auto process =
+        startCli({"record", QString::fromLatin1(server.url("/live")), "--name", "Busy FM"}, env, &head);
+    head.start(QStringLiteral("head"), {QStringLiteral("-n"), QStringLiteral("1")});
+    ASSERT_TRUE(head.waitForFinished(10000));
+    EXPECT_TRUE(head.readAllStandardOutput().startsWith("started\t"));
+    // Titles keep coming, and every line now goes to a pipe nobody reads.
+    EXPECT_FALSE(process->waitForFinished(1500)) << "the lost reader ended the recording";
+    ::kill(pid_t(process->processId()), SIGHUP);
+    ASSERT_TRUE(process->waitForFinished(20000));
+    EXPECT_EQ(process->exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process->exitCode(), 0);
+    const QStringList saved = libraryTitles();
+    EXPECT_GE(saved.size(), 10) << saved.join(", ").toStdString();
+}
+
+TEST_F(RecordCliTest, AHangUpSavesTheSongInProgress)
+{
+    server.route("/live", IcyStream::station({"A - One", "B - Two"}, 4, 25));
+    const auto process = startCli({"record", QString::fromLatin1(server.url("/live")), "--name", "Calm FM"}, env);
+    QByteArray line;
+    while (!(line = nextLine(*process)).isEmpty() && !line.startsWith("saved\t")) {
+    }
+    ASSERT_TRUE(line.startsWith("saved\t")) << "no first song";
+    ::kill(pid_t(process->processId()), SIGHUP);
+    ASSERT_TRUE(process->waitForFinished(20000));
+    EXPECT_EQ(process->exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(process->exitCode(), 0);
+    const QByteArray rest = process->readAllStandardOutput();
+    EXPECT_TRUE(rest.contains("B - Two")) << rest.toStdString();
+    EXPECT_EQ(libraryTitles(), (QStringList{"A - One", "B - Two"}));
+}
+
+// Audio is flushed to its segment at least once a second, so a kill -9 loses at most
+// about the last second (the segment buffer alone holds 32 KiB: 4 s of this station).
+TEST_F(RecordCliTest, AKilledRecorderKeepsAllButTheLastSecond)
+{
+    constexpr int kBytesPerSec = 8000;
+    std::atomic<qint64> audioSent{0};
+    server.route("/slow", [&](const FixtureServer::Request &) {
+        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}}).produce(125, [&] {
+            audioSent += 1000;
+            return IcyStream::audioBlock(int(audioSent / 1000)) + IcyStream::metaBlock({});
+        });
+    });
+    const auto process =
+        startCli({"record", QString::fromLatin1(server.url("/slow")), "--name", "Slow FM", "--bitrate", "64"}, env);
+    ASSERT_TRUE(waitUntil([&] { return audioSent.load() >= 3 * kBytesPerSec; }, 10000));
+    process->kill(); // SIGKILL
+    const qint64 sentAtKill = audioSent.load();
+    process->waitForFinished();
+
+    qint64 onDisk = 0;
+    for (QDirIterator it(home.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
+        const QFileInfo file(it.next());
+        if (file.dir().dirName() == QLatin1String("tmp") && file.fileName().startsWith(QLatin1Char('.')))
+            onDisk += file.size();
+    }
+    EXPECT_GE(onDisk, sentAtKill - kBytesPerSec * 3 / 2) << "sent " << sentAtKill;
+    EXPECT_LE(onDisk, sentAtKill);
+}
+
+// An error page is a failed attempt with its reason on an error line, never a song.
+TEST_F(RecordCliTest, AnErrorPageIsAFailedAttemptAndNeverASong)
+{
+    server.route("/gone", FixtureServer::Script::response(404, "text/html", QByteArray(13000, 'e')));
+    const auto process = startCli({"record", QString::fromLatin1(server.url("/gone")), "--name", "Evil"}, env);
+    EXPECT_TRUE(nextLine(*process).startsWith("started\t"));
+    EXPECT_EQ(nextLine(*process), "error\tHTTP 404; reconnecting in 2 s (attempt 1 of 8)");
+    process->terminate();
+    ASSERT_TRUE(process->waitForFinished(20000));
+    EXPECT_EQ(process->exitCode(), 0);
+    EXPECT_FALSE(process->readAllStandardOutput().contains("saved\t"));
+    EXPECT_TRUE(libraryTitles().isEmpty());
+    QStringList files;
+    for (QDirIterator it(home.file("Music"), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();)
+        files << it.next();
+    EXPECT_TRUE(files.isEmpty()) << files.join(", ").toStdString();
+}
+
 TEST_F(RecordCliTest, AnAddressThatIsNotAUrlEndsTheRecordingWithThree)
 {
+    EXPECT_EQ(runCli({"record", "http://127.0.0.1:9/x", "--for", "inf"}, env).exitCode, 2);
     // (Giving up on a dead station takes eight reconnects, a minute of waiting: the
     // engine's own tests cover it with short delays.)
     const CliRun run = runCli({ "record", "not a url", "--for", "30" }, env);
     EXPECT_EQ(run.exitCode, 3);
     EXPECT_EQ(run.out, "started\tcustom:not a url\nerror\tUngültige Stream-URL\nstopped\tcustom:not a url\n");
+}
+
+} // namespace
+
+namespace {
+
+// While `record` runs it holds logind's sleep block, as the headless recorder does.
+class RecordSleepCliTest : public LogindBusTest {
+protected:
+    TestHome home;
+    FixtureServer server;
+};
+
+TEST_F(RecordSleepCliTest, HoldsTheSleepInhibitorWhileRecording)
+{
+    if (setUpFailed())
+        return;
+    server.route("/live", IcyStream::station({"A - One"}, 4, 25));
+    QProcessEnvironment env;
+    env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), bus().address());
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), bus().address());
+    const auto process = startCli({"record", QString::fromLatin1(server.url("/live")), "--name", "Held FM"}, env);
+    const auto held = [](const QList<PrivateBus::InhibitorEntry> &entries) {
+        return std::any_of(entries.begin(), entries.end(), [](const PrivateBus::InhibitorEntry &e) {
+            return e.what == QLatin1String("sleep") && e.mode == QLatin1String("block")
+                && e.why == QLatin1String("Radio recording in progress");
+        });
+    };
+    EXPECT_TRUE(bus().waitForInhibitors(held, 10000));
+    process->terminate();
+    ASSERT_TRUE(process->waitForFinished(20000));
+    EXPECT_EQ(process->exitCode(), 0);
+    EXPECT_TRUE(bus().waitForInhibitors([&](const auto &entries) { return !held(entries); }));
 }
 
 } // namespace

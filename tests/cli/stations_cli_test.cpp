@@ -2,6 +2,7 @@
 #include "fixtureserver.h"
 #include "testenv.h"
 
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -63,6 +64,22 @@ TEST_F(CliStationsTest, SearchPrintsTheFirstPageInServerOrder)
     EXPECT_EQ(plain.out.split('\n').first(), "Station 1\tGermany\tMP3\t128\thttp://stream.example/1\tuuid-1");
 }
 
+// A directory's text cannot add fields or lines to ours.
+TEST_F(CliStationsTest, SearchLinesCarryNoControlCharactersFromTheDirectory)
+{
+    QJsonObject forged = directoryStation(1);
+    forged["name"] = "Evil\tFM\nsaved\t/etc/passwd\r";
+    forged["country"] = QString("De\u2028\x1b[31mutschland");
+    server.route("/json/stations/search",
+                 FixtureServer::Script::response(200, "application/json",
+                                                 QJsonDocument(QJsonArray{forged}).toJson(QJsonDocument::Compact)));
+    const CliRun run = runCli({"search", "evil"}, directoryEnv());
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_EQ(run.out.count('\n'), 1) << run.out.toStdString();
+    EXPECT_EQ(run.out.split('\t').size(), 6) << run.out.toStdString();
+    EXPECT_TRUE(run.out.startsWith("Evil FM saved /etc/passwd\tDe  [31mutschland\t")) << run.out.toStdString();
+}
+
 TEST_F(CliStationsTest, DirectoryFailuresExitWithOneLine)
 {
     server.route("/json/stations/search", FixtureServer::Script::response(200, "text/html", "<html>maintenance</html>"));
@@ -84,6 +101,12 @@ TEST_F(CliStationsTest, ProbeAndTitleReadOnlyTheStreamHead)
     server.route("/plain", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"icy-name", "No Titles"}}).send("x").hang());
 
     EXPECT_EQ(runCli({"probe", QString::fromLatin1(server.url("/icy"))}).out, "icy\n");
+    // The head alone decides: a server that sends no body is not waited for.
+    server.route("/headonly", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "8192"}}).hang());
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_EQ(runCli({"probe", QString::fromLatin1(server.url("/headonly"))}).out, "icy\n");
+    EXPECT_LT(clock.elapsed(), 4000); // the probe's time-out is 6 s
     EXPECT_EQ(runCli({"probe", QString::fromLatin1(server.url("/plain"))}).out, "no-icy\n");
     EXPECT_EQ(runCli({"probe", "not a url"}).out, "no-icy\n");
 

@@ -114,6 +114,7 @@ TEST_F(RadioRecorderTest, ASessionThatGivesUpLeavesTheListAndNamesItsStation)
     QPointer<RecordingSession> session = recorder.session(dead.id);
 
     ASSERT_TRUE(waitUntil([&] { return ended.count() == 1; }));
+    EXPECT_EQ(ended.first().at(1).value<SessionOutcome>(), SessionOutcome::GaveUp);
     EXPECT_EQ(sessionIds(), QStringList { alive.id });
     EXPECT_EQ(recorder.lastStation(), dead);
     EXPECT_EQ(recorder.errorMessage(), "Stream unterbrochen");

@@ -64,7 +64,7 @@ protected:
     {
         auto session = std::make_unique<RecordingSession>(station, std::nullopt, context);
         session->onTrackSaved = [this](const Track &t) { saved.push_back(t); };
-        session->onStopped = [this] { ++stoppedCalls; };
+        session->onStopped = [this](SessionOutcome outcome) { outcomes.push_back(outcome); };
         EXPECT_TRUE(waitUntil(done, timeoutMs));
         session->stop();
         EXPECT_TRUE(waitUntil([&] { return session->isIdle(); }, 10000));
@@ -90,7 +90,7 @@ protected:
     HttpClient http;
     RecordingContext context{http, nullptr};
     std::vector<Track> saved;
-    int stoppedCalls = 0;
+    std::vector<SessionOutcome> outcomes;
 };
 
 TEST_F(RecordingSessionTest, UnpaddedSongsAreByteExactBetweenTitleChanges)
@@ -125,7 +125,7 @@ TEST_F(RecordingSessionTest, UnpaddedSongsAreByteExactBetweenTitleChanges)
     EXPECT_EQ(first->station, "Fixture FM");
     EXPECT_EQ(session->recordedCount(), 2);
     EXPECT_EQ(session->currentStreamTitle(), "Artist - Two");
-    EXPECT_EQ(stoppedCalls, 1);
+    EXPECT_EQ(outcomes, std::vector{SessionOutcome::Stopped});
     EXPECT_TRUE(leftoversInTmp().isEmpty()) << leftoversInTmp().join(", ").toStdString();
 
     const auto requests = server.requests();
@@ -196,28 +196,151 @@ TEST_F(RecordingSessionTest, ADropoutKeepsBothPiecesOfTheSongTogether)
     EXPECT_EQ(connection, 2);
 }
 
-TEST_F(RecordingSessionTest, GivesUpAfterEightFailedReconnects)
+// A station that never gives a usable answer: every attempt fails, none resets the
+// count, nothing is written, and the ninth failure in a row ends the session.
+struct DeadAnswer {
+    const char *name;
+    std::function<FixtureServer::Script(const FixtureServer &server)> script;
+    const char *reason; // part of the status's reason
+};
+
+void PrintTo(const DeadAnswer &answer, std::ostream *os)
 {
-    quint16 deadPort = 0;
-    {
-        FixtureServer gone;
-        deadPort = gone.port();
-    }
-    Station station = Station::custom(QStringLiteral("http://127.0.0.1:%1/x").arg(deadPort), "Dead FM");
-    RecordingSession session(station, std::nullopt, context);
+    *os << answer.name;
+}
+
+class DeadStation : public RecordingSessionTest, public ::testing::WithParamInterface<DeadAnswer> {};
+
+TEST_P(DeadStation, GivesUpAfterEightAttemptsWithoutWritingTheBody)
+{
+    const DeadAnswer &answer = GetParam();
+    server.route("/dead", [&](const FixtureServer::Request &) { return answer.script(server); });
+    RecordingSession session(Station::custom(QString::fromLatin1(server.url("/dead")), "Dead FM"), std::nullopt,
+                             context);
+    session.onStopped = [&](SessionOutcome outcome) { outcomes.push_back(outcome); };
     QString error;
-    session.onStopped = [&] { ++stoppedCalls; };
+    QStringList reasons;
+    qint64 lastAttempt = 0;
     QObject::connect(&session, &RecordingSession::errorMessageChanged, [&](const QString &e) { error = e; });
-    ASSERT_TRUE(waitUntil([&] { return stoppedCalls == 1; }, 5000));
+    QObject::connect(&session, &RecordingSession::statusChanged, [&](const SessionStatus &status) {
+        EXPECT_NE(status.state, SessionStatus::State::Recording);
+        if (status.state == SessionStatus::State::Reconnecting && status.attempt != lastAttempt) {
+            EXPECT_EQ(status.attempt, lastAttempt + 1) << "a failed answer must not reset the count";
+            lastAttempt = status.attempt;
+            reasons << status.reason;
+        }
+    });
+    ASSERT_TRUE(waitUntil([&] { return !outcomes.empty(); }, 8000));
+    EXPECT_EQ(outcomes, std::vector{SessionOutcome::GaveUp});
     EXPECT_EQ(error, "Stream unterbrochen");
+    EXPECT_EQ(lastAttempt, 8);
+    ASSERT_FALSE(reasons.isEmpty());
+    EXPECT_TRUE(reasons.last().contains(QLatin1String(answer.reason))) << reasons.last().toStdString();
+    EXPECT_EQ(session.status().state, SessionStatus::State::GaveUp);
     EXPECT_FALSE(session.isStopped()); // the owner decides; the session only reports
+    session.stop();
+    ASSERT_TRUE(waitUntil([&] { return session.isIdle(); }));
+    EXPECT_TRUE(saved.empty());
+    EXPECT_EQ(session.outcome(), SessionOutcome::GaveUp); // the later stop does not rewrite it
+    EXPECT_TRUE(leftoversInTmp().isEmpty()) << leftoversInTmp().join(", ").toStdString();
+}
+
+const QByteArray kErrorPage(13000, 'e');
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, DeadStation,
+    ::testing::Values(
+        DeadAnswer{"NotFound", [](const FixtureServer &) { return FixtureServer::Script::response(404, "text/html", kErrorPage); },
+                   "HTTP 404"},
+        DeadAnswer{"ServerError",
+                   [](const FixtureServer &) {
+                       return FixtureServer::Script::head("HTTP/1.0 500 Internal Server Error", {{"Content-Type", "audio/mpeg"}})
+                           .send(kErrorPage);
+                   },
+                   "HTTP 500"},
+        DeadAnswer{"WebPageForEveryAgent",
+                   [](const FixtureServer &) { return FixtureServer::Script::response(200, "text/html", kErrorPage); },
+                   "web page"},
+        DeadAnswer{"Gzip",
+                   [](const FixtureServer &) {
+                       return FixtureServer::Script::head("HTTP/1.0 200 OK",
+                                                          {{"Content-Type", "audio/mpeg"}, {"Content-Encoding", "gzip"}})
+                           .send(kErrorPage)
+                           .hang();
+                   },
+                   "gzip"},
+        DeadAnswer{"RedirectLoop",
+                   [](const FixtureServer &server) {
+                       return FixtureServer::Script::head("HTTP/1.0 302 Found", {{"Location", server.url("/dead")}});
+                   },
+                   "HTTP 302"},
+        DeadAnswer{"RedirectToFile",
+                   [](const FixtureServer &) {
+                       return FixtureServer::Script::head("HTTP/1.0 301 Moved", {{"Location", "file:///etc/passwd"}});
+                   },
+                   "HTTP 301"},
+        DeadAnswer{"RedirectToFtp",
+                   [](const FixtureServer &) {
+                       return FixtureServer::Script::head("HTTP/1.0 307 Moved", {{"Location", "ftp://127.0.0.1/x.mp3"}});
+                   },
+                   "HTTP 307"},
+        DeadAnswer{"Unreachable",
+                   [](const FixtureServer &) { return FixtureServer::Script().close(); },
+                   ""}),
+    [](const ::testing::TestParamInfo<DeadAnswer> &p) { return std::string(p.param.name); });
+
+TEST_F(RecordingSessionTest, StatusFollowsConnectingRecordingAndReconnecting)
+{
+    int connection = 0;
+    server.route("/flaky", [&](const FixtureServer::Request &) {
+        ++connection;
+        if (connection == 1) // connected, then a stall past the idle time-out
+            return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}}).send(audioRun(0) + metaBlock({})).hang();
+        if (connection == 2)
+            return FixtureServer::Script::response(503, "text/plain", "busy");
+        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}}).produce(100, [] {
+            return audioRun(1) + metaBlock({});
+        });
+    });
+    context.timings.reconnectDelaySec = [](qint64) { return 0.3; };
+    context.timings.idleTimeoutSec = 1.0;
+    RecordingSession session(Station::custom(QString::fromLatin1(server.url("/flaky")), "Flaky FM"), std::nullopt,
+                             context);
+    using State = SessionStatus::State;
+    QList<std::pair<State, qint64>> steps; // state changes with their attempt number
+    QString busyReason;
+    QObject::connect(&session, &RecordingSession::statusChanged, [&](const SessionStatus &s) {
+        if (steps.isEmpty() || steps.last() != std::pair{s.state, s.attempt})
+            steps.append({s.state, s.attempt});
+        if (s.attempt == 2 && s.state == State::Reconnecting) {
+            busyReason = s.reason;
+            EXPECT_GT(s.reconnectInSec(), 0);
+            EXPECT_EQ(s.maxAttempts, 8);
+        }
+    });
+    EXPECT_EQ(session.status().state, State::Connecting);
+    ASSERT_TRUE(waitUntil([&] { return connection == 3 && session.status().state == State::Recording; }));
+    // Bytes are counted across connections and reported while recording goes on.
+    ASSERT_TRUE(waitUntil([&] { return session.status().bytesReceived > 1001 + 3 * 1001; }, 4000));
+    const QList<std::pair<State, qint64>> expected{{State::Recording, 0},  {State::Reconnecting, 1},
+                                                   {State::Connecting, 1}, {State::Reconnecting, 2},
+                                                   {State::Connecting, 2}, {State::Recording, 0}};
+    EXPECT_EQ(steps, expected);
+    EXPECT_EQ(busyReason, "HTTP 503");
+    session.stop();
+    EXPECT_EQ(session.status().state, State::Stopped);
+    EXPECT_EQ(session.outcome(), SessionOutcome::Stopped);
+    ASSERT_TRUE(waitUntil([&] { return session.isIdle(); }));
 }
 
 TEST_F(RecordingSessionTest, RejectsAddressesThatAreNotStreamUrls)
 {
     for (const QString &bad : {QStringLiteral("not a url"), QStringLiteral("ftp://host/x"), QStringLiteral("http://")}) {
         RecordingSession session(Station::custom(bad, "Bad"), std::nullopt, context);
-        ASSERT_TRUE(waitUntil([&] { return session.errorMessage().has_value(); }, 3000)) << bad.toStdString();
+        std::optional<SessionOutcome> ended;
+        QObject::connect(&session, &RecordingSession::ended, [&](SessionOutcome o) { ended = o; });
+        ASSERT_TRUE(waitUntil([&] { return ended.has_value(); }, 3000)) << bad.toStdString();
+        EXPECT_EQ(*ended, SessionOutcome::InvalidAddress);
         EXPECT_EQ(*session.errorMessage(), "Ungültige Stream-URL");
     }
 }

@@ -131,6 +131,69 @@ TEST_F(PolledTitlesTest, InBandTitlesTakePrecedenceOverPolledOnes)
     waitUntil([&] { return session.isIdle(); });
 }
 
+// With the real timing: the first poll 5 s after the start, then one every 5 s, one at a
+// time, whatever the stream does meanwhile (here: no in-band titles at all).
+TEST_F(PolledTitlesTest, PollsFirstAfterFiveSecondsThenEveryFive)
+{
+    context.timings = RecordingTimings{};
+    context.timings.statusUrlFor = [this](const QString &) { return QUrl(QString::fromLatin1(server.url("/status-json.xsl"))); };
+    QMutex timesMutex;
+    QList<qint64> pollMs;
+    QElapsedTimer clock;
+    server.route("/status-json.xsl", [&](const FixtureServer::Request &) {
+        QMutexLocker lock(&timesMutex);
+        pollMs << clock.elapsed();
+        return FixtureServer::Script::response(200, "application/json", statusWith(source("/live", "Polled - One")));
+    });
+    server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
+                              .produce(50, [] { return QByteArray(800, 'x'); }));
+    clock.start();
+    RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Timed FM"), std::nullopt, context);
+    waitUntil([] { return false; }, 11500);
+    session.stop();
+    QMutexLocker lock(&timesMutex);
+    const QList<qint64> polls = pollMs;
+    std::string at;
+    for (qint64 ms : polls)
+        at += std::to_string(ms) + " ";
+    ASSERT_EQ(polls.size(), 2) << "polls at ms: " << at;
+    EXPECT_NEAR(polls[0], 5000, 600);
+    EXPECT_NEAR(polls[1] - polls[0], 5000, 600);
+    lock.unlock();
+    waitUntil([&] { return session.isIdle(); });
+}
+
+// A slow status server is asked again only an interval after it answered: polls never
+// overlap and never come faster than the interval.
+TEST_F(PolledTitlesTest, ASlowStatusServerIsNeverAskedTwiceAtOnce)
+{
+    context.timings.statusPollIntervalSec = 0.3;
+    QMutex timesMutex;
+    QList<qint64> pollMs;
+    QElapsedTimer clock;
+    server.route("/status-json.xsl", [&](const FixtureServer::Request &) {
+        QMutexLocker lock(&timesMutex);
+        pollMs << clock.elapsed();
+        FixtureServer::Script answer = FixtureServer::Script().pause(700);
+        answer.steps += FixtureServer::Script::response(200, "application/json", statusWith(source("/live", "Slow - One"))).steps;
+        return answer;
+    });
+    server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
+                              .produce(50, [] { return QByteArray(800, 'x'); }));
+    clock.start();
+    RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Slow FM"), std::nullopt, context);
+    ASSERT_TRUE(waitUntil([&] {
+        QMutexLocker lock(&timesMutex);
+        return pollMs.size() >= 3;
+    }));
+    session.stop();
+    QMutexLocker lock(&timesMutex);
+    for (qsizetype i = 1; i < pollMs.size(); ++i)
+        EXPECT_GE(pollMs[i] - pollMs[i - 1], 900) << "poll " << i;
+    lock.unlock();
+    waitUntil([&] { return session.isIdle(); });
+}
+
 TEST(StreamTitlePoller, ARestartForgetsTheOldStreamAndItsTitle)
 {
     FixtureServer server;

@@ -303,3 +303,32 @@ TEST(HttpClientBlocking, WaitsForTheWholeAnswerOffTheEventLoop)
 }
 
 } // namespace
+
+namespace {
+
+// A pool task blocked on a server that never answers, and one that asks only after the
+// shutdown began, both come back at once: nothing may keep the shutdown waiting.
+TEST(HttpClientBlocking, TheShutdownReleasesEveryBlockedCaller)
+{
+    FixtureServer server;
+    server.route("/stall", FixtureServer::Script().hang());
+    auto client = std::make_unique<HttpClient>();
+    std::atomic<bool> stalledBack{false};
+    HttpClient::BlockingResult stalled, late;
+    std::thread waiting([&] {
+        stalled = client->getBlocking({server.url("/stall")});
+        stalledBack = true;
+    });
+    ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 1; }));
+    client->beginShutdown();
+    ASSERT_TRUE(waitUntil([&] { return stalledBack.load(); }, 3000));
+    waiting.join();
+    EXPECT_EQ(stalled.result.error, HttpError::Cancelled);
+
+    std::thread asking([&] { late = client->getBlocking({server.url("/stall")}); });
+    asking.join(); // before the fix: waits for ever
+    EXPECT_EQ(late.result.error, HttpError::Cancelled);
+    client.reset();
+}
+
+} // namespace

@@ -285,7 +285,14 @@ INSTANTIATE_TEST_SUITE_P(
                   [] { return Script::head("HTTP/1.1 200 OK", {{"Content-Length", "5000"}}).send("[{\"id\":").close(); }},
         BadAnswer{"Stalled",
                   [] { return Script::head("HTTP/1.1 200 OK", {{"Content-Length", "5000"}}).send("[{\"id\":").hang(); }},
-        BadAnswer{"NeverAnswers", [] { return Script().hang(); }}),
+        BadAnswer{"NeverAnswers", [] { return Script().hang(); }},
+        // A byte every 50 ms never trips the idle limit; only a limit on the whole request ends it.
+        BadAnswer{"Trickle",
+                  [] {
+                      return Script::head("HTTP/1.1 200 OK", {{"Content-Type", "application/json"}}).produce(50, [] {
+                          return QByteArray(" ");
+                      });
+                  }}),
     [](const ::testing::TestParamInfo<BadAnswer> &p) { return std::string(p.param.name); });
 
 TEST(StationDirectoryUnreachable, ARefusedConnectionLeavesAnIdleDirectory)
