@@ -2,11 +2,8 @@
 #include "cli/recordercli.h"
 #include "cli/signalwatcher.h"
 
-#include "engine/closedlidkeeper.h"
-#include "engine/radiorecorder.h"
-#include "engine/sleepguard.h"
+#include "engine/recorderservices.h"
 #include "engine/sniperscheduler.h"
-#include "platform/dbuslink.h"
 
 #include <chrono>
 #include <cmath>
@@ -34,30 +31,15 @@ int runCommand(CliServices &services, const QStringList &args)
     const auto setup = RecorderCli::setUp(services, &error);
     if (!setup)
         return Cli::fail(error);
-    RadioRecorder &recorder = setup->recorder;
-
-    // A laptop recording headless must not doze off in a window; on a server without
-    // buses nothing is held and nothing waits.
-    DBusLink systemBus(DBusLink::systemBusAddress(), QStringLiteral("system"));
-    DBusLink sessionBus(DBusLink::sessionBusAddress(), QStringLiteral("session"));
-    SleepGuard sleepGuard(systemBus, sessionBus,
-        [&recorder](std::function<void()> done) { SleepGuard::flushSessions(recorder.sessions(), std::move(done)); });
-    QObject::connect(&recorder, &RadioRecorder::sessionsChanged, &sleepGuard,
-        [&] { sleepGuard.setRecording(!recorder.sessions().isEmpty()); });
-    ClosedLidKeeper lidKeeper(systemBus);
-    options.closedLidKeeper = &lidKeeper;
-    auto scheduler = std::make_unique<SniperScheduler>(sleepGuard, options);
-    scheduler->configure(recorder, setup->library);
+    setup->services.startScheduler(options);
 
     SignalWatcher signals;
     bool finished = false;
     QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finished = true; });
     Cli::waitUntilDone(finished);
 
-    // No tick may start anything while the last songs are being saved.
-    scheduler.reset();
-    recorder.stop();
-    recorder.waitForSaves();
+    // The scheduler first, then the last songs saved, then the library closed.
+    setup->services.shutDown();
     return kExitOk;
 }
 
