@@ -58,13 +58,15 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     server.route("/b", IcyStream::station({"B - One"}, 1000, 20));
     RadioRecorder &recorder = services->recorder();
     LibraryStore *library = services->library();
+    QList<Station> stations;
     for (const QByteArray path : {"/a", "/b"}) {
-        recorder.start(Station::custom(QString::fromLatin1(server.url(path)), QString::fromLatin1(path)), std::nullopt,
+        stations << Station::custom(QString::fromLatin1(server.url(path)), QString::fromLatin1(path));
+        recorder.start(stations.last(), std::nullopt,
                        [library](const Track &track) { EXPECT_TRUE(RadioRecorder::upsertIntoLibrary(track, *library)); });
     }
     ASSERT_TRUE(waitUntil([&] {
-        return recorder.streamTitle(recorder.sessions().value(0)->station()) == QStringLiteral("A - One")
-            && recorder.streamTitle(recorder.sessions().value(1)->station()) == QStringLiteral("B - One");
+        return recorder.streamTitle(stations[0]) == QStringLiteral("A - One")
+            && recorder.streamTitle(stations[1]) == QStringLiteral("B - One");
     }));
     waitUntil([] { return false; }, 100); // some audio under the titles
 
