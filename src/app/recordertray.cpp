@@ -76,6 +76,5 @@ void RecorderTray::updateRecordings()
     const qsizetype running = sessions.size();
     m_icon->setToolTip(running == 0 ? tx("app.title")
                                     : tx("app.title") + QStringLiteral(" · ")
-                                          + (running == 1 ? tx("rec.countOne")
-                                                          : Texts::text("rec.countFormat").arg(running)));
+                + (running == 1 ? tx("rec.countOne") : Texts::text("rec.countFormat").arg(running)));
 }

@@ -13,7 +13,7 @@
 #include <QtConcurrent/QtConcurrentRun>
 
 RecorderServices::RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLink &sessionBus,
-                                   std::unique_ptr<LibraryStore> library, Options options, QObject *parent)
+    std::unique_ptr<LibraryStore> library, Options options, QObject *parent)
     : QObject(parent)
     , m_systemBus(systemBus)
     , m_library(std::move(library))
@@ -44,7 +44,7 @@ RecorderServices::RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLi
         SleepGuard::flushSessions(m_recorder ? m_recorder->sessions() : QList<RecordingSession *>(), std::move(done));
     });
     connect(m_recorder.get(), &RadioRecorder::sessionsChanged, m_sleepGuard.get(),
-            [this] { m_sleepGuard->setRecording(!m_recorder->sessions().isEmpty()); });
+        [this] { m_sleepGuard->setRecording(!m_recorder->sessions().isEmpty()); });
 }
 
 RecorderServices::~RecorderServices()

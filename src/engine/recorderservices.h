@@ -49,8 +49,8 @@ public:
 
     // `library` may be null (it could not be opened): recording still works, songs are
     // then filed nowhere and the scheduler does not run its plans.
-    RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLink &sessionBus,
-                     std::unique_ptr<LibraryStore> library, Options options, QObject *parent = nullptr);
+    RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLink &sessionBus, std::unique_ptr<LibraryStore> library,
+        Options options, QObject *parent = nullptr);
     ~RecorderServices() override; // shutDown()
 
     RecordingStats &stats() { return *m_stats; }

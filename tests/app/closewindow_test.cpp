@@ -34,18 +34,18 @@ TEST(ClosePolicyTest, QuitsOnlyWhenNothingRecordsOrWaitsAndAsksBeforeTheFirstTra
         std::optional<bool> keepInTray;
         Action expected;
     } cases[] = {
-        {0, 0, true, true, Action::Quit},
-        {0, 0, false, std::nullopt, Action::Quit},
+        { 0, 0, true, true, Action::Quit },
+        { 0, 0, false, std::nullopt, Action::Quit },
         // Without a tray there is no way back to a hidden window: ask every time.
-        {2, 0, false, std::nullopt, Action::AskBackground},
-        {0, 1, false, true, Action::AskBackground},
-        {1, 0, false, false, Action::AskBackground},
-        {1, 0, true, std::nullopt, Action::AskTray},
-        {0, 3, true, true, Action::HideToTray},
-        {1, 1, true, false, Action::Quit},
+        { 2, 0, false, std::nullopt, Action::AskBackground },
+        { 0, 1, false, true, Action::AskBackground },
+        { 1, 0, false, false, Action::AskBackground },
+        { 1, 0, true, std::nullopt, Action::AskTray },
+        { 0, 3, true, true, Action::HideToTray },
+        { 1, 1, true, false, Action::Quit },
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(ClosePolicy::decide({c.recordings, c.plans, c.tray, c.keepInTray}), c.expected)
+        EXPECT_EQ(ClosePolicy::decide({ c.recordings, c.plans, c.tray, c.keepInTray }), c.expected)
             << c.recordings << " recordings, " << c.plans << " plans, tray " << c.tray;
     }
 }
@@ -56,7 +56,8 @@ TEST(AutostartTest, TheEntryStartsThisProgramHiddenWhateverItsPathHolds)
     EXPECT_TRUE(text.startsWith(QStringLiteral("[Desktop Entry]\nType=Application\n")));
     // Quoting escapes ", $ and \ with a backslash, the key file doubles every backslash,
     // and % is doubled as the field-code escape.
-    EXPECT_TRUE(text.contains(QStringLiteral("\nExec=\"/opt/My \\\\\"Apps\\\\\"/50%%/\\\\$b\\\\\\\\in/orvida\" --hidden\n")))
+    EXPECT_TRUE(
+        text.contains(QStringLiteral("\nExec=\"/opt/My \\\\\"Apps\\\\\"/50%%/\\\\$b\\\\\\\\in/orvida\" --hidden\n")))
         << text.toStdString();
 }
 
@@ -77,7 +78,8 @@ protected:
     // A window whose close questions are answered by `answers` in turn.
     MainWindow &openWindow(bool trayAvailable)
     {
-        window = std::make_unique<MainWindow>(*app, MainWindowOptions{1800, false, [trayAvailable] { return trayAvailable; }});
+        window = std::make_unique<MainWindow>(
+            *app, MainWindowOptions { 1800, false, [trayAvailable] { return trayAvailable; } });
         window->askOnClose = [this](Action question) {
             questions << question;
             return answers.isEmpty() ? Answer::Cancel : answers.takeFirst();
@@ -86,7 +88,7 @@ protected:
         return *window;
     }
 
-    Station startStation(const QByteArray &path, const QString &name, QList<QByteArray> titles = {"Artist - One"})
+    Station startStation(const QByteArray &path, const QString &name, QList<QByteArray> titles = { "Artist - One" })
     {
         server.route(path, IcyStream::station(std::move(titles), 20, 20));
         const Station station = Station::custom(QString::fromLatin1(server.url(path)), name);
@@ -125,12 +127,12 @@ TEST_F(CloseWindowTest, WithoutATrayClosingAsksAndRecordingGoesOnInTheBackground
     const Station one = startStation("/one", QStringLiteral("One"));
     const Station two = startStation("/two", QStringLiteral("Two"));
 
-    answers = {Answer::Cancel};
+    answers = { Answer::Cancel };
     EXPECT_FALSE(w.close());
-    EXPECT_EQ(questions, QList<Action>{Action::AskBackground});
+    EXPECT_EQ(questions, QList<Action> { Action::AskBackground });
     EXPECT_TRUE(w.isVisible());
 
-    answers = {Answer::KeepRunning};
+    answers = { Answer::KeepRunning };
     EXPECT_FALSE(w.close());
     EXPECT_FALSE(w.isVisible());
     EXPECT_TRUE(w.runsInBackground());
@@ -151,11 +153,10 @@ TEST_F(CloseWindowTest, WithoutATrayQuittingFromTheQuestionEndsAtOnce)
     QSignalSpy quit(&w, &MainWindow::quitRequested);
     const QDateTime start = QDateTime::currentDateTimeUtc().addSecs(3600);
     app->scheduler().add(ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
-                                                  start.addSecs(600), ScheduledRecording::Mode::SplitTracks,
-                                                  std::nullopt));
-    answers = {Answer::Quit};
+        start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt));
+    answers = { Answer::Quit };
     EXPECT_TRUE(w.close());
-    EXPECT_EQ(questions, QList<Action>{Action::AskBackground});
+    EXPECT_EQ(questions, QList<Action> { Action::AskBackground });
     EXPECT_EQ(quit.count(), 1);
 }
 
@@ -163,18 +164,21 @@ TEST_F(CloseWindowTest, TheTrayIsOfferedOnceAndItsMenuFollowsTheRecordingsAndQui
 {
     MainWindow &w = openWindow(true);
     QSignalSpy quit(&w, &MainWindow::quitRequested);
-    const Station one = startStation("/one", QStringLiteral("One"), {"Artist - One", "Artist - Two"});
+    const Station one = startStation("/one", QStringLiteral("One"), { "Artist - One", "Artist - Two" });
 
-    answers = {Answer::KeepRunning};
+    answers = { Answer::KeepRunning };
     EXPECT_FALSE(w.close());
-    EXPECT_EQ(questions, QList<Action>{Action::AskTray});
+    EXPECT_EQ(questions, QList<Action> { Action::AskTray });
     EXPECT_EQ(Preferences::value(QString::fromLatin1(ClosePolicy::kCloseToTrayKey)).toBool(), true);
     EXPECT_FALSE(w.isVisible());
     ASSERT_TRUE(w.tray());
     EXPECT_TRUE(w.tray()->isShown());
-    EXPECT_TRUE(waitUntil([&] {
-        return trayEntries() == QStringList({"One — Artist - Two", "--", "Show Orvida", "Quit"});
-    }, 10000)) << trayEntries().join(u'|').toStdString();
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            return trayEntries() == QStringList({ "One — Artist - Two", "--", "Show Orvida", "Quit" });
+        },
+        10000))
+        << trayEntries().join(u'|').toStdString();
 
     w.tray()->showAction()->trigger();
     EXPECT_TRUE(w.isVisible());
@@ -184,7 +188,7 @@ TEST_F(CloseWindowTest, TheTrayIsOfferedOnceAndItsMenuFollowsTheRecordingsAndQui
     EXPECT_FALSE(w.isVisible());
 
     app->recorder().stop(one);
-    EXPECT_EQ(trayEntries(), QStringList({"Nothing is being recorded", "--", "Show Orvida", "Quit"}));
+    EXPECT_EQ(trayEntries(), QStringList({ "Nothing is being recorded", "--", "Show Orvida", "Quit" }));
     EXPECT_EQ(quit.count(), 0); // the tray stays until the user quits
 
     w.tray()->quitAction()->trigger();
@@ -196,7 +200,7 @@ TEST_F(CloseWindowTest, ARefusedTrayIsRememberedAndLaterClosesQuit)
     MainWindow &w = openWindow(true);
     QSignalSpy quit(&w, &MainWindow::quitRequested);
     startStation("/one", QStringLiteral("One"));
-    answers = {Answer::Quit};
+    answers = { Answer::Quit };
     EXPECT_TRUE(w.close());
     EXPECT_EQ(quit.count(), 1);
     EXPECT_EQ(Preferences::value(QString::fromLatin1(ClosePolicy::kCloseToTrayKey)).toBool(), false);
@@ -212,7 +216,7 @@ TEST_F(CloseWindowTest, ARefusedTrayIsRememberedAndLaterClosesQuit)
 TEST_F(CloseWindowTest, TheRealQuestionOffersItsThreeAnswersAndCancelKeepsTheWindow)
 {
     startStation("/one", QStringLiteral("One"));
-    window = std::make_unique<MainWindow>(*app, MainWindowOptions{1800, false, [] { return false; }});
+    window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
     window->show();
     QStringList buttons;
     QString question;
@@ -228,22 +232,23 @@ TEST_F(CloseWindowTest, TheRealQuestionOffersItsThreeAnswersAndCancelKeepsTheWin
     EXPECT_TRUE(window->isVisible());
     EXPECT_EQ(question, tx("close.backgroundQuestion"));
     buttons.sort();
-    EXPECT_EQ(buttons, QStringList({"Cancel", "Keep Recording in the Background", "Quit and Stop Recordings"}));
+    EXPECT_EQ(buttons, QStringList({ "Cancel", "Keep Recording in the Background", "Quit and Stop Recordings" }));
 }
 
 TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlansExist)
 {
-    window = std::make_unique<MainWindow>(*app, MainWindowOptions{1800, false, [] { return true; }});
+    window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return true; } });
     window->startHidden();
     EXPECT_FALSE(window->isVisible());
     ASSERT_TRUE(window->tray());
     EXPECT_TRUE(window->tray()->isShown());
 
     const QDateTime start = QDateTime::currentDateTimeUtc().addSecs(3600);
-    const ScheduledRecording plan = ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")),
-        start, start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt);
+    const ScheduledRecording plan
+        = ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
+            start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt);
     app->scheduler().add(plan);
-    window = std::make_unique<MainWindow>(*app, MainWindowOptions{1800, false, [] { return false; }});
+    window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
     QSignalSpy quit(window.get(), &MainWindow::quitRequested);
     window->startHidden();
     QTest::qWait(50); // the check comes from the event loop

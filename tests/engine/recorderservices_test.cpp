@@ -40,8 +40,8 @@ protected:
     const QString libraryPath = home.file(QStringLiteral("library.sqlite"));
     FixtureServer server;
     HttpClient http;
-    DBusLink systemBus{std::nullopt, QStringLiteral("system")};
-    DBusLink sessionBus{std::nullopt, QStringLiteral("session")};
+    DBusLink systemBus { std::nullopt, QStringLiteral("system") };
+    DBusLink sessionBus { std::nullopt, QStringLiteral("session") };
 };
 
 // The order matters: a library closed before the last save came back would lose it.
@@ -54,15 +54,15 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     EXPECT_TRUE(services->startScheduler(scheduling).isConfigured());
     EXPECT_EQ(&services->startScheduler(scheduling), services->scheduler());
 
-    server.route("/a", IcyStream::station({"A - One"}, 1000, 20));
-    server.route("/b", IcyStream::station({"B - One"}, 1000, 20));
+    server.route("/a", IcyStream::station({ "A - One" }, 1000, 20));
+    server.route("/b", IcyStream::station({ "B - One" }, 1000, 20));
     RadioRecorder &recorder = services->recorder();
     LibraryStore *library = services->library();
     QList<Station> stations;
-    for (const QByteArray path : {"/a", "/b"}) {
+    for (const QByteArray path : { "/a", "/b" }) {
         stations << Station::custom(QString::fromLatin1(server.url(path)), QString::fromLatin1(path));
         recorder.start(stations.last(), std::nullopt,
-                       [library](const Track &track) { EXPECT_TRUE(RadioRecorder::upsertIntoLibrary(track, *library)); });
+            [library](const Track &track) { EXPECT_TRUE(RadioRecorder::upsertIntoLibrary(track, *library)); });
     }
     ASSERT_TRUE(waitUntil([&] {
         return recorder.streamTitle(stations[0]) == QStringLiteral("A - One")
@@ -81,7 +81,7 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     for (const Track &track : reopened.store->allTracks())
         titles << track.artist + " - " + track.title;
     titles.sort();
-    EXPECT_EQ(titles, QStringList({"A - One", "B - One"}));
+    EXPECT_EQ(titles, QStringList({ "A - One", "B - One" }));
 }
 
 TEST_F(RecorderServicesTest, WithoutALibraryItRecordsButTheSchedulerRunsNoPlans)
