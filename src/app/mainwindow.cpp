@@ -303,6 +303,18 @@ void MainWindow::startHidden()
     m_background = true;
     // After main() has entered the event loop: a quit before it would be lost.
     QTimer::singleShot(0, this, &MainWindow::quitIfIdleInBackground);
+    m_trayRetry = new QTimer(this);
+    m_trayRetry->setInterval(m_options.trayRetryMs);
+    connect(m_trayRetry, &QTimer::timeout, this, [this, left = m_options.trayRetryCount]() mutable {
+        if (m_quitting || --left < 0) {
+            m_trayRetry->stop();
+        } else if (m_options.trayAvailable() && !isVisible()) {
+            m_trayRetry->stop();
+            m_background = false;
+            goToTray();
+        }
+    });
+    m_trayRetry->start();
 }
 
 void MainWindow::quit()

@@ -31,6 +31,10 @@ struct MainWindowOptions {
     bool toolGate = true;
     // Whether the desktop shows tray icons (asked at every close: a panel may come later).
     std::function<bool()> trayAvailable;
+    // Started hidden at login, the panel with the tray may come up after us: how often and
+    // how long to look for it before staying in the background.
+    int trayRetryMs = 2000;
+    int trayRetryCount = 30;
 };
 
 // The main window: a sidebar of pages (radio, favourites, recents, recordings, schedule,
@@ -138,5 +142,6 @@ private:
     QTimer *m_toastTimer = nullptr;
     RecorderTray *m_tray = nullptr;
     bool m_background = false;
+    QTimer *m_trayRetry = nullptr;
     bool m_quitting = false;
 };

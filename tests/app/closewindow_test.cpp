@@ -257,6 +257,24 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     EXPECT_EQ(quit.count(), 0);
     app->scheduler().remove(plan);
     EXPECT_EQ(quit.count(), 1);
+
+    // The panel with the tray may come up after us at login: then the tray takes over.
+    app->scheduler().add(plan);
+    bool trayUp = false;
+    window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [&] { return trayUp; }, 20, 50 });
+    window->startHidden();
+    EXPECT_TRUE(window->runsInBackground());
+    trayUp = true;
+    ASSERT_TRUE(waitUntil([&] { return window->tray() != nullptr; }));
+    EXPECT_FALSE(window->runsInBackground());
+    EXPECT_FALSE(window->isVisible());
+
+    // Started hidden without a tray and without plans, there is nothing to wait for.
+    app->scheduler().remove(plan);
+    window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
+    QSignalSpy quitAtOnce(window.get(), &MainWindow::quitRequested);
+    window->startHidden();
+    EXPECT_TRUE(quitAtOnce.wait(1000));
 }
 
 TEST_F(CloseWindowTest, StartAtLoginWritesAndRemovesTheEntryAndShowsWhenItCannot)
