@@ -10,6 +10,7 @@
 #include "library/librarystore.h"
 
 #include <QFutureWatcher>
+#include <QThread>
 #include <QtConcurrent/QtConcurrentRun>
 
 RecorderServices::RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLink &sessionBus,
@@ -54,6 +55,7 @@ RecorderServices::~RecorderServices()
 
 SniperScheduler &RecorderServices::startScheduler(SniperScheduler::Options options)
 {
+    Q_ASSERT(QThread::currentThread() == thread());
     Q_ASSERT(!m_shutDown);
     if (m_scheduler)
         return *m_scheduler;
@@ -74,6 +76,7 @@ void RecorderServices::waitForRecovery()
 
 void RecorderServices::shutDown()
 {
+    Q_ASSERT(QThread::currentThread() == thread());
     if (m_shutDown)
         return;
     m_shutDown = true;

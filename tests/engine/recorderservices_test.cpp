@@ -50,7 +50,6 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     useByteExactSaves();
     auto services = make(true);
     SniperScheduler::Options scheduling;
-    scheduling.fileUrl = std::nullopt;
     EXPECT_TRUE(services->startScheduler(scheduling).isConfigured());
     EXPECT_EQ(&services->startScheduler(scheduling), services->scheduler());
 
@@ -92,7 +91,6 @@ TEST_F(RecorderServicesTest, WithoutALibraryItRecordsButTheSchedulerRunsNoPlans)
     // The stalled-stream override reaches the window's and the command line's recorder alike.
     EXPECT_EQ(services->context().timings.idleTimeoutSec, 3);
     SniperScheduler::Options scheduling;
-    scheduling.fileUrl = std::nullopt;
     EXPECT_FALSE(services->startScheduler(scheduling).isConfigured());
     EXPECT_FALSE(services->library());
 }
