@@ -2,13 +2,11 @@
 
 #include "app/scheduleformat.h"
 #include "app/texts.h"
-#include "engine/closedlidkeeper.h"
 #include "engine/enginesettingsstore.h"
 #include "engine/radiorecorder.h"
+#include "engine/recorderservices.h"
 #include "engine/recordingcontext.h"
-#include "engine/recordingsession.h"
 #include "engine/recordingstats.h"
-#include "engine/segmentrecovery.h"
 #include "engine/sleepguard.h"
 #include "engine/sniperscheduler.h"
 #include "engine/trackinfolookup.h"
@@ -21,8 +19,6 @@
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 
-#include <QtConcurrent/QtConcurrentRun>
-
 Application::Application(ApplicationOptions options, QObject *parent)
     : QObject(parent)
     , m_directoryBase(options.directoryBase.isEmpty() ? DirectoryApi::baseUrl() : options.directoryBase)
@@ -32,48 +28,33 @@ Application::Application(ApplicationOptions options, QObject *parent)
 {
     LibraryOpenResult opened =
         LibraryStore::open(options.libraryPath.isEmpty() ? LibraryStore::defaultPath() : options.libraryPath);
-    m_library = std::move(opened.store);
     m_libraryError = opened.message;
 
-    if (options.recoverSegments) {
-        // Leftovers of a crash: blocking file work, and no session of ours runs yet.
-        (void)QtConcurrent::run([] { SegmentRecovery::recoverOrphans(); });
-    }
-
-    m_stats = std::make_unique<RecordingStats>();
-    m_context = std::make_unique<RecordingContext>(m_http, m_stats.get());
-    m_context->storeBase = options.storeBase.isEmpty() ? TrackInfoLookup::storeBase() : options.storeBase;
-    m_context->ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
     m_engineSettings = std::make_unique<EngineSettingsStore>();
     m_favorites = std::make_unique<FavoriteStations>(FavoriteStations::defaultFilePath());
     m_recents = std::make_unique<RecentStations>();
     m_directory = std::make_unique<StationDirectory>(m_http, m_directoryBase);
     // The catalogue is fetched when the globe is first shown, not at start.
     m_globe = std::make_unique<GlobeStationStore>(m_http, m_directoryBase);
-    m_recorder = std::make_unique<RadioRecorder>(*m_context);
     m_tools = std::make_unique<YouTubeService>(m_http);
     if (options.checkForToolUpdate)
         m_tools->updateYtDlpIfNeeded(false);
-
-    m_sleepGuard = std::make_unique<SleepGuard>(m_systemBus, m_sessionBus, [this](std::function<void()> done) {
-        SleepGuard::flushSessions(m_recorder ? m_recorder->sessions() : QList<RecordingSession *>(), std::move(done));
-    });
-    connect(m_recorder.get(), &RadioRecorder::sessionsChanged, m_sleepGuard.get(),
-            [this] { m_sleepGuard->setRecording(!m_recorder->sessions().isEmpty()); });
-    m_lidKeeper = std::make_unique<ClosedLidKeeper>(m_systemBus, nullptr, m_clock);
     m_notifier = std::make_unique<DesktopNotifier>(m_sessionBus);
+
+    RecorderServices::Options recording;
+    recording.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
+    recording.storeBase = options.storeBase.isEmpty() ? TrackInfoLookup::storeBase() : options.storeBase;
+    recording.recoverSegments = options.recoverSegments;
+    m_recording = std::make_unique<RecorderServices>(m_http, m_systemBus, m_sessionBus, std::move(opened.store),
+                                                     std::move(recording));
     SniperScheduler::Options scheduling;
     scheduling.clock = m_clock;
     scheduling.tickInterval = options.scheduleTickInterval;
-    scheduling.closedLidKeeper = m_lidKeeper.get();
-    m_scheduler = std::make_unique<SniperScheduler>(*m_sleepGuard, scheduling);
-    connect(m_scheduler.get(), &SniperScheduler::scheduledRecordingStarted, this,
+    SniperScheduler &scheduler = m_recording->startScheduler(scheduling);
+    connect(&scheduler, &SniperScheduler::scheduledRecordingStarted, this,
             [this](const ScheduledRecording &plan) { announce("schedule.notifyStarted", plan); });
-    connect(m_scheduler.get(), &SniperScheduler::scheduledRecordingEnded, this,
+    connect(&scheduler, &SniperScheduler::scheduledRecordingEnded, this,
             [this](const ScheduledRecording &plan) { announce("schedule.notifyEnded", plan); });
-    // Without a library plans still record (and keep the computer awake); their songs
-    // stay in the radio folder unfiled.
-    m_scheduler->configure(*m_recorder, m_library.get());
 }
 
 Application::~Application()
@@ -81,16 +62,46 @@ Application::~Application()
     shutDown();
 }
 
+RecordingStats &Application::stats()
+{
+    return m_recording->stats();
+}
+
+RecordingContext &Application::recordingContext()
+{
+    return m_recording->context();
+}
+
+RadioRecorder &Application::recorder()
+{
+    return m_recording->recorder();
+}
+
+SniperScheduler &Application::scheduler()
+{
+    return *m_recording->scheduler();
+}
+
+SleepGuard &Application::sleepGuard()
+{
+    return m_recording->sleepGuard();
+}
+
+LibraryStore *Application::library()
+{
+    return m_recording->library();
+}
+
 bool Application::startRecording(const Station &station)
 {
     // Planned windows are started by the scheduler, which files their songs itself.
-    return m_recorder->start(station, std::nullopt, [this](const Track &track) { fileIntoLibrary(track); });
+    return recorder().start(station, std::nullopt, [this](const Track &track) { fileIntoLibrary(track); });
 }
 
 void Application::fileIntoLibrary(const Track &track)
 {
-    if (m_library)
-        (void)RadioRecorder::upsertIntoLibrary(track, *m_library);
+    if (LibraryStore *store = library())
+        (void)RadioRecorder::upsertIntoLibrary(track, *store);
 }
 
 QString Application::notificationBody(const ScheduledRecording &plan)
@@ -108,17 +119,10 @@ void Application::shutDown()
     if (m_shutDown)
         return;
     m_shutDown = true;
-    // No tick may start anything while the last songs are being saved.
-    m_scheduler.reset();
-    m_recorder->stop();
-    m_recorder->waitForSaves();
-    m_context->waitForSaves();
-    m_recorder.reset();
+    // The recordings end first: their last songs still go into the library.
+    m_recording->shutDown();
     m_directory.reset();
     m_globe.reset();
     m_tools.reset();
-    m_library.reset();
     m_notifier.reset();
-    m_lidKeeper.reset();
-    m_sleepGuard.reset();
 }

@@ -12,7 +12,6 @@
 #include <memory>
 #include <optional>
 
-class ClosedLidKeeper;
 class DesktopNotifier;
 class EngineSettingsStore;
 class FavoriteStations;
@@ -20,6 +19,7 @@ class GlobeStationStore;
 class LibraryStore;
 class RadioRecorder;
 class RecentStations;
+class RecorderServices;
 class RecordingContext;
 class RecordingStats;
 class SleepGuard;
@@ -48,12 +48,12 @@ struct ApplicationOptions {
 };
 
 // The composition root of the window: one instance of every long-lived service, created
-// at start in dependency order and kept for the life of the process. shutDown() ends
-// them in order: the scheduler first (no tick may start anything now), then recordings
-// stopped and their saves finished before the library closes. The scheduler runs as in
-// orvida-cli run: it holds the sleep guard while anything records or is planned, keeps
-// the lid switch when the user asked for that, and every window it records is announced
-// on the desktop when it starts and when it ends.
+// at start in dependency order and kept for the life of the process. The recorder, the
+// library and the scheduler are built by RecorderServices, as for orvida-cli, and end in
+// its order: the scheduler first, then recordings stopped and their saves finished
+// before the library closes. The scheduler holds the sleep guard while anything records
+// or is planned, keeps the lid switch when the user asked for that, and every window it
+// records is announced on the desktop when it starts and when it ends.
 //
 // Lives on the GUI thread, like every service it owns.
 class Application : public QObject {
@@ -64,21 +64,22 @@ public:
     ~Application() override;
 
     HttpClient &http() { return m_http; }
-    RecordingStats &stats() { return *m_stats; }
-    RecordingContext &recordingContext() { return *m_context; }
+    RecordingStats &stats();
+    RecordingContext &recordingContext();
     EngineSettingsStore &engineSettings() { return *m_engineSettings; }
     FavoriteStations &favorites() { return *m_favorites; }
     RecentStations &recents() { return *m_recents; }
     StationDirectory &directory() { return *m_directory; }
     GlobeStationStore &globe() { return *m_globe; }
-    RadioRecorder &recorder() { return *m_recorder; }
-    SniperScheduler &scheduler() { return *m_scheduler; }
-    SleepGuard &sleepGuard() { return *m_sleepGuard; }
+    RadioRecorder &recorder();
+    SniperScheduler &scheduler();
+    SleepGuard &sleepGuard();
+    RecorderServices &recorderServices() { return *m_recording; }
     DesktopNotifier &notifier() { return *m_notifier; }
     [[nodiscard]] QDateTime now() const { return m_clock(); }
     YouTubeService &tools() { return *m_tools; }
     // Absent when the library file could not be opened; libraryError() says why.
-    LibraryStore *library() { return m_library.get(); }
+    LibraryStore *library();
     [[nodiscard]] const QString &libraryError() const { return m_libraryError; }
     [[nodiscard]] const QString &directoryBase() const { return m_directoryBase; }
 
@@ -104,21 +105,14 @@ private:
     // The buses outlive everything that talks over them.
     DBusLink m_systemBus;
     DBusLink m_sessionBus;
-    std::unique_ptr<RecordingStats> m_stats;
-    std::unique_ptr<RecordingContext> m_context;
     std::unique_ptr<EngineSettingsStore> m_engineSettings;
     std::unique_ptr<FavoriteStations> m_favorites;
     std::unique_ptr<RecentStations> m_recents;
     std::unique_ptr<StationDirectory> m_directory;
     std::unique_ptr<GlobeStationStore> m_globe;
-    std::unique_ptr<RadioRecorder> m_recorder;
     std::unique_ptr<YouTubeService> m_tools;
-    std::unique_ptr<LibraryStore> m_library;
-    std::unique_ptr<SleepGuard> m_sleepGuard;
-    std::unique_ptr<ClosedLidKeeper> m_lidKeeper;
     std::unique_ptr<DesktopNotifier> m_notifier;
-    // After the guard and the keeper it uses, so it lets go of them first.
-    std::unique_ptr<SniperScheduler> m_scheduler;
+    std::unique_ptr<RecorderServices> m_recording;
     QString m_libraryError;
     bool m_shutDown = false;
 };

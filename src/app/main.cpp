@@ -1,4 +1,5 @@
 #include "app/application.h"
+#include "app/autostart.h"
 #include "app/mainwindow.h"
 #include "app/texts.h"
 
@@ -14,15 +15,24 @@ int main(int argc, char **argv)
     QApplication::setOrganizationName(QStringLiteral("Orvida"));
     QApplication::setDesktopFileName(QStringLiteral("app.orvida.Orvida"));
     QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("app.orvida.Orvida")));
+    // Recordings outlive the window: the window says when to quit.
+    QApplication::setQuitOnLastWindowClosed(false);
+    // Started at login: straight to the tray, or the background without one.
+    const bool hidden = QApplication::arguments().contains(QString::fromLatin1(Autostart::kHiddenFlag));
 
     Application app;
     int code = 0;
     {
         // The window goes first: it borrows the services that shutDown() ends.
         MainWindow window(app);
-        window.show();
+        QObject::connect(&window, &MainWindow::quitRequested, &qapp, &QApplication::quit, Qt::QueuedConnection);
+        if (hidden)
+            window.startHidden();
+        else
+            window.show();
         code = QApplication::exec();
     }
+    // The scheduler stops, the recordings stop and their last songs are saved.
     app.shutDown();
     return code;
 }

@@ -6,6 +6,7 @@
 #include "app/libraryview.h"
 #include "app/radioview.h"
 #include "app/recentsview.h"
+#include "app/recordertray.h"
 #include "app/recordingsview.h"
 #include "app/scheduleview.h"
 #include "app/settingsview.h"
@@ -13,14 +14,20 @@
 #include "app/texts.h"
 #include "app/toolsgateview.h"
 #include "engine/radiorecorder.h"
+#include "engine/sniperscheduler.h"
+#include "platform/preferences.h"
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
 
+#include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QShortcut>
 #include <QStackedWidget>
+#include <QSystemTrayIcon>
 #include <QTimer>
 
 
@@ -31,6 +38,9 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
 {
     setWindowTitle(tx("app.title"));
     resize(1100, 700);
+    if (!m_options.trayAvailable)
+        m_options.trayAvailable = &QSystemTrayIcon::isSystemTrayAvailable;
+    askOnClose = [this](ClosePolicy::Action question) { return askWithDialog(question); };
 
     m_content = new QWidget(this);
     auto *layout = new QHBoxLayout(m_content);
@@ -108,6 +118,8 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     });
     connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
+    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::quitIfIdleInBackground);
+    connect(&app.scheduler(), &SniperScheduler::itemsChanged, this, &MainWindow::quitIfIdleInBackground);
 
     m_root = new QStackedWidget(this);
     m_root->addWidget(m_content);
@@ -211,4 +223,136 @@ void MainWindow::updateRecordingsBadge()
     if (running > 0)
         label += QStringLiteral("  ● %1").arg(running);
     m_sidebar->item(RecordingsPage)->setText(label);
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (m_quitting) {
+        QMainWindow::closeEvent(event);
+        return;
+    }
+    ClosePolicy::Situation situation;
+    situation.runningRecordings = int(m_app.recorder().sessions().size());
+    situation.plannedRecordings = int(m_app.scheduler().items().size());
+    situation.trayAvailable = m_options.trayAvailable();
+    const QVariant remembered = Preferences::value(QString::fromLatin1(ClosePolicy::kCloseToTrayKey));
+    if (remembered.isValid())
+        situation.keepInTray = remembered.toBool();
+
+    const ClosePolicy::Action action = ClosePolicy::decide(situation);
+    CloseAnswer answer = CloseAnswer::Quit;
+    switch (action) {
+    case ClosePolicy::Action::Quit:
+        break;
+    case ClosePolicy::Action::HideToTray:
+        answer = CloseAnswer::KeepRunning;
+        break;
+    case ClosePolicy::Action::AskTray:
+    case ClosePolicy::Action::AskBackground:
+        answer = askOnClose(action);
+        // Only the tray question is remembered, and only when answered.
+        if (action == ClosePolicy::Action::AskTray && answer != CloseAnswer::Cancel)
+            Preferences::setValue(QString::fromLatin1(ClosePolicy::kCloseToTrayKey),
+                                  answer == CloseAnswer::KeepRunning);
+        break;
+    }
+
+    switch (answer) {
+    case CloseAnswer::Cancel:
+        event->ignore();
+        return;
+    case CloseAnswer::KeepRunning:
+        event->ignore();
+        if (situation.trayAvailable)
+            goToTray();
+        else
+            goToBackground();
+        return;
+    case CloseAnswer::Quit:
+        event->accept();
+        quit();
+        return;
+    }
+}
+
+MainWindow::CloseAnswer MainWindow::askWithDialog(ClosePolicy::Action question)
+{
+    const bool tray = question == ClosePolicy::Action::AskTray;
+    QMessageBox box(QMessageBox::Question, tx("close.title"),
+                    tx(tray ? "close.trayQuestion" : "close.backgroundQuestion"), QMessageBox::NoButton, this);
+    QPushButton *keep = box.addButton(tx(tray ? "close.keepInTray" : "close.keepInBackground"),
+                                      QMessageBox::AcceptRole);
+    QPushButton *quitButton = box.addButton(tx("close.quit"), QMessageBox::DestructiveRole);
+    QPushButton *cancel = box.addButton(tx("close.cancel"), QMessageBox::RejectRole);
+    box.setDefaultButton(keep);
+    box.setEscapeButton(cancel);
+    box.exec();
+    if (box.clickedButton() == keep)
+        return CloseAnswer::KeepRunning;
+    if (box.clickedButton() == quitButton)
+        return CloseAnswer::Quit;
+    return CloseAnswer::Cancel;
+}
+
+void MainWindow::startHidden()
+{
+    if (m_options.trayAvailable()) {
+        goToTray();
+        return;
+    }
+    m_background = true;
+    // After main() has entered the event loop: a quit before it would be lost.
+    QTimer::singleShot(0, this, &MainWindow::quitIfIdleInBackground);
+    m_trayRetry = new QTimer(this);
+    m_trayRetry->setInterval(m_options.trayRetryMs);
+    connect(m_trayRetry, &QTimer::timeout, this, [this, left = m_options.trayRetryCount]() mutable {
+        if (m_quitting || --left < 0) {
+            m_trayRetry->stop();
+        } else if (m_options.trayAvailable() && !isVisible()) {
+            m_trayRetry->stop();
+            m_background = false;
+            goToTray();
+        }
+    });
+    m_trayRetry->start();
+}
+
+void MainWindow::quit()
+{
+    m_quitting = true;
+    close();
+    Q_EMIT quitRequested();
+}
+
+void MainWindow::goToTray()
+{
+    if (!m_tray) {
+        m_tray = new RecorderTray(m_app, this);
+        connect(m_tray, &RecorderTray::showRequested, this, &MainWindow::showFromTray);
+        connect(m_tray, &RecorderTray::quitRequested, this, &MainWindow::quit);
+    }
+    m_tray->show();
+    hide();
+}
+
+void MainWindow::goToBackground()
+{
+    m_background = true;
+    hide();
+    quitIfIdleInBackground();
+}
+
+void MainWindow::quitIfIdleInBackground()
+{
+    if (!m_background || m_quitting || isVisible())
+        return;
+    if (m_app.recorder().sessions().isEmpty() && m_app.scheduler().items().isEmpty())
+        quit();
+}
+
+void MainWindow::showFromTray()
+{
+    showNormal();
+    raise();
+    activateWindow();
 }

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "app/closepolicy.h"
 #include "stations/station.h"
 
 #include <QMainWindow>
 
+#include <functional>
 #include <optional>
 
 class Application;
@@ -16,6 +18,7 @@ class QStackedWidget;
 class QTimer;
 class RadioView;
 class RecentsView;
+class RecorderTray;
 class RecordingsView;
 class ScheduleView;
 class SettingsView;
@@ -26,6 +29,12 @@ struct MainWindowOptions {
     int toastMs = 1800;
     // Whether the missing-tools screen may come before the content.
     bool toolGate = true;
+    // Whether the desktop shows tray icons (asked at every close: a panel may come later).
+    std::function<bool()> trayAvailable;
+    // Started hidden at login, the panel with the tray may come up after us: how often and
+    // how long to look for it before staying in the background.
+    int trayRetryMs = 2000;
+    int trayRetryCount = 30;
 };
 
 // The main window: a sidebar of pages (radio, favourites, recents, recordings, schedule,
@@ -33,6 +42,10 @@ struct MainWindowOptions {
 // Ctrl+D adds or removes the current station as a favourite and shows a short notice.
 // Until there is a player, the current station is the one last selected in a station
 // list.
+//
+// Closing the window does not end recordings: ClosePolicy decides whether it quits, goes
+// to the tray or (without a tray) asks to record on in the background. Quitting is asked
+// of the program with quitRequested(); main() then shuts the services down in order.
 //
 // Lives on the GUI thread and borrows every service from the Application.
 class MainWindow : public QMainWindow {
@@ -75,14 +88,38 @@ public:
     ToolsGateView *toolsGate() const { return m_gate; }
     [[nodiscard]] bool showsToolsGate() const;
 
+    // Started at login (--hidden): no window; the tray, or the background while anything
+    // is planned or records.
+    void startHidden();
+    // Ends the program: the window closes without asking and quitRequested() follows.
+    void quit();
+    // Absent until the window first goes to the tray.
+    RecorderTray *tray() const { return m_tray; }
+    // Running without a window and without a tray; quits once nothing records or is planned.
+    [[nodiscard]] bool runsInBackground() const { return m_background; }
+
+    // The user's answer to a close question.
+    enum class CloseAnswer { KeepRunning, Quit, Cancel };
+    // Seam for tests: asks the question of ClosePolicy::Action::AskTray or AskBackground.
+    std::function<CloseAnswer(ClosePolicy::Action question)> askOnClose;
+
+Q_SIGNALS:
+    void quitRequested();
+
 protected:
     void resizeEvent(QResizeEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
 
 private:
     void showContent();
     void showToast(const QString &text);
     void placeToast();
     void updateRecordingsBadge();
+    CloseAnswer askWithDialog(ClosePolicy::Action question);
+    void goToTray();
+    void goToBackground();
+    void quitIfIdleInBackground();
+    void showFromTray();
 
     Application &m_app;
     MainWindowOptions m_options;
@@ -103,4 +140,8 @@ private:
     SettingsView *m_settings = nullptr;
     QLabel *m_toast = nullptr;
     QTimer *m_toastTimer = nullptr;
+    RecorderTray *m_tray = nullptr;
+    bool m_background = false;
+    QTimer *m_trayRetry = nullptr;
+    bool m_quitting = false;
 };

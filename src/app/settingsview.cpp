@@ -1,6 +1,7 @@
 #include "app/settingsview.h"
 
 #include "app/application.h"
+#include "app/autostart.h"
 #include "app/texts.h"
 #include "app/uikit.h"
 #include "engine/apppaths.h"
@@ -66,6 +67,7 @@ SettingsView::SettingsView(Application &app, QWidget *parent)
     layout->addWidget(UiKit::makeTitle(tx("settings.title"), page));
     layout->addWidget(buildEngineGroup());
     layout->addWidget(buildNamingGroup());
+    layout->addWidget(buildStartupGroup());
     layout->addWidget(buildStatsGroup());
     layout->addStretch();
 
@@ -163,6 +165,39 @@ QWidget *SettingsView::buildNamingGroup()
     connect(useDefault, &QPushButton::clicked, m_radioFolder, &QLineEdit::clear);
     updatePreview();
     return group;
+}
+
+QWidget *SettingsView::buildStartupGroup()
+{
+    auto *group = new QGroupBox(tx("settings.startup"));
+    auto *form = new QFormLayout(group);
+    m_startAtLogin = new QCheckBox(tx("settings.startAtLogin"), group);
+    m_startAtLogin->setChecked(Autostart::isEnabled());
+    form->addRow(m_startAtLogin);
+    form->addRow(UiKit::makeHint(tx("settings.startAtLoginHint"), group));
+    m_startAtLoginError = new QLabel(group);
+    m_startAtLoginError->setObjectName(QStringLiteral("startAtLoginError"));
+    m_startAtLoginError->setWordWrap(true);
+    m_startAtLoginError->setStyleSheet(QStringLiteral("color: #c62828;"));
+    m_startAtLoginError->hide();
+    form->addRow(m_startAtLoginError);
+    connect(m_startAtLogin, &QCheckBox::toggled, this, &SettingsView::setStartAtLogin);
+    return group;
+}
+
+void SettingsView::setStartAtLogin(bool enabled)
+{
+    QString failedPath;
+    if (Autostart::setEnabled(enabled, &failedPath)) {
+        m_startAtLoginError->clear();
+        m_startAtLoginError->hide();
+        return;
+    }
+    m_startAtLoginError->setText(Texts::text("settings.startAtLoginFailedFormat").arg(failedPath));
+    m_startAtLoginError->show();
+    // The box shows what is on disk, not what was asked for.
+    const QSignalBlocker blocker(m_startAtLogin);
+    m_startAtLogin->setChecked(Autostart::isEnabled());
 }
 
 QWidget *SettingsView::buildStatsGroup()

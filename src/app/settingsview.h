@@ -15,8 +15,8 @@ class QSpinBox;
 class QTreeWidget;
 
 // Settings: the engine record (for all stations, or one station's override chosen by
-// id), the naming patterns with a live example, the radio folder and the recording
-// statistics. Every edit is written at once, so a running recording picks it up with its
+// id), the naming patterns with a live example, the radio folder, starting at login and
+// the recording statistics. Every edit is written at once, so a running recording picks it up with its
 // next song.
 //
 // Lives on the GUI thread.
@@ -44,6 +44,9 @@ public:
     QLineEdit *folderPatternField() const { return m_folderPattern; }
     QLineEdit *radioFolderField() const { return m_radioFolder; }
     QLabel *previewLabel() const { return m_preview; }
+    QCheckBox *startAtLoginBox() const { return m_startAtLogin; }
+    // Empty unless the last change of the login entry failed.
+    QLabel *startAtLoginError() const { return m_startAtLoginError; }
     QLabel *todayLabel() const { return m_today; }
     QLabel *totalLabel() const { return m_total; }
     QTreeWidget *byStationList() const { return m_byStation; }
@@ -51,7 +54,9 @@ public:
 private:
     QWidget *buildEngineGroup();
     QWidget *buildNamingGroup();
+    QWidget *buildStartupGroup();
     QWidget *buildStatsGroup();
+    void setStartAtLogin(bool enabled);
     void fillScopes();
     void loadEngineForm();
     void saveEngineForm();
@@ -76,6 +81,9 @@ private:
     QLineEdit *m_folderPattern = nullptr;
     QLineEdit *m_radioFolder = nullptr;
     QLabel *m_preview = nullptr;
+
+    QCheckBox *m_startAtLogin = nullptr;
+    QLabel *m_startAtLoginError = nullptr;
 
     QLabel *m_today = nullptr;
     QLabel *m_total = nullptr;

@@ -14,6 +14,23 @@ struct Entry {
 // Format texts take their values as %1, %2.
 constexpr Entry kEntries[] = {
     // Sidebar and window
+    {"close.title", "Recordings Are Running", "Aufnahmen laufen"},
+    {"close.trayQuestion",
+     "Recordings are running or planned. Keep Orvida running in the system tray when its window closes, so "
+     "they go on? Your answer is remembered.",
+     "Aufnahmen laufen oder sind geplant. Soll Orvida im Infobereich weiterlaufen, wenn das Fenster geschlossen "
+     "wird, damit sie weitergehen? Deine Antwort wird gespeichert."},
+    {"close.backgroundQuestion",
+     "Recordings are running or planned. Keep recording in the background without a window? Orvida then ends "
+     "by itself once nothing is recording or planned.",
+     "Aufnahmen laufen oder sind geplant. Im Hintergrund ohne Fenster weiter aufnehmen? Orvida beendet sich "
+     "dann von selbst, sobald nichts mehr aufgenommen wird oder geplant ist."},
+    {"close.keepInTray", "Keep Running in the Tray", "Im Infobereich weiterlaufen"},
+    {"close.keepInBackground", "Keep Recording in the Background", "Im Hintergrund weiter aufnehmen"},
+    {"close.quit", "Quit and Stop Recordings", "Beenden und Aufnahmen stoppen"},
+    {"close.cancel", "Cancel", "Abbrechen"},
+    {"tray.show", "Show Orvida", "Orvida anzeigen"},
+    {"tray.quit", "Quit", "Beenden"},
     {"app.title", "Orvida", "Orvida"},
     {"radio.sidebar", "Radio", "Radio"},
     {"recents.sidebar", "Recently Played", "Zuletzt gehört"},
@@ -215,6 +232,12 @@ constexpr Entry kEntries[] = {
     {"settings.radioFolder", "Radio folder:", "Radio-Ordner:"},
     {"settings.choose", "Choose…", "Auswählen…"},
     {"settings.useDefault", "Default", "Standard"},
+    {"settings.startup", "Startup", "Programmstart"},
+    {"settings.startAtLogin", "Start at login", "Beim Anmelden starten"},
+    {"settings.startAtLoginHint", "Orvida starts without a window, so planned recordings run after a restart.",
+     "Orvida startet ohne Fenster, damit geplante Aufnahmen auch nach einem Neustart laufen."},
+    {"settings.startAtLoginFailedFormat", "The login entry %1 could not be changed.",
+     "Der Anmeldeeintrag %1 konnte nicht geändert werden."},
     {"settings.stats", "Statistics", "Statistik"},
     {"settings.statsToday", "Songs saved today:", "Heute gespeicherte Songs:"},
     {"settings.statsTotal", "Songs saved in total:", "Insgesamt gespeicherte Songs:"},

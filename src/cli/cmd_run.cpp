@@ -2,11 +2,8 @@
 #include "cli/recordercli.h"
 #include "cli/signalwatcher.h"
 
-#include "engine/closedlidkeeper.h"
-#include "engine/radiorecorder.h"
-#include "engine/sleepguard.h"
+#include "engine/recorderservices.h"
 #include "engine/sniperscheduler.h"
-#include "platform/dbuslink.h"
 
 #include <chrono>
 #include <cmath>
@@ -35,40 +32,28 @@ int runCommand(CliServices &services, const QStringList &args)
     const auto setup = RecorderCli::setUp(services, &error);
     if (!setup)
         return Cli::fail(error);
-    RadioRecorder &recorder = setup->recorder;
-
-    // A laptop recording headless must not doze off in a window; on a server without
-    // buses nothing is held and nothing waits.
-    DBusLink systemBus(DBusLink::systemBusAddress(), QStringLiteral("system"));
-    DBusLink sessionBus(DBusLink::sessionBusAddress(), QStringLiteral("session"));
-    SleepGuard sleepGuard(systemBus, sessionBus,
-        [&recorder](std::function<void()> done) { SleepGuard::flushSessions(recorder.sessions(), std::move(done)); });
-    QObject::connect(&recorder, &RadioRecorder::sessionsChanged, &sleepGuard,
-        [&] { sleepGuard.setRecording(!recorder.sessions().isEmpty()); });
-    ClosedLidKeeper lidKeeper(systemBus);
-    options.closedLidKeeper = &lidKeeper;
-    auto scheduler = std::make_unique<SniperScheduler>(sleepGuard, options);
-    Cli::note(scheduler->loadProblem());
-    QObject::connect(scheduler.get(), &SniperScheduler::storageProblem, [](const QString &line) { Cli::note(line); });
+    SniperScheduler &scheduler = setup->services.startScheduler(options);
+    Cli::note(scheduler.loadProblem());
+    QObject::connect(&scheduler, &SniperScheduler::storageProblem, [](const QString &line) { Cli::note(line); });
     // Said once: the tick keeps trying and takes over quietly when the other one ends.
+    // The scheduler's first tick ran inside startScheduler(), so its answer is read here.
     bool toldWaiting = false;
-    QObject::connect(scheduler.get(), &SniperScheduler::runsPlansChanged, [&toldWaiting](bool runs) {
+    auto tellWaiting = [&toldWaiting](bool runs) {
         if (runs || std::exchange(toldWaiting, true))
             return;
         Cli::note(QStringLiteral("another Orvida runs the plans of this data folder; this one records none "
                                  "until it stops"));
-    });
-    scheduler->configure(recorder, setup->library);
+    };
+    QObject::connect(&scheduler, &SniperScheduler::runsPlansChanged, tellWaiting);
+    tellWaiting(scheduler.runsPlans());
 
     SignalWatcher signals;
     bool finished = false;
     QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finished = true; });
     Cli::waitUntilDone(finished);
 
-    // No tick may start anything while the last songs are being saved.
-    scheduler.reset();
-    recorder.stop();
-    recorder.waitForSaves();
+    // The scheduler first, then the last songs saved, then the library closed.
+    setup->services.shutDown();
     return kExitOk;
 }
 

@@ -3,16 +3,15 @@
 #include "cli/cli.h"
 
 #include "engine/radiorecorder.h"
-#include "engine/recordingcontext.h"
-#include "engine/recordingstats.h"
-#include "engine/segmentrecovery.h"
+#include "engine/recorderservices.h"
 #include "engine/trackinfolookup.h"
 #include "library/librarystore.h"
+#include "platform/dbuslink.h"
+#include "tools/youtubeservice.h"
 
 #include <QHash>
 
 #include <memory>
-#include "tools/youtubeservice.h"
 
 namespace RecorderCli {
 
@@ -23,21 +22,17 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
         *error = opened.message;
         return std::nullopt;
     }
-    LibraryStore &library = *services.make<std::unique_ptr<LibraryStore>>(std::move(opened.store));
 
-    SegmentRecovery::recoverOrphans();
-
-    auto &stats = services.make<RecordingStats>();
-    auto &context = services.make<RecordingContext>(services.http(), &stats);
-    context.storeBase = TrackInfoLookup::storeBase();
-    context.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
-    // Hidden and for tests only (the soak test stalls streams): ORVIDA_IDLE_TIMEOUT_SEC
-    // shortens how long a connected but silent stream is waited for before a reconnect.
-    bool ok = false;
-    const double idleTimeoutSec = qEnvironmentVariable("ORVIDA_IDLE_TIMEOUT_SEC").toDouble(&ok);
-    if (ok && idleTimeoutSec >= 1)
-        context.timings.idleTimeoutSec = idleTimeoutSec;
-    auto &recorder = services.make<RadioRecorder>(context);
+    // A laptop recording headless must not doze off in a window; on a server without
+    // buses nothing is held and nothing waits.
+    auto &systemBus = services.make<DBusLink>(DBusLink::systemBusAddress(), QStringLiteral("system"));
+    auto &sessionBus = services.make<DBusLink>(DBusLink::sessionBusAddress(), QStringLiteral("session"));
+    RecorderServices::Options options;
+    options.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");
+    options.storeBase = TrackInfoLookup::storeBase();
+    auto &recording = services.make<RecorderServices>(services.http(), systemBus, sessionBus,
+                                                      std::move(opened.store), std::move(options));
+    RadioRecorder &recorder = recording.recorder();
 
     QObject::connect(&recorder, &RadioRecorder::sessionStarted,
         [](const Station &station) { Cli::out(QStringLiteral("started\t") + station.id); });
@@ -67,7 +62,7 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
     QObject::connect(&recorder, &RadioRecorder::trackSaved, [](const QString &, const Track &track) {
         Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
     });
-    return Recorder { library, recorder };
+    return Recorder { *recording.library(), recorder, recording };
 }
 
 } // namespace RecorderCli

@@ -55,7 +55,7 @@ TEST_F(TextsTest, FormatTextsKeepTheirPlaceholderInBothLanguages)
 {
     for (const char *key : {"fav.noMatchesFormat", "fav.countFormat", "engineStationTitle", "rec.countFormat",
                             "lib.countFormat", "lib.deleteOneFormat", "lib.deleteManyFormat", "radio.resultsFormat",
-                            "radio.noResultsFormat", "station.kbps"}) {
+                            "radio.noResultsFormat", "station.kbps", "settings.startAtLoginFailedFormat"}) {
         for (Texts::Language language : {Texts::Language::English, Texts::Language::German}) {
             Texts::setLanguage(language);
             EXPECT_TRUE(tx(key).contains(QStringLiteral("%1"))) << key;
