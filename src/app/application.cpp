@@ -21,6 +21,8 @@
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 
+#include <QCoreApplication>
+#include <QPointer>
 #include <QtConcurrent/QtConcurrentRun>
 
 Application::Application(ApplicationOptions options, QObject *parent)
@@ -36,8 +38,21 @@ Application::Application(ApplicationOptions options, QObject *parent)
     m_libraryError = opened.message;
 
     if (options.recoverSegments) {
-        // Leftovers of a crash: blocking file work, and no session of ours runs yet.
-        (void)QtConcurrent::run([] { SegmentRecovery::recoverOrphans(); });
+        // Leftovers of a crash: blocking file work, and no session of ours runs yet. What it
+        // salvages is filed into the library back on this thread.
+        QPointer<Application> self(this);
+        (void)QtConcurrent::run([self] {
+            SegmentRecovery::Result result = SegmentRecovery::recoverOrphans();
+            QMetaObject::invokeMethod(
+                qApp,
+                [self, result] {
+                    if (!self || !self->m_library)
+                        return;
+                    for (const SegmentRecovery::RecoveredSong &song : result.recovered)
+                        (void)RadioRecorder::upsertIntoLibrary(SegmentRecovery::toTrack(song), *self->m_library);
+                },
+                Qt::QueuedConnection);
+        });
     }
 
     m_stats = std::make_unique<RecordingStats>();

@@ -12,6 +12,22 @@
 
 namespace RecorderCli {
 
+namespace {
+
+// What recovery salvaged is filed like a saved song, so the user finds it in the library.
+void fileRecovered(const SegmentRecovery::Result &result, LibraryStore &library)
+{
+    for (const SegmentRecovery::RecoveredSong &song : result.recovered) {
+        if (!RadioRecorder::upsertIntoLibrary(SegmentRecovery::toTrack(song), library))
+            Cli::out(QStringLiteral("error\t") + song.filePath + QStringLiteral(": not filed into the library: ")
+                     + library.lastError());
+    }
+    for (const SegmentRecovery::DroppedSegment &dropped : result.dropped)
+        Cli::out(QStringLiteral("skipped\t") + dropped.filePath + QLatin1Char('\t') + dropped.reason);
+}
+
+} // namespace
+
 std::optional<Recorder> setUp(CliServices &services, QString *error)
 {
     LibraryOpenResult opened = LibraryStore::open(LibraryStore::defaultPath());
@@ -21,7 +37,7 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
     }
     LibraryStore &library = *services.make<std::unique_ptr<LibraryStore>>(std::move(opened.store));
 
-    SegmentRecovery::recoverOrphans();
+    fileRecovered(SegmentRecovery::recoverOrphans(), library);
 
     auto &stats = services.make<RecordingStats>();
     auto &context = services.make<RecordingContext>(services.http(), &stats);
@@ -43,6 +59,13 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
         [](const QString &, const QString &title) { Cli::out(QStringLiteral("title\t") + title); });
     QObject::connect(&recorder, &RadioRecorder::sessionErrorChanged,
         [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    QObject::connect(&recorder, &RadioRecorder::saveFailed,
+        [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    QObject::connect(&recorder, &RadioRecorder::saveNotice,
+        [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    QObject::connect(&recorder, &RadioRecorder::songSkipped, [](const QString &, const QString &title, const QString &why) {
+        Cli::out(QStringLiteral("skipped\t") + title + QLatin1Char('\t') + why);
+    });
     QObject::connect(&recorder, &RadioRecorder::trackSaved, [](const QString &, const Track &track) {
         Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
     });

@@ -52,6 +52,21 @@ bool RadioRecorder::start(
         if (self)
             Q_EMIT self->trackSaved(id, track);
     };
+    // What becomes of each song is told even after the session has left the list (its
+    // last song is saved after the stop), so these use the session as their context and
+    // survive retire().
+    connect(session, &RecordingSession::saveFailed, session, [self, id](const QString &message) {
+        if (self)
+            Q_EMIT self->saveFailed(id, message);
+    });
+    connect(session, &RecordingSession::songSkipped, session, [self, id](const QString &title, const QString &reason) {
+        if (self)
+            Q_EMIT self->songSkipped(id, title, reason);
+    });
+    connect(session, &RecordingSession::saveNotice, session, [self, id](const QString &message) {
+        if (self)
+            Q_EMIT self->saveNotice(id, message);
+    });
     connect(session, &RecordingSession::currentStreamTitleChanged, this,
         [this, id](const QString &title) { Q_EMIT streamTitleChanged(id, title); });
     connect(session, &RecordingSession::errorMessageChanged, this, [this, id](const QString &message) {
