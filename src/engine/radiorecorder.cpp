@@ -21,13 +21,16 @@ RadioRecorder::~RadioRecorder()
     // is left now, since a deferred deletion may never run after this.
     const QList<RecordingSession *> running = std::exchange(m_sessions, {});
     for (RecordingSession *session : running) {
-        session->disconnect(this);
+        session->disconnect(); // also the save outcomes, which outlive retire()
         session->onStopped = nullptr;
         session->onTrackSaved = nullptr;
         delete session;
     }
-    for (const QPointer<RecordingSession> &session : std::as_const(m_retired))
+    for (const QPointer<RecordingSession> &session : std::as_const(m_retired)) {
+        if (session)
+            session->disconnect();
         delete session.data();
+    }
 }
 
 bool RadioRecorder::start(

@@ -7,7 +7,6 @@
 #include "engine/trackinfolookup.h"
 #include "engine/tracktitle.h"
 
-#include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>

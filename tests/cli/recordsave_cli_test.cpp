@@ -100,4 +100,39 @@ TEST_F(RecordSaveCliTest, RecoveredAudioEntersTheLibraryAndAPageIsDropped)
     EXPECT_EQ(readFile(radio + "/Recovered/" + recovered + ".mp3"), IcyStream::audioBlock(0) + IcyStream::audioBlock(1));
 }
 
+TEST_F(RecordSaveCliTest, WhenFfmpegFailsTheStreamBytesAreSavedWithANotice)
+{
+    // orvida-cli looks for ffmpeg next to itself first: a copy beside a failing one.
+    const QString bin = home.file("bin");
+    QDir().mkpath(bin);
+    ASSERT_TRUE(QFile::copy(QStringLiteral(ORVIDA_CLI_PATH), bin + "/orvida-cli"));
+    writeFile(bin + "/ffmpeg", "#!/bin/sh\necho 'Unknown encoder libmp3lame' >&2\nexit 1\n");
+    for (const QString &program : {bin + "/orvida-cli", bin + "/ffmpeg"})
+        QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    ASSERT_EQ(runCli({"engine", "set", "--lossless", "off"}).exitCode, 0);
+    server.route("/live", IcyStream::station({"A - One", "B - Two"}, 4, 25));
+
+    QProcess process;
+    QProcessEnvironment processEnv = QProcessEnvironment::systemEnvironment();
+    processEnv.insert(env);
+    process.setProcessEnvironment(processEnv);
+    process.start(bin + "/orvida-cli", {"record", QString::fromLatin1(server.url("/live")), "--for", "1"});
+    ASSERT_TRUE(process.waitForFinished(30000));
+    CliRun run;
+    run.exitCode = process.exitCode();
+    run.out = process.readAllStandardOutput();
+    ASSERT_EQ(run.exitCode, 0) << process.readAllStandardError().toStdString();
+
+    const QByteArray path = radio.toUtf8() + "/A - One.mp3";
+    const QList<QByteArray> lines = run.out.split('\n');
+    const auto notice = lines.indexOf("error\t\"A - One\" saved without re-encoding: ffmpeg failed (status 1): "
+                                      "Unknown encoder libmp3lame");
+    ASSERT_GE(notice, 0) << run.out.toStdString();
+    EXPECT_EQ(lines.value(notice + 1), "saved\t" + path);
+    // The stream's own frames behind an ID3 tag.
+    const QByteArray file = readFile(QString::fromUtf8(path));
+    EXPECT_TRUE(file.startsWith("ID3"));
+    EXPECT_TRUE(file.endsWith(IcyStream::audioBlock(4))) << "blocks 1 to 4 are the first song";
+}
+
 } // namespace
