@@ -6,6 +6,7 @@
 #include "engine/segmentrecovery.h"
 #include "engine/sessionworker.h"
 #include "engine/tracksegmenter.h"
+#include "engine/tracktitle.h"
 
 #include <QFileInfo>
 
@@ -168,8 +169,10 @@ void RecordingSession::handleGaveUp()
 }
 
 void RecordingSession::takeSong(const std::shared_ptr<HandOver> &handOver, const Station &station, bool fullShow,
-                                bool finalSong, std::vector<SegmentLock> segments, const QString &title)
+                                bool finalSong, std::vector<SegmentLock> segments, const QString &streamTitle)
 {
+    // Shown in event lines: a station must not be able to forge one with a tab or newline.
+    const QString title = TrackTitle::withoutControlCharacters(streamTitle);
     qint64 bytes = 0;
     for (const SegmentLock &segment : segments)
         bytes += QFileInfo(segment.path()).size();

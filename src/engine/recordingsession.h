@@ -92,7 +92,7 @@ private:
     };
     // On the engine thread: screens a handed-over song and parks it, or drops it.
     static void takeSong(const std::shared_ptr<HandOver> &handOver, const Station &station, bool fullShow,
-                         bool finalSong, std::vector<SegmentLock> segments, const QString &title);
+                         bool finalSong, std::vector<SegmentLock> segments, const QString &streamTitle);
     void startSave(const QStringList &parkedSegments, const QString &title, bool finalSong);
     void finishSave(const SaveOutcome &outcome);
     void maybeDelete();

@@ -30,7 +30,7 @@ protected:
                 std::lock_guard lock(mutex);
                 started << name;
             }
-            while (!released.load())
+            while (!released.load() && !isReleased(name))
                 std::this_thread::sleep_for(std::chrono::milliseconds(5));
             SaveOutcome outcome;
             outcome.result = SaveResult::Saved;
@@ -47,15 +47,34 @@ protected:
         });
     }
 
-    QStringList startedSoFar()
+    bool isReleased(const QString &name)
+    {
+        std::lock_guard lock(mutex);
+        return releasedOnes.contains(name);
+    }
+    void release(const QString &name)
+    {
+        std::lock_guard lock(mutex);
+        releasedOnes << name;
+    }
+
+    QStringList startedInOrder()
     {
         std::lock_guard lock(mutex);
         return started;
+    }
+    // Sorted: the two pool threads start their jobs in either order.
+    QStringList startedSoFar()
+    {
+        QStringList names = startedInOrder();
+        names.sort();
+        return names;
     }
 
     QObject receiver;
     std::mutex mutex;
     QStringList started;
+    QStringList releasedOnes;
     std::atomic<bool> released{false};
     QStringList outcomes;
 };
@@ -72,15 +91,19 @@ TEST_F(SaveQueueTest, EachStationWaitsWithAtMostFourSongsAndAStopLeavesItsBacklo
     EXPECT_EQ(context.runningSaves(), 7);
 
     // The calm station's song goes before the storm's backlog.
-    context.leaveWaiting("nobody");
+    release("S1");
+    ASSERT_TRUE(waitUntil([&] { return startedInOrder().size() == 3; }));
+    EXPECT_EQ(startedInOrder().value(2), "C1");
     released = true;
     ASSERT_TRUE(waitUntil([&] { return context.runningSaves() == 0; }, 10000));
-    EXPECT_EQ(startedSoFar().mid(2, 1), QStringList{"C1"});
     EXPECT_EQ(outcomes.size(), 8);
 
     // A stop: what waits is left for recovery, what runs finishes.
     released = false;
-    started.clear();
+    {
+        std::lock_guard lock(mutex);
+        started.clear();
+    }
     outcomes.clear();
     for (int n = 1; n <= 5; ++n)
         enqueue("storm", QStringLiteral("T%1").arg(n));
