@@ -43,7 +43,7 @@ struct RecordingTimings {
 // parked, for recovery at the next start (a station changing its title every few seconds
 // would otherwise keep the machine encoding for minutes after it stopped); its `done`
 // says so with a Skipped outcome. Waiting songs hold no open file (see
-// SegmentRecovery::park), so their number is bounded by disk space alone.
+// SegmentRecovery::park); only a running save locks its segments.
 class RecordingContext : public QObject {
     Q_OBJECT
 
