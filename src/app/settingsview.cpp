@@ -347,7 +347,7 @@ void SettingsView::updatePreview()
     sample.station = QStringLiteral("Jazz Radio");
     sample.date = QDate::currentDate();
     const std::optional<QString> path =
-        AppPaths::recordingUrl(AppPaths::radioDir(), m_namePattern->text().trimmed(),
+        AppPaths::recordingPath(AppPaths::radioDir(), m_namePattern->text().trimmed(),
                                m_folderPattern->text().trimmed(), sample, QStringLiteral("mp3"), false);
     m_preview->setText(path ? *path : tx("settings.previewInvalid"));
     m_preview->setToolTip(m_preview->text());

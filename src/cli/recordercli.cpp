@@ -4,6 +4,7 @@
 
 #include "engine/radiorecorder.h"
 #include "engine/recorderservices.h"
+#include "engine/recordingstats.h"
 #include "engine/trackinfolookup.h"
 #include "library/librarystore.h"
 #include "platform/dbuslink.h"
@@ -34,6 +35,15 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
                                                       std::move(opened.store), std::move(options));
     RadioRecorder &recorder = recording.recorder();
 
+    QObject::connect(&recording, &RecorderServices::segmentsRecovered, [](const SegmentRecovery::Result &result) {
+        for (const SegmentRecovery::DroppedSegment &dropped : result.dropped)
+            Cli::out(QStringLiteral("skipped\t") + dropped.filePath + QLatin1Char('\t') + dropped.reason);
+    });
+    QObject::connect(&recording, &RecorderServices::libraryProblem,
+        [](const QString &line) { Cli::out(QStringLiteral("error\t") + line); });
+    QObject::connect(&recording.stats(), &RecordingStats::storageProblem,
+        [](const QString &line) { Cli::out(QStringLiteral("error\t") + line); });
+
     QObject::connect(&recorder, &RadioRecorder::sessionStarted,
         [](const Station &station) { Cli::out(QStringLiteral("started\t") + station.id); });
     QObject::connect(&recorder, &RadioRecorder::sessionEnded,
@@ -59,6 +69,13 @@ std::optional<Recorder> setUp(CliServices &services, QString *error)
                          .arg(status.attempt)
                          .arg(status.maxAttempts));
         });
+    QObject::connect(&recorder, &RadioRecorder::saveFailed,
+        [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    QObject::connect(&recorder, &RadioRecorder::saveNotice,
+        [](const QString &, const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+    QObject::connect(&recorder, &RadioRecorder::songSkipped, [](const QString &, const QString &title, const QString &why) {
+        Cli::out(QStringLiteral("skipped\t") + title + QLatin1Char('\t') + why);
+    });
     QObject::connect(&recorder, &RadioRecorder::trackSaved, [](const QString &, const Track &track) {
         Cli::out(QStringLiteral("saved\t") + track.filePath.value_or(QString()));
     });

@@ -104,7 +104,7 @@ QString fitFileName(const QString &name, const QString &ext)
     return out.trimmed();
 }
 
-std::optional<QString> recordingUrl(const QString &radio, const QString &namePattern, const QString &folderPattern,
+std::optional<QString> recordingPath(const QString &radio, const QString &namePattern, const QString &folderPattern,
                                     const NamingValues &values, const QString &ext, bool createFolders)
 {
     const QString root = QDir::cleanPath(radio);
@@ -125,10 +125,10 @@ std::optional<QString> recordingUrl(const QString &radio, const QString &namePat
     return path;
 }
 
-std::optional<QString> recordingUrl(const QString &artist, const QString &title, const QString &streamTitle,
+std::optional<QString> recordingPath(const QString &artist, const QString &title, const QString &streamTitle,
                                     const QString &station, const QString &ext)
 {
-    return recordingUrl(radioDir(), Preferences::string(QStringLiteral("ov.radioNamePattern")).value_or(QString()),
+    return recordingPath(radioDir(), Preferences::string(QStringLiteral("ov.radioNamePattern")).value_or(QString()),
                         Preferences::string(QStringLiteral("ov.radioFolderPattern")).value_or(QString()),
                         {artist, title, streamTitle, station, QDate::currentDate()}, ext, true);
 }

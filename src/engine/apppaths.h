@@ -45,12 +45,12 @@ struct NamingValues {
 // default "%streamtitle%") in the folder pattern's sub-folders ("ov.radioFolderPattern")
 // of `radioDir`, with extension `ext`. Creates the sub-folders. Absent only when the
 // result would lie outside `radioDir`, which the sanitising makes impossible in practice.
-[[nodiscard]] std::optional<QString> recordingUrl(const QString &artist, const QString &title,
+[[nodiscard]] std::optional<QString> recordingPath(const QString &artist, const QString &title,
                                                   const QString &streamTitle, const QString &station,
                                                   const QString &ext);
 
 // The same with every input explicit, for previews and tests.
-[[nodiscard]] std::optional<QString> recordingUrl(const QString &radioDir, const QString &namePattern,
+[[nodiscard]] std::optional<QString> recordingPath(const QString &radioDir, const QString &namePattern,
                                                   const QString &folderPattern, const NamingValues &values,
                                                   const QString &ext, bool createFolders);
 

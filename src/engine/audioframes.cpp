@@ -154,6 +154,10 @@ std::optional<Walk> walk(QByteArrayView data, Format format)
                     result.firstFrameOffset = pos;
                 ++result.frames;
                 samplesBySec += double(f->samples) / f->sampleRateHz;
+                if (!result.runs.empty() && result.runs.back().offset + result.runs.back().bytes == pos)
+                    result.runs.back().bytes += f->length;
+                else
+                    result.runs.push_back({pos, f->length});
             }
             pos += f->length;
             continue;
@@ -168,25 +172,43 @@ std::optional<Walk> walk(QByteArrayView data, Format format)
     return result;
 }
 
-std::optional<double> fileDurationSec(const QString &path)
+qint64 Walk::audioBytes() const
+{
+    qint64 total = 0;
+    for (const Run &run : runs)
+        total += run.bytes;
+    return total;
+}
+
+std::optional<Format> formatOf(const QString &path)
 {
     const QString suffix = QFileInfo(path).suffix().toLower();
-    Format format;
     if (suffix == QLatin1String("mp3"))
-        format = Format::Mp3;
-    else if (suffix == QLatin1String("aac"))
-        format = Format::Adts;
-    else
+        return Format::Mp3;
+    if (suffix == QLatin1String("aac"))
+        return Format::Adts;
+    return std::nullopt;
+}
+
+std::optional<Walk> walkFile(const QString &path)
+{
+    const auto format = formatOf(path);
+    if (!format)
         return std::nullopt;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly) || file.size() <= 0)
         return std::nullopt;
-    // Mapped rather than read into memory: a whole show runs to hundreds of megabytes.
     const uchar *mapped = file.map(0, file.size());
     if (!mapped)
         return std::nullopt;
-    const auto walked = walk(QByteArrayView(reinterpret_cast<const char *>(mapped), file.size()), format);
+    auto walked = walk(QByteArrayView(reinterpret_cast<const char *>(mapped), file.size()), *format);
     file.unmap(const_cast<uchar *>(mapped));
+    return walked;
+}
+
+std::optional<double> fileDurationSec(const QString &path)
+{
+    const auto walked = walkFile(path);
     if (!walked)
         return std::nullopt;
     return walked->durationSec;

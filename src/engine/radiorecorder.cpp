@@ -21,13 +21,16 @@ RadioRecorder::~RadioRecorder()
     // is left now, since a deferred deletion may never run after this.
     const QList<RecordingSession *> running = std::exchange(m_sessions, {});
     for (RecordingSession *session : running) {
-        session->disconnect(this);
+        session->disconnect(); // also the save outcomes, which outlive retire()
         session->onStopped = nullptr;
         session->onTrackSaved = nullptr;
         delete session;
     }
-    for (const QPointer<RecordingSession> &session : std::as_const(m_retired))
+    for (const QPointer<RecordingSession> &session : std::as_const(m_retired)) {
+        if (session)
+            session->disconnect();
         delete session.data();
+    }
 }
 
 bool RadioRecorder::start(
@@ -52,6 +55,21 @@ bool RadioRecorder::start(
         if (self)
             Q_EMIT self->trackSaved(id, track);
     };
+    // What becomes of each song is told even after the session has left the list (its
+    // last song is saved after the stop), so these use the session as their context and
+    // survive retire().
+    connect(session, &RecordingSession::saveFailed, session, [self, id](const QString &message) {
+        if (self)
+            Q_EMIT self->saveFailed(id, message);
+    });
+    connect(session, &RecordingSession::songSkipped, session, [self, id](const QString &title, const QString &reason) {
+        if (self)
+            Q_EMIT self->songSkipped(id, title, reason);
+    });
+    connect(session, &RecordingSession::saveNotice, session, [self, id](const QString &message) {
+        if (self)
+            Q_EMIT self->saveNotice(id, message);
+    });
     connect(session, &RecordingSession::currentStreamTitleChanged, this,
         [this, id](const QString &title) { Q_EMIT streamTitleChanged(id, title); });
     connect(session, &RecordingSession::errorMessageChanged, this, [this, id](const QString &message) {

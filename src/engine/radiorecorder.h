@@ -81,6 +81,11 @@ Q_SIGNALS:
     void sessionStatusChanged(const QString &stationId, const SessionStatus &status);
     void recordedCountChanged(const QString &stationId, qint64 count);
     void trackSaved(const QString &stationId, const Track &track);
+    // What became of the songs that were not saved, or not as asked; like trackSaved they
+    // come for a session's last songs after it has ended. See RecordingSession.
+    void saveFailed(const QString &stationId, const QString &message);
+    void songSkipped(const QString &stationId, const QString &title, const QString &reason);
+    void saveNotice(const QString &stationId, const QString &message);
 
 private:
     void endSession(const QString &stationId, const Station &station, SessionOutcome outcome);

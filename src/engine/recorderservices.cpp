@@ -21,10 +21,10 @@ RecorderServices::RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLi
 {
     if (options.recoverSegments) {
         m_recovery = QtConcurrent::run([] { return SegmentRecovery::recoverOrphans(); });
-        auto *watcher = new QFutureWatcher<QStringList>(this);
-        connect(watcher, &QFutureWatcher<QStringList>::finished, this, [this, watcher] {
+        auto *watcher = new QFutureWatcher<SegmentRecovery::Result>(this);
+        connect(watcher, &QFutureWatcher<SegmentRecovery::Result>::finished, this, [this, watcher] {
             watcher->deleteLater();
-            Q_EMIT segmentsRecovered(m_recovery.result());
+            deliverRecovery();
         });
         watcher->setFuture(m_recovery);
     }
@@ -73,6 +73,22 @@ void RecorderServices::waitForRecovery()
     m_recovery.waitForFinished();
 }
 
+void RecorderServices::deliverRecovery()
+{
+    if (m_recoveryDelivered || !m_recovery.isValid() || !m_recovery.isFinished())
+        return;
+    m_recoveryDelivered = true;
+    const SegmentRecovery::Result result = m_recovery.result();
+    if (m_library) {
+        for (const SegmentRecovery::RecoveredSong &song : result.recovered) {
+            if (!RadioRecorder::upsertIntoLibrary(SegmentRecovery::toTrack(song), *m_library))
+                Q_EMIT libraryProblem(song.filePath + QStringLiteral(": not filed into the library: ")
+                                      + m_library->lastError());
+        }
+    }
+    Q_EMIT segmentsRecovered(result);
+}
+
 void RecorderServices::shutDown()
 {
     Q_ASSERT(QThread::currentThread() == thread());
@@ -86,6 +102,7 @@ void RecorderServices::shutDown()
     m_recorder->waitForSaves();
     m_context->waitForSaves();
     waitForRecovery();
+    deliverRecovery();
     m_recorder.reset();
     m_library.reset();
     m_sleepGuard.reset();

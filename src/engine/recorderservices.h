@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/segmentrecovery.h"
 #include "engine/sniperscheduler.h"
 
 #include <QFuture>
@@ -27,7 +28,8 @@ class SleepGuard;
 // file work may take a while with many leftovers and must neither hold up the window nor
 // delay `record`. Sessions may start meanwhile: recovery leaves alone every file that a
 // process holds locked or that changed within the last seconds, which covers the
-// segments of sessions started now.
+// segments of sessions started now. What it salvaged is filed into the library like a
+// saved song, so the user finds it there.
 //
 // shutDown() is the one ordered end: the scheduler first (no tick may start anything
 // now), then every session stopped and its last song saved, the recovery awaited, and
@@ -73,10 +75,16 @@ public:
     void shutDown();
 
 Q_SIGNALS:
-    // The start-up recovery is done; `paths` are the files it salvaged (GUI thread).
-    void segmentsRecovered(const QStringList &paths);
+    // The start-up recovery is done and what it salvaged is in the library (GUI thread).
+    void segmentsRecovered(const SegmentRecovery::Result &result);
+    // A recovered song could not be entered into the library: one line saying which.
+    void libraryProblem(const QString &line);
 
 private:
+    // Once, on the GUI thread: when the recovery task is done, or at the shutdown at the
+    // latest, so a shutdown right after the start still files what was salvaged.
+    void deliverRecovery();
+
     DBusLink &m_systemBus;
     std::unique_ptr<RecordingStats> m_stats;
     std::unique_ptr<RecordingContext> m_context;
@@ -86,6 +94,7 @@ private:
     std::unique_ptr<ClosedLidKeeper> m_lidKeeper;
     // After the guard and the keeper it uses, so it lets go of them first.
     std::unique_ptr<SniperScheduler> m_scheduler;
-    QFuture<QStringList> m_recovery;
+    QFuture<SegmentRecovery::Result> m_recovery;
+    bool m_recoveryDelivered = false;
     bool m_shutDown = false;
 };

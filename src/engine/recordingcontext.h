@@ -4,11 +4,13 @@
 #include "engine/songsaver.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QThread>
 #include <QThreadPool>
 
 #include <atomic>
+#include <deque>
 #include <functional>
 
 class HttpClient;
@@ -30,11 +32,18 @@ struct RecordingTimings {
 };
 
 // What every recording session shares: the engine thread that all sessions' stream work
-// runs on, the thread pool their saves run on, the HTTP client and the timings.
+// runs on, the save queue and the pool its saves run on, the HTTP client and the timings.
 //
 // Created once by the composition root and outlives every session. Lives on the GUI
 // thread. Stream I/O is light (a 128 kbit/s station is 16 kB/s), so one engine thread
 // carries hundreds of stations; saves block on look-ups and ffmpeg and get their own pool.
+//
+// The save queue: at most kMaxRunningSaves saves run at once, and each station has at
+// most kMaxWaitingPerStation songs waiting. A song beyond that is not saved but left,
+// parked, for recovery at the next start (a station changing its title every few seconds
+// would otherwise keep the machine encoding for minutes after it stopped); its `done`
+// says so with a Skipped outcome. Waiting songs hold no open file (see
+// SegmentRecovery::park); only a running save locks its segments.
 class RecordingContext : public QObject {
     Q_OBJECT
 
@@ -50,10 +59,18 @@ public:
     QString storeBase;  // album and cover look-up; empty: no look-up
     QString ffmpegPath; // empty: saves fall back to the byte-exact path's needs only
 
-    // Runs `job` on the save pool and hands its result to `done` on the thread of
-    // `receiver` (dropped when the receiver is gone). Counted until `done` has run.
-    void runSave(std::function<std::optional<SavedSong>()> job, QObject *receiver,
-                 std::function<void(std::optional<SavedSong>)> done);
+    static constexpr int kMaxRunningSaves = 2;
+    static constexpr int kMaxWaitingPerStation = 4;
+
+    // Queues `job` for the save pool and hands its outcome to `done` on this thread
+    // (dropped when `receiver` is gone). A station already at its bound of waiting songs
+    // gets `done` with a Skipped outcome at once, and `job` never runs. Counted until
+    // `done` has run (or would have).
+    void enqueueSave(const QString &stationId, const QString &title, std::function<SaveOutcome()> job,
+                     QObject *receiver, std::function<void(SaveOutcome)> done);
+    // The station's songs that wait and have not started: each gets `done` with a Skipped
+    // outcome and stays parked for recovery. A running save goes on. For a stop.
+    void leaveWaiting(const QString &stationId);
 
     [[nodiscard]] int runningSaves() const { return m_runningSaves.load(); }
     // Blocks (running the event loop) until no save runs. For shutdown paths only.
@@ -63,9 +80,22 @@ Q_SIGNALS:
     void savesIdle();
 
 private:
+    struct QueuedSave {
+        QString stationId;
+        QString title;
+        std::function<SaveOutcome()> job;
+        QPointer<QObject> receiver;
+        std::function<void(SaveOutcome)> done;
+    };
+    void dispatch();
+    void deliver(const QueuedSave &save, SaveOutcome outcome);
+    static SaveOutcome leftForRecovery(const QString &title, const QString &why);
+
     HttpClient &m_http;
     RecordingStats *m_stats;
     QThread m_engineThread;
     QThreadPool m_savePool;
-    std::atomic<int> m_runningSaves{0};
+    std::atomic<int> m_runningSaves{0}; // queued or running, until `done`
+    std::deque<QueuedSave> m_waiting;
+    QStringList m_activeStations; // one entry per save running on the pool
 };

@@ -3,7 +3,12 @@
 #include "engine/radioenginesettings.h"
 #include "engine/recordingcontext.h"
 #include "engine/recordingstats.h"
+#include "engine/segmentrecovery.h"
 #include "engine/sessionworker.h"
+#include "engine/tracksegmenter.h"
+#include "engine/tracktitle.h"
+
+#include <QFileInfo>
 
 #include <QThread>
 
@@ -14,22 +19,59 @@ RecordingSession::RecordingSession(const Station &station, std::optional<QString
     , m_fullShowTitle(std::move(fullShowTitle))
     , m_context(context)
     , m_stopped(std::make_shared<std::atomic<bool>>(false))
+    , m_handOver(std::make_shared<HandOver>())
 {
     m_clock.start();
     m_status.maxAttempts = context.timings.maxReconnects;
+    m_handOver->session = this;
     m_worker = new SessionWorker(m_station, m_fullShowTitle, context, m_stopped);
     m_worker->moveToThread(context.engineThread());
+    // Runs on the engine thread, where the song is handed over: the screening and the
+    // parking are file work that the GUI thread must not wait for.
+    connect(
+        m_worker, &SessionWorker::songReady, m_worker,
+        [handOver = m_handOver, station = m_station, fullShow = m_fullShowTitle.has_value(),
+         stopped = m_stopped](std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title) {
+            // After the stop only the song in progress is handed over.
+            takeSong(handOver, station, fullShow, stopped->load(), std::move(*segments), title);
+        },
+        Qt::DirectConnection);
+    QMetaObject::invokeMethod(
+        m_worker,
+        [handOver = m_handOver] {
+            if (const auto why = SongSaver::checkRadioFolder())
+                handOver->post([why = *why](RecordingSession &session) { Q_EMIT session.saveFailed(why); });
+        },
+        Qt::QueuedConnection);
     connect(m_worker, &SessionWorker::titleAccepted, this, &RecordingSession::setCurrentStreamTitle);
     connect(m_worker, &SessionWorker::errorChanged, this, &RecordingSession::setErrorMessage);
     connect(m_worker, &SessionWorker::ended, this, &RecordingSession::end);
     connect(m_worker, &SessionWorker::statusChanged, this, &RecordingSession::setStatus);
-    connect(m_worker, &SessionWorker::songReady, this, &RecordingSession::startSave);
     QMetaObject::invokeMethod(m_worker, &SessionWorker::start, Qt::QueuedConnection);
 }
 
 RecordingSession::~RecordingSession()
 {
     stop();
+    QMutexLocker locker(&m_handOver->mutex);
+    m_handOver->session = nullptr;
+}
+
+void RecordingSession::HandOver::post(std::function<void(RecordingSession &)> call)
+{
+    // Held while posting: the session cannot finish its destructor in between, and an
+    // event posted to it before that is discarded with it.
+    QMutexLocker locker(&mutex);
+    if (!session)
+        return;
+    QPointer<RecordingSession> target(session);
+    QMetaObject::invokeMethod(
+        session,
+        [target, call = std::move(call)] {
+            if (target)
+                call(*target);
+        },
+        Qt::QueuedConnection);
 }
 
 void RecordingSession::stop()
@@ -37,6 +79,7 @@ void RecordingSession::stop()
     Q_ASSERT(QThread::currentThread() == thread());
     if (m_stopped->exchange(true))
         return;
+    m_context.leaveWaiting(m_station.id);
     // The worker finalises the open segment on its own thread, then goes; the song it
     // hands back arrives here as a queued signal and is saved like any other.
     SessionWorker *worker = m_worker;
@@ -145,8 +188,34 @@ void RecordingSession::setStatus(const SessionStatus &status)
     Q_EMIT statusChanged(m_status);
 }
 
-void RecordingSession::startSave(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title)
+void RecordingSession::takeSong(const std::shared_ptr<HandOver> &handOver, const Station &station, bool fullShow,
+                                bool finalSong, std::vector<SegmentLock> segments, const QString &streamTitle)
 {
+    // Shown in event lines: a station must not be able to forge one with a tab or newline.
+    const QString title = TrackTitle::withoutControlCharacters(streamTitle);
+    qint64 bytes = 0;
+    for (const SegmentLock &segment : segments)
+        bytes += QFileInfo(segment.path()).size();
+    const RadioEngineSettings s = RadioEngineSettings::effective(station.id);
+    const qint64 bytesPerSec = TrackSegmenter::bytesPerSecForBitrate(station.bitrate);
+    if (const auto why = SongSaver::screen(title, bytes, bytesPerSec, {s.skipJingles, s.lossless, s.minDurationSec},
+                                           fullShow)) {
+        for (SegmentLock &segment : segments)
+            segment.removeFile();
+        handOver->post([title, why = *why](RecordingSession &session) { Q_EMIT session.songSkipped(title, why); });
+        return;
+    }
+    const QStringList parked = SegmentRecovery::park(std::move(segments));
+    handOver->post([parked, title, finalSong](RecordingSession &session) { session.startSave(parked, title, finalSong); });
+}
+
+void RecordingSession::startSave(const QStringList &parkedSegments, const QString &title, bool finalSong)
+{
+    if (m_stopped->load() && !finalSong) {
+        // Finished before the stop but arrived after it: part of the backlog a stop leaves.
+        Q_EMIT songSkipped(title, QStringLiteral("recording stopped before its save: left for recovery at the next start"));
+        return;
+    }
     ++m_runningSaves;
     SaveOptions options;
     options.stationId = m_station.id;
@@ -158,21 +227,42 @@ void RecordingSession::startSave(std::shared_ptr<std::vector<SegmentLock>> segme
         const RadioEngineSettings s = RadioEngineSettings::effective(id);
         return SaveSettings{s.skipJingles, s.lossless, s.minDurationSec};
     };
-    m_context.runSave(
-        [segments, title, stationName = m_station.name, options] {
-            return SongSaver::mergeAndSave(std::move(*segments), title, stationName, options);
+    m_context.enqueueSave(
+        m_station.id, title,
+        [parkedSegments, title, stationName = m_station.name, options] {
+            // Locked again for the save's duration, so nothing else touches them meanwhile.
+            std::vector<SegmentLock> segments;
+            for (const QString &path : parkedSegments) {
+                if (auto lock = SegmentLock::tryAcquire(path))
+                    segments.push_back(std::move(*lock));
+            }
+            return SongSaver::mergeAndSave(std::move(segments), title, stationName, options);
         },
         this,
-        [this](std::optional<SavedSong> saved) {
+        [this](SaveOutcome outcome) {
             --m_runningSaves;
-            if (saved)
-                finishSave(*saved);
+            finishSave(outcome);
             maybeDelete();
         });
 }
 
-void RecordingSession::finishSave(const SavedSong &song)
+void RecordingSession::finishSave(const SaveOutcome &outcome)
 {
+    const QString title = outcome.streamTitle.isEmpty() ? m_station.name : outcome.streamTitle;
+    switch (outcome.result) {
+    case SaveResult::Skipped:
+        Q_EMIT songSkipped(title, outcome.reason);
+        return;
+    case SaveResult::Failed:
+        Q_EMIT saveFailed(QStringLiteral("\"%1\" not saved: %2; its audio is left for recovery at the next start")
+                              .arg(title, outcome.reason));
+        return;
+    case SaveResult::Saved:
+        break;
+    }
+    const SavedSong &song = *outcome.song;
+    if (!outcome.reason.isEmpty())
+        Q_EMIT saveNotice(QStringLiteral("\"%1\" %2").arg(title, outcome.reason));
     if (RecordingStats *stats = m_context.stats())
         stats->note(m_station.name);
     ++m_recordedCount;

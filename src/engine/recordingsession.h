@@ -6,6 +6,7 @@
 #include "stations/station.h"
 
 #include <QElapsedTimer>
+#include <QMutex>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -26,6 +27,14 @@ class SessionWorker;
 // change of state and the bytes at most once a second, so a busy station costs the GUI
 // thread one queued call a second; saves run on the context's pool and come back here to
 // be counted and handed on.
+//
+// A finished song is screened on the engine thread the moment it is handed over (a
+// jingle, or clearly too short by its bytes, is dropped there without any encoding) and
+// parked, so it holds no open file while it waits in the context's save queue. Every song
+// ends in exactly one of trackSaved, songSkipped (with the reason) or saveFailed, so
+// nothing disappears unannounced; a radio folder that cannot be written is reported
+// through saveFailed as soon as the session starts. At a stop only the song in progress
+// is still saved: songs still waiting are left for recovery (songSkipped says so).
 //
 // Starts at construction. stop() ends it at once (onStopped runs before stop() returns);
 // the song in progress is still finalised and saved in the background, and the object
@@ -78,20 +87,38 @@ Q_SIGNALS:
     void ended(SessionOutcome outcome);
     // On every state change and, while bytes arrive, about once a second.
     void statusChanged(const SessionStatus &status);
+    // One line naming the song or folder and why nothing was written.
+    void saveFailed(const QString &message);
+    // A song dropped on purpose: a jingle, too short, a same-name recording kept, no audio,
+    // or left for recovery.
+    void songSkipped(const QString &title, const QString &reason);
+    // A song was saved, but not as asked (ffmpeg failed: the stream's own bytes were kept).
+    void saveNotice(const QString &message);
 
 private:
     void setCurrentStreamTitle(const QString &title);
     void setErrorMessage(const QString &message);
     void end(SessionOutcome outcome);
     void setStatus(const SessionStatus &status);
-    void startSave(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
-    void finishSave(const SavedSong &song);
+    // Where the engine thread's hand-over posts to; cleared (under its mutex) when the
+    // session goes, so a song handed over late finds no dangling session.
+    struct HandOver {
+        QMutex mutex;
+        RecordingSession *session = nullptr;
+        void post(std::function<void(RecordingSession &)> call);
+    };
+    // On the engine thread: screens a handed-over song and parks it, or drops it.
+    static void takeSong(const std::shared_ptr<HandOver> &handOver, const Station &station, bool fullShow,
+                         bool finalSong, std::vector<SegmentLock> segments, const QString &streamTitle);
+    void startSave(const QStringList &parkedSegments, const QString &title, bool finalSong);
+    void finishSave(const SaveOutcome &outcome);
     void maybeDelete();
 
     const Station m_station;
     const std::optional<QString> m_fullShowTitle;
     RecordingContext &m_context;
     std::shared_ptr<std::atomic<bool>> m_stopped;
+    std::shared_ptr<HandOver> m_handOver;
     SessionWorker *m_worker = nullptr; // lives on the engine thread; deleted there
 
     QString m_currentStreamTitle;

@@ -1,14 +1,16 @@
 #include "engine/segmentrecovery.h"
 
 #include "engine/apppaths.h"
-#include "engine/segmentfile.h"
+#include "engine/audioframes.h"
 
 #include <QDateTime>
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
+#include <QMutex>
 #include <QRegularExpression>
+#include <QUuid>
 
 #include <cstdio>
 
@@ -16,10 +18,25 @@ namespace SegmentRecovery {
 
 namespace {
 
+const QString kParkingPrefix = QStringLiteral(".parked-");
+
 bool isWorkFile(const QString &name)
 {
     return name.startsWith(QLatin1String(".out_")) || name.startsWith(QLatin1String(".merged_")) ||
            name.startsWith(QLatin1String(".cover_"));
+}
+
+const QRegularExpression &segmentName()
+{
+    static const QRegularExpression kSegmentName(
+        QStringLiteral("^\\.[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\.(mp3|aac)$"),
+        QRegularExpression::CaseInsensitiveOption);
+    return kSegmentName;
+}
+
+QString newUuid()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
 }
 
 // A free name "Recovered <stamp>[ (n)].<ext>" in `folder`.
@@ -32,46 +49,148 @@ QString freeName(const QString &folder, const QString &stamp, const QString &ext
     return candidate;
 }
 
-} // namespace
-
-QStringList recoverOrphans(double minAgeSec)
+bool isFresh(const QFileInfo &entry, const QDateTime &now, double minAgeSec)
 {
-    return recoverOrphans(AppPaths::tmpDir(), AppPaths::radioDir() + QStringLiteral("/Recovered"), minAgeSec);
+    return entry.lastModified().msecsTo(now) < qint64(minAgeSec * 1000);
 }
 
-QStringList recoverOrphans(const QString &tmpDir, const QString &recoveredDir, double minAgeSec)
+// Copies the frames of one unlocked segment (held by `lock`) into Recovered and removes
+// the segment.
+void salvage(const QFileInfo &entry, SegmentLock &lock, const QString &tmpDir, const QString &recoveredDir,
+             Result &result)
 {
-    static const QRegularExpression kSegmentName(
-        QStringLiteral("^\\.[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\.(mp3|aac)$"),
-        QRegularExpression::CaseInsensitiveOption);
+    const auto walked = AudioFrames::walkFile(entry.filePath());
+    if (!walked) {
+        if (entry.size() > 0)
+            result.dropped.append({entry.filePath(), QStringLiteral("no audio frames")});
+        lock.removeFile();
+        return;
+    }
+    QFile in(entry.filePath());
+    const uchar *mapped = in.open(QIODevice::ReadOnly) ? in.map(0, in.size()) : nullptr;
+    if (!mapped)
+        return;
+    const QString ext = entry.suffix().toLower();
+    // Written under a work name and moved, so a crash now leaves nothing half-written
+    // under a final name.
+    auto out = SegmentFile::create(tmpDir + QStringLiteral("/.out_") + newUuid() + QLatin1Char('.') + ext);
+    if (!out)
+        return;
+    for (const AudioFrames::Run &run : walked->runs)
+        out->write(QByteArrayView(reinterpret_cast<const char *>(mapped) + run.offset, run.bytes));
+    in.unmap(const_cast<uchar *>(mapped));
+    const bool written = out->flush();
+    SegmentLock work = out->close();
+    if (!written || out->hasError()) {
+        work.removeFile();
+        return;
+    }
+    QDir().mkpath(recoveredDir);
+    const QString target =
+        freeName(recoveredDir, entry.lastModified().toString(QStringLiteral("yyyy-MM-dd HH-mm-ss")), ext);
+    if (std::rename(QFile::encodeName(work.path()).constData(), QFile::encodeName(target).constData()) != 0) {
+        work.removeFile();
+        return;
+    }
+    work.release();
+    lock.removeFile();
+    result.recovered.append({target, QFileInfo(target).completeBaseName(), walked->durationSec});
+}
 
-    QStringList recovered;
+void recoverFolder(const QString &folder, const QString &tmpDir, const QString &recoveredDir, double minAgeSec,
+                   Result &result)
+{
     const QDateTime now = QDateTime::currentDateTime();
-    const QFileInfoList entries = QDir(tmpDir).entryInfoList(QDir::Files | QDir::Hidden | QDir::NoSymLinks, QDir::Name);
+    const QFileInfoList entries = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden | QDir::NoSymLinks, QDir::Name);
     for (const QFileInfo &entry : entries) {
         const QString name = entry.fileName();
-        const QRegularExpressionMatch segment = kSegmentName.match(name);
-        if (!segment.hasMatch() && !isWorkFile(name))
+        const bool segment = segmentName().match(name).hasMatch();
+        if (!segment && !isWorkFile(name))
             continue;
-        if (entry.lastModified().msecsTo(now) < qint64(minAgeSec * 1000))
+        if (isFresh(entry, now, minAgeSec))
             continue;
         auto lock = SegmentLock::tryAcquire(entry.filePath());
         if (!lock)
             continue;
-        if (!segment.hasMatch() || entry.size() == 0) {
+        if (!segment || entry.size() == 0) {
             lock->removeFile();
             continue;
         }
-        QDir().mkpath(recoveredDir);
-        const QString target = freeName(recoveredDir, entry.lastModified().toString(QStringLiteral("yyyy-MM-dd HH-mm-ss")),
-                                        segment.captured(1).toLower());
-        if (std::rename(QFile::encodeName(entry.filePath()).constData(), QFile::encodeName(target).constData()) != 0) {
-            qWarning().noquote() << QStringLiteral("Could not recover %1 to %2").arg(entry.filePath(), target);
-            continue;
-        }
-        recovered << target;
+        salvage(entry, *lock, tmpDir, recoveredDir, result);
     }
-    return recovered;
+}
+
+// This process's parking folder per tmp folder, with the lock that marks it as alive.
+struct Parking {
+    QMutex mutex;
+    QHash<QString, std::pair<QString, std::shared_ptr<SegmentLock>>> folders;
+};
+
+Parking &parking()
+{
+    static Parking p;
+    return p;
+}
+
+} // namespace
+
+Track toTrack(const RecoveredSong &song)
+{
+    return Track(song.title, QString(), QString(), song.durationSec, QDateTime::currentDateTimeUtc(), QString(), false, 0,
+                 QStringLiteral("radio"), std::nullopt, song.filePath);
+}
+
+Result recoverOrphans(double minAgeSec)
+{
+    return recoverOrphans(AppPaths::tmpDir(), AppPaths::radioDir() + QStringLiteral("/Recovered"), minAgeSec);
+}
+
+Result recoverOrphans(const QString &tmpDir, const QString &recoveredDir, double minAgeSec)
+{
+    Result result;
+    recoverFolder(tmpDir, tmpDir, recoveredDir, minAgeSec, result);
+
+    const QDateTime now = QDateTime::currentDateTime();
+    const QFileInfoList folders = QDir(tmpDir).entryInfoList({kParkingPrefix + QLatin1Char('*')},
+                                                             QDir::Dirs | QDir::Hidden | QDir::NoSymLinks, QDir::Name);
+    for (const QFileInfo &folder : folders) {
+        if (isFresh(folder, now, minAgeSec))
+            continue;
+        auto alive = SegmentLock::tryAcquire(folder.filePath());
+        if (!alive)
+            continue; // its process still runs
+        recoverFolder(folder.filePath(), tmpDir, recoveredDir, 0, result);
+        // Empty now unless something could not be salvaged; then it waits for the next start.
+        QDir().rmdir(folder.filePath());
+    }
+    return result;
+}
+
+QStringList park(std::vector<SegmentLock> segments)
+{
+    Parking &p = parking();
+    QMutexLocker locker(&p.mutex);
+    QStringList paths;
+    for (SegmentLock &segment : segments) {
+        if (!segment.isValid())
+            continue;
+        const QFileInfo info(segment.path());
+        const QString tmpDir = info.absolutePath();
+        auto &[folder, lock] = p.folders[tmpDir];
+        if (folder.isEmpty() || !QFileInfo::exists(folder)) {
+            folder = tmpDir + QLatin1Char('/') + kParkingPrefix + newUuid();
+            QDir().mkpath(folder);
+            auto acquired = SegmentLock::tryAcquire(folder);
+            lock = acquired ? std::make_shared<SegmentLock>(std::move(*acquired)) : nullptr;
+        }
+        const QString target = folder + QLatin1Char('/') + info.fileName();
+        if (lock && std::rename(QFile::encodeName(segment.path()).constData(), QFile::encodeName(target).constData()) == 0)
+            paths << target;
+        else
+            paths << segment.path();
+        segment.release();
+    }
+    return paths;
 }
 
 } // namespace SegmentRecovery

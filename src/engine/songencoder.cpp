@@ -1,7 +1,5 @@
 #include "engine/songencoder.h"
 
-#include <QDeadlineTimer>
-#include <QProcess>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -18,12 +16,6 @@ constexpr qsizetype kProbeKeepBytes = 64 * 1024;
 
 constexpr double kEncodeBaseSec = 600;
 constexpr double kEncodeSecPerMiB = 2;
-
-void keepTail(QByteArray &buffer, qsizetype keepBytes)
-{
-    if (buffer.size() > keepBytes)
-        buffer.remove(0, buffer.size() - keepBytes);
-}
 
 } // namespace
 
@@ -49,41 +41,29 @@ QStringList reencodeArguments(const ReencodeInput &in)
     return args;
 }
 
-RunResult run(const QString &program, const QStringList &arguments, double timeoutSec, qsizetype keepBytes)
+ChildProcessResult run(const QString &program, const QStringList &arguments, double timeoutSec, qsizetype keepBytes)
 {
-    RunResult result;
-    QProcess process;
-    process.setProgram(program);
-    process.setArguments(arguments);
-    // ffmpeg reads keyboard commands from stdin; an open pipe nobody writes is harmless,
-    // but end-of-file makes the intent plain.
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.setStandardOutputFile(QProcess::nullDevice());
-    process.start();
-    if (!process.waitForStarted(30'000)) {
-        result.diagnostics = process.errorString().toUtf8();
-        return result;
-    }
-    result.started = true;
+    ChildProcessOptions options;
+    options.program = program;
+    options.arguments = arguments;
+    // ffmpeg's own output goes to a file named in its arguments; stdout stays quiet.
+    options.stdoutKeepBytes = 0;
+    options.stderrKeepBytes = keepBytes;
+    options.timeoutSec = timeoutSec;
+    return ChildProcess::run(std::move(options));
+}
 
-    // stderr must be drained while the child runs, or ffmpeg blocks once the pipe is full.
-    const QDeadlineTimer deadline(qint64(timeoutSec * 1000));
-    while (process.state() != QProcess::NotRunning) {
-        if (deadline.hasExpired()) {
-            process.kill();
-            process.waitForFinished(10'000);
-            result.timedOut = true;
-            break;
-        }
-        process.waitForReadyRead(int(std::clamp<qint64>(deadline.remainingTime(), 1, 500)));
-        result.diagnostics += process.readAllStandardError();
-        keepTail(result.diagnostics, keepBytes);
+QString describeFailure(const QString &program, const ChildProcessResult &result)
+{
+    const QString lastLine = QString::fromUtf8(result.stderrBytes.trimmed().split('\n').last().trimmed());
+    switch (result.status) {
+    case ChildExit::FailedToStart:
+        return QStringLiteral("ffmpeg (%1) did not start: %2").arg(program, result.errorText);
+    case ChildExit::Exited:
+        return QStringLiteral("ffmpeg failed (status %1): %2").arg(result.exitCode).arg(lastLine);
+    default:
+        return QStringLiteral("ffmpeg %1: %2").arg(describe(result.status), lastLine);
     }
-    result.diagnostics += process.readAllStandardError();
-    keepTail(result.diagnostics, keepBytes);
-    if (!result.timedOut && process.exitStatus() == QProcess::NormalExit)
-        result.exitCode = process.exitCode();
-    return result;
 }
 
 double parseDuration(QByteArrayView diagnostics)
@@ -102,9 +82,9 @@ double parseDuration(QByteArrayView diagnostics)
 
 double probeDuration(const QString &ffmpeg, const QString &file)
 {
-    const RunResult r = run(ffmpeg, {QStringLiteral("-hide_banner"), QStringLiteral("-i"), file}, kProbeTimeoutSec,
-                            kProbeKeepBytes);
-    return r.started && !r.timedOut ? parseDuration(r.diagnostics) : 0;
+    const ChildProcessResult r = run(ffmpeg, {QStringLiteral("-hide_banner"), QStringLiteral("-i"), file},
+                                     kProbeTimeoutSec, kProbeKeepBytes);
+    return r.status == ChildExit::Exited ? parseDuration(r.stderrBytes) : 0;
 }
 
 double encodeTimeoutSec(qint64 inputBytes)

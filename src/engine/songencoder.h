@@ -5,9 +5,12 @@
 #include <QString>
 #include <QStringList>
 
+#include "platform/childprocess.h"
+
 // The ffmpeg runs of a save: re-encoding a song to a tagged MP3, and reading a file's
 // duration. ffmpeg is an external program found at run time and started directly, never
-// through a shell. The runs block the calling thread: thread-pool tasks only.
+// through a shell. The runs block the calling thread (a local event loop spins there):
+// thread-pool tasks only.
 namespace SongEncoder {
 
 struct ReencodeInput {
@@ -25,19 +28,15 @@ struct ReencodeInput {
 // ID3v2.3 front cover).
 [[nodiscard]] QStringList reencodeArguments(const ReencodeInput &input);
 
-struct RunResult {
-    bool started = false;
-    bool timedOut = false;
-    int exitCode = -1;
-    QByteArray diagnostics; // the last bytes ffmpeg wrote to stderr
-    [[nodiscard]] bool succeeded() const { return started && !timedOut && exitCode == 0; }
-};
+// Runs ffmpeg with `arguments` to its end on the calling thread through the platform's
+// child-process runner, killing it after `timeoutSec`. Standard input reads end-of-file;
+// of stderr only the last `keepBytes` are kept (ffmpeg's progress lines would otherwise
+// grow without bound).
+[[nodiscard]] ChildProcessResult run(const QString &program, const QStringList &arguments, double timeoutSec,
+                                     qsizetype keepBytes = 8 * 1024);
 
-// Runs the program to its end, killing it after `timeoutSec`. Standard input reads
-// end-of-file and standard output is discarded; of stderr only the last `keepBytes`
-// are kept (ffmpeg's progress lines would otherwise grow without bound).
-[[nodiscard]] RunResult run(const QString &program, const QStringList &arguments, double timeoutSec,
-                            qsizetype keepBytes = 8 * 1024);
+// One line saying why a run failed, for the error a user sees ("ffmpeg failed (status 1): ...").
+[[nodiscard]] QString describeFailure(const QString &program, const ChildProcessResult &result);
 
 // Seconds of the first "Duration: hh:mm:ss.ff" in ffmpeg's diagnostics; 0 when there is
 // none or it reads "N/A".

@@ -7,7 +7,6 @@
 #include "engine/trackinfolookup.h"
 #include "engine/tracktitle.h"
 
-#include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QMutex>
@@ -16,6 +15,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include <unistd.h>
 
 namespace {
 
@@ -37,13 +38,6 @@ public:
 private:
     SegmentLock m_lock;
 };
-
-// What a failed save says, in one line.
-void warn(const SaveOptions &options, const QString &streamTitle, const QString &what)
-{
-    qWarning().noquote() << QStringLiteral("Recording \"%1\" of station %2 not saved: %3")
-                                .arg(streamTitle, options.stationId, what);
-}
 
 QString newWorkPath(const QString &prefix, const QString &suffix)
 {
@@ -120,12 +114,11 @@ struct Tags {
     QString comment;
 };
 
-std::optional<WorkFile> writeReencoded(const std::vector<SegmentLock> &segments, const QString &inputFormat,
-                                       const Tags &tags, const QString &ffmpeg, QString &why)
+// ffmpeg's MP3 of the joined segments in `merged`. Absent, with `why`, when ffmpeg is
+// missing or fails.
+std::optional<WorkFile> writeReencoded(const QString &merged, const QString &inputFormat, const Tags &tags,
+                                       const QString &ffmpeg, QString &why)
 {
-    auto merged = writeWorkFile(newWorkPath(QStringLiteral(".merged_"), QString()), {}, segments, why);
-    if (!merged)
-        return std::nullopt;
     std::optional<WorkFile> cover;
     if (!tags.cover.isEmpty()) {
         cover = writeWorkFile(newWorkPath(QStringLiteral(".cover_"), QStringLiteral(".jpg")), tags.cover, {}, why);
@@ -138,19 +131,13 @@ std::optional<WorkFile> writeReencoded(const std::vector<SegmentLock> &segments,
     if (!out)
         return std::nullopt;
 
-    const QStringList arguments = SongEncoder::reencodeArguments(
-        {inputFormat, merged->path(), cover ? cover->path() : QString(), tags.title, tags.artist, tags.album,
-         tags.comment, out->path()});
-    const SongEncoder::RunResult run =
-        SongEncoder::run(ffmpeg, arguments, SongEncoder::encodeTimeoutSec(QFileInfo(merged->path()).size()));
+    const QStringList arguments = SongEncoder::reencodeArguments({inputFormat, merged, cover ? cover->path() : QString(),
+                                                                  tags.title, tags.artist, tags.album, tags.comment,
+                                                                  out->path()});
+    const ChildProcessResult run =
+        SongEncoder::run(ffmpeg, arguments, SongEncoder::encodeTimeoutSec(QFileInfo(merged).size()));
     if (!run.succeeded()) {
-        const QByteArray lastLine = run.diagnostics.trimmed().split('\n').last().trimmed();
-        if (!run.started)
-            why = QStringLiteral("ffmpeg (%1) did not start: %2").arg(ffmpeg, QString::fromUtf8(lastLine));
-        else if (run.timedOut)
-            why = QStringLiteral("ffmpeg took too long and was stopped");
-        else
-            why = QStringLiteral("ffmpeg failed (status %1): %2").arg(run.exitCode).arg(QString::fromUtf8(lastLine));
+        why = SongEncoder::describeFailure(ffmpeg, run);
         return std::nullopt;
     }
     if (QFileInfo(out->path()).size() <= 0) {
@@ -158,6 +145,36 @@ std::optional<WorkFile> writeReencoded(const std::vector<SegmentLock> &segments,
         return std::nullopt;
     }
     return out;
+}
+
+// `head` followed by the frame runs of `merged`: the stream's own audio and nothing else.
+std::optional<WorkFile> writeFrames(const QString &merged, const AudioFrames::Walk &walk, const QByteArray &head,
+                                    const QString &ext, QString &why)
+{
+    const QString path = newWorkPath(QStringLiteral(".out_"), QLatin1Char('.') + ext);
+    auto file = SegmentFile::create(path);
+    if (!file) {
+        why = QStringLiteral("cannot create %1: %2").arg(path, QString::fromLocal8Bit(std::strerror(errno)));
+        return std::nullopt;
+    }
+    QFile in(merged);
+    const uchar *mapped = in.open(QIODevice::ReadOnly) ? in.map(0, in.size()) : nullptr;
+    if (!mapped) {
+        why = QStringLiteral("cannot read %1: %2").arg(merged, in.errorString());
+        WorkFile discard(file->close());
+        return std::nullopt;
+    }
+    file->write(head);
+    for (const AudioFrames::Run &run : walk.runs)
+        file->write(QByteArrayView(reinterpret_cast<const char *>(mapped) + run.offset, run.bytes));
+    in.unmap(const_cast<uchar *>(mapped));
+    const bool flushed = file->flush();
+    WorkFile work(file->close());
+    if (!flushed || file->hasError()) {
+        why = QStringLiteral("cannot write %1 (disk full?)").arg(path);
+        return std::nullopt;
+    }
+    return work;
 }
 
 // MP3 and AAC are measured by their frames; ffmpeg is asked only about anything else.
@@ -196,25 +213,72 @@ bool SongSaver::isTooShort(double durationSec, qint64 minDurationSec)
     return durationSec > 0 && minDurationSec >= 1 && durationSec <= double(minDurationSec);
 }
 
-std::optional<SavedSong> SongSaver::mergeAndSave(std::vector<SegmentLock> segments, const QString &title,
-                                                 const QString &stationName, const SaveOptions &options)
+std::optional<QString> SongSaver::screen(const QString &title, qint64 bytes, qint64 bytesPerSec,
+                                         const SaveSettings &settings, bool fullShow)
 {
+    if (!fullShow && settings.skipJingles && TrackTitle::looksLikeJingle(TrackTitle::withoutControlCharacters(title)))
+        return QStringLiteral("jingle or advert");
+    if (bytes <= 0)
+        return QStringLiteral("no audio");
+    if (fullShow || settings.minDurationSec < 1 || bytesPerSec <= 0)
+        return std::nullopt;
+    // Half the minimum: a station listed at twice its real bitrate still keeps its songs.
+    if (double(bytes) < 0.5 * double(settings.minDurationSec) * double(bytesPerSec))
+        return QStringLiteral("too short (about %1 s, minimum %2 s)")
+            .arg(qRound64(double(bytes) / double(bytesPerSec)))
+            .arg(settings.minDurationSec);
+    return std::nullopt;
+}
+
+std::optional<QString> SongSaver::checkRadioFolder()
+{
+    AppPaths::ensure();
+    const auto cannot = [](const QString &folder) {
+        return QStringLiteral("radio folder cannot be written: %1: %2")
+            .arg(folder, QString::fromLocal8Bit(std::strerror(errno)));
+    };
+    // The final files go into the radio folder itself; access() also sees a read-only mount.
+    if (::access(QFile::encodeName(AppPaths::radioDir()).constData(), W_OK | X_OK) != 0)
+        return cannot(AppPaths::radioDir());
+    auto probe = SegmentFile::create(newWorkPath(QStringLiteral(".out_"), QStringLiteral(".probe")));
+    if (!probe)
+        return cannot(AppPaths::tmpDir());
+    probe->close().removeFile();
+    return std::nullopt;
+}
+
+SaveOutcome SongSaver::mergeAndSave(std::vector<SegmentLock> segments, const QString &title,
+                                    const QString &stationName, const SaveOptions &options)
+{
+    SaveOutcome outcome;
+    outcome.streamTitle = TrackTitle::withoutControlCharacters(title);
+    const auto skip = [&](const QString &why) {
+        deleteSegments(segments);
+        outcome.result = SaveResult::Skipped;
+        outcome.reason = why;
+        return outcome;
+    };
+    const auto fail = [&](const QString &why) {
+        // The segments stay, unlocked, for recovery.
+        for (SegmentLock &segment : segments)
+            segment.release();
+        outcome.result = SaveResult::Failed;
+        outcome.reason = why;
+        return outcome;
+    };
+
     std::erase_if(segments, [](const SegmentLock &s) { return !s.isValid(); });
     if (segments.empty())
-        return std::nullopt;
+        return skip(QStringLiteral("no audio"));
 
     const SaveSettings settings = options.settings ? options.settings() : SaveSettings{};
     const QString station = TrackTitle::withoutControlCharacters(stationName);
-    QString streamTitle = TrackTitle::withoutControlCharacters(title);
+    QString streamTitle = outcome.streamTitle;
 
-    if (!options.fullShow && settings.skipJingles && TrackTitle::looksLikeJingle(streamTitle)) {
-        deleteSegments(segments);
-        return std::nullopt;
-    }
-    if (totalBytes(segments) == 0) {
-        deleteSegments(segments);
-        return std::nullopt;
-    }
+    if (!options.fullShow && settings.skipJingles && TrackTitle::looksLikeJingle(streamTitle))
+        return skip(QStringLiteral("jingle or advert"));
+    if (totalBytes(segments) == 0)
+        return skip(QStringLiteral("no audio"));
     if (streamTitle.isEmpty())
         streamTitle = station;
 
@@ -242,45 +306,54 @@ std::optional<SavedSong> SongSaver::mergeAndSave(std::vector<SegmentLock> segmen
     AppPaths::ensure();
 
     QString why;
+    auto merged = writeWorkFile(newWorkPath(QStringLiteral(".merged_"), QLatin1Char('.') + streamExt), {}, segments, why);
+    if (!merged)
+        return fail(why);
+    const auto walked = AudioFrames::walkFile(merged->path());
+    if (!walked)
+        return skip(QStringLiteral("no audio frames in the stream's data"));
+
     std::optional<WorkFile> out;
-    QString ext;
-    if (settings.lossless) {
+    QString ext = QStringLiteral("mp3");
+    double durationSec = 0;
+    if (!settings.lossless) {
+        out = writeReencoded(merged->path(), streamExt, tags, options.ffmpegPath, why);
+        if (out)
+            durationSec = durationOf(out->path(), options.ffmpegPath);
+        else
+            outcome.reason = QStringLiteral("saved without re-encoding: ") + why;
+    }
+    if (!out) {
         ext = streamExt;
-        // The stream's own bytes, untouched; only MP3 carries an ID3 tag in front.
+        // The stream's own frames, untouched; only MP3 carries an ID3 tag in front.
         const QByteArray tag = ext == QLatin1String("mp3")
                                    ? Id3Tag::buildID3v2Tag(tags.title, tags.artist, tags.album, tags.cover)
                                    : QByteArray();
-        out = writeWorkFile(newWorkPath(QStringLiteral(".out_"), QLatin1Char('.') + ext), tag, segments, why);
-    } else {
-        ext = QStringLiteral("mp3");
-        out = writeReencoded(segments, streamExt, tags, options.ffmpegPath, why);
+        out = writeFrames(merged->path(), *walked, tag, ext, why);
+        if (!out)
+            return fail(why);
+        durationSec = walked->durationSec;
     }
-    if (!out) {
-        warn(options, streamTitle, why);
-        return std::nullopt;
-    }
+    merged.reset();
 
-    const double durationSec = durationOf(out->path(), options.ffmpegPath);
-    if (!options.fullShow && isTooShort(durationSec, settings.minDurationSec)) {
-        deleteSegments(segments);
-        return std::nullopt;
-    }
+    if (!options.fullShow && isTooShort(durationSec, settings.minDurationSec))
+        return skip(QStringLiteral("too short (%1 s, minimum %2 s)")
+                        .arg(durationSec, 0, 'f', 1)
+                        .arg(settings.minDurationSec));
 
-    const auto target = AppPaths::recordingUrl(tags.artist, tags.title, streamTitle, station, ext);
-    if (!target) {
-        warn(options, streamTitle, QStringLiteral("no valid file name"));
-        return std::nullopt;
-    }
+    const auto target = AppPaths::recordingPath(tags.artist, tags.title, streamTitle, station, ext);
+    if (!target)
+        return fail(QStringLiteral("no valid file name"));
     switch (placeFile(*out, *target, durationSec, options.ffmpegPath, why)) {
     case Placement::Failed:
-        warn(options, streamTitle, why);
-        return std::nullopt;
+        return fail(why);
     case Placement::KeptExisting:
-        deleteSegments(segments);
-        return std::nullopt;
+        return skip(QStringLiteral("%1 already holds a recording at least as long").arg(*target));
     case Placement::Moved:
         break;
     }
     deleteSegments(segments);
-    return SavedSong{*target, tags.title, tags.artist, tags.album, durationSec, station};
+    outcome.result = SaveResult::Saved;
+    outcome.song = SavedSong{*target, tags.title, tags.artist, tags.album, durationSec, station};
+    return outcome;
 }

@@ -99,7 +99,8 @@ TEST_F(RecorderServicesTest, LeftoversAreRecoveredOffTheCallerAndShutDownWaitsFo
 {
     AppPaths::ensure();
     const QString segment = AppPaths::tmpDir() + QStringLiteral("/.0F8FAD5B-D9CB-469F-A165-70867728950E.mp3");
-    writeFile(segment, "audio of a crashed session");
+    const QByteArray audio = IcyStream::audioBlock(1).repeated(4);
+    writeFile(segment, audio);
     QFile file(segment);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
     ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
@@ -108,14 +109,18 @@ TEST_F(RecorderServicesTest, LeftoversAreRecoveredOffTheCallerAndShutDownWaitsFo
     auto services = make(true, true);
     QSignalSpy recovered(services.get(), &RecorderServices::segmentsRecovered);
     ASSERT_TRUE(recovered.wait(5000));
-    const QStringList paths = recovered.first().first().toStringList();
-    ASSERT_EQ(paths.size(), 1);
-    EXPECT_EQ(readFile(paths[0]), "audio of a crashed session");
+    const auto result = recovered.first().first().value<SegmentRecovery::Result>();
+    ASSERT_EQ(result.recovered.size(), 1);
+    EXPECT_EQ(readFile(result.recovered[0].filePath), audio);
     EXPECT_FALSE(QFile::exists(segment));
+    // Filed like a saved song, so the user finds it.
+    const QList<Track> filed = services->library()->tracksByFilePath(result.recovered[0].filePath);
+    ASSERT_EQ(filed.size(), 1);
+    EXPECT_EQ(filed[0].title, result.recovered[0].title);
 
     services->shutDown();
     // A shutdown right after the start waits for the recovery instead of cutting it off.
-    writeFile(segment, "second crash");
+    writeFile(segment, audio);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
     ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
     file.close();

@@ -381,7 +381,7 @@ TEST_F(RecordingSessionTest, PlaylistsAreResolvedOnceAndAStallReconnects)
 TEST_F(RecordingSessionTest, WithoutMetaintTheWholeBodyIsAudioAndAacGetsItsExtension)
 {
     server.route("/plain", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"icy-metaint", "0"}, {"Content-Type", "audio/aac"}})
-                               .send(QByteArray(5000, 'q'))
+                               .send(IcyStream::adtsFrame(2500, 'q') + IcyStream::adtsFrame(2500, 'r'))
                                .hang());
     RadioEngineSettings settings = RadioEngineSettings::loadGlobal();
     settings.skipJingles = false; // the station's name has no " - " and would count as a jingle
@@ -397,7 +397,7 @@ TEST_F(RecordingSessionTest, WithoutMetaintTheWholeBodyIsAudioAndAacGetsItsExten
     ASSERT_EQ(saved.size(), 1u);
     // No title ever came: the station's name names it, and the bytes are untouched.
     EXPECT_TRUE(saved[0].filePath->endsWith(".aac"));
-    EXPECT_EQ(readFile(*saved[0].filePath), QByteArray(5000, 'q'));
+    EXPECT_EQ(readFile(*saved[0].filePath), IcyStream::adtsFrame(2500, 'q') + IcyStream::adtsFrame(2500, 'r'));
 }
 
 } // namespace

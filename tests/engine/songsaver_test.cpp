@@ -91,6 +91,15 @@ protected:
         return out;
     }
 
+    // The saved song, if any; `last` keeps the whole outcome.
+    std::optional<SavedSong> save(std::vector<SegmentLock> pieces, const QString &title, const QString &station,
+                                  const SaveOptions &options)
+    {
+        last = SongSaver::mergeAndSave(std::move(pieces), title, station, options);
+        EXPECT_EQ(last.song.has_value(), last.result == SaveResult::Saved);
+        return last.song;
+    }
+
     SaveOptions options(SaveSettings settings, bool fullShow = false)
     {
         return {"station-1", fullShow, nullptr, QString(), kFfmpeg, [settings] { return settings; }};
@@ -123,6 +132,7 @@ protected:
 
     static inline std::unique_ptr<Audio> audio;
     TestHome home;
+    SaveOutcome last;
     QString radio;
     QStringList segmentPaths;
     const SaveSettings lossless{true, true, 0};
@@ -131,7 +141,7 @@ protected:
 
 TEST_F(SongSaverTest, ByteExactMp3IsTheTagFollowedByTheSegmentsInOrder)
 {
-    const auto saved = SongSaver::mergeAndSave(segments(audio->mp3Long, 3), "Queen - Bohemian Rhapsody", "Rock FM",
+    const auto saved = save(segments(audio->mp3Long, 3), "Queen - Bohemian Rhapsody", "Rock FM",
                                                options(lossless));
     ASSERT_TRUE(saved);
     EXPECT_EQ(saved->filePath, radio + "/Queen - Bohemian Rhapsody.mp3");
@@ -150,7 +160,7 @@ TEST_F(SongSaverTest, ByteExactMp3IsTheTagFollowedByTheSegmentsInOrder)
 
 TEST_F(SongSaverTest, ByteExactAacIsExactlyTheStreamBytes)
 {
-    const auto saved = SongSaver::mergeAndSave(segments(audio->aacShort, 2, "aac"), "Daft Punk - Veridis Quo", "Electro",
+    const auto saved = save(segments(audio->aacShort, 2, "aac"), "Daft Punk - Veridis Quo", "Electro",
                                                options(lossless));
     ASSERT_TRUE(saved);
     EXPECT_EQ(saved->filePath, radio + "/Daft Punk - Veridis Quo.aac");
@@ -172,7 +182,7 @@ TEST_F(SongSaverTest, ReencodedMp3CarriesTheTagsAndTheStoreCover)
     withStore.http = &http;
     withStore.storeBase = store.url("/search");
 
-    const auto saved = SongSaver::mergeAndSave(segments(audio->aacShort, 2, "aac"), "Queen - Bohemian Rhapsody",
+    const auto saved = save(segments(audio->aacShort, 2, "aac"), "Queen - Bohemian Rhapsody",
                                                "Rock FM", withStore);
     ASSERT_TRUE(saved);
     EXPECT_EQ(saved->filePath, radio + "/Queen - Bohemian Rhapsody.mp3");
@@ -203,7 +213,7 @@ TEST_F(SongSaverTest, AFailedLookupStillSaves)
     SaveOptions withStore = options(lossless);
     withStore.http = &http;
     withStore.storeBase = store.url("/search");
-    const auto saved = SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "Artist - Song", "FM", withStore);
+    const auto saved = save(segments(audio->mp3Short, 1), "Artist - Song", "FM", withStore);
     ASSERT_TRUE(saved);
     EXPECT_EQ(store.requestCount("/search"), 1);
     EXPECT_EQ(saved->album, "");
@@ -215,17 +225,18 @@ TEST_F(SongSaverTest, JinglesAreDroppedUnlessSkippingIsOffOrItIsAFullShow)
 {
     for (const char *title : {"Radio X - Werbung", "Station ID", "Artist - n/a", ""}) {
         segmentPaths.clear();
-        EXPECT_FALSE(SongSaver::mergeAndSave(segments(audio->mp3Short, 2), title, "Radio X", options(lossless))) << title;
+        EXPECT_FALSE(save(segments(audio->mp3Short, 2), title, "Radio X", options(lossless))) << title;
+        EXPECT_EQ(last.reason, "jingle or advert");
         EXPECT_TRUE(segmentsGone()) << title;
     }
     EXPECT_EQ(savedFiles(), QStringList());
 
     SaveSettings keepAll = lossless;
     keepAll.skipJingles = false;
-    EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "Radio X - Werbung", "Radio X", options(keepAll)));
-    EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "Morning Show", "Radio X", options(lossless, true)));
+    EXPECT_TRUE(save(segments(audio->mp3Short, 1), "Radio X - Werbung", "Radio X", options(keepAll)));
+    EXPECT_TRUE(save(segments(audio->mp3Short, 1), "Morning Show", "Radio X", options(lossless, true)));
     // An untitled recording goes by the station's name.
-    EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "", "Radio X", options(keepAll)));
+    EXPECT_TRUE(save(segments(audio->mp3Short, 1), "", "Radio X", options(keepAll)));
     EXPECT_EQ(savedFiles(), (QStringList{"Morning Show.mp3", "Radio X - Werbung.mp3", "Radio X.mp3"}));
 }
 
@@ -233,17 +244,18 @@ TEST_F(SongSaverTest, MinimumDurationDropsShortSongsExceptInFullShows)
 {
     SaveSettings strict = lossless;
     strict.minDurationSec = 45;
-    EXPECT_FALSE(SongSaver::mergeAndSave(segments(audio->mp3Short, 2), "A - Short", "FM", options(strict)));
+    EXPECT_FALSE(save(segments(audio->mp3Short, 2), "A - Short", "FM", options(strict)));
+    EXPECT_EQ(last.reason, "too short (3.0 s, minimum 45 s)");
     EXPECT_TRUE(segmentsGone());
     EXPECT_EQ(savedFiles(), QStringList());
     EXPECT_EQ(tmpFiles(), QStringList());
     // A byte-exact cut begins inside a frame; its length is still known, so it goes too.
-    EXPECT_FALSE(SongSaver::mergeAndSave(segments(audio->mp3Long.mid(1001, 100'000), 3), "A - Cut", "FM", options(strict)));
+    EXPECT_FALSE(save(segments(audio->mp3Long.mid(1001, 100'000), 3), "A - Cut", "FM", options(strict)));
     EXPECT_EQ(savedFiles(), QStringList());
 
-    EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Long, 2), "A - Long", "FM", options(strict)));
-    EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "A - Kept", "FM", options(lossless)));
-    EXPECT_TRUE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "A - Show", "FM", options(strict, true)));
+    EXPECT_TRUE(save(segments(audio->mp3Long, 2), "A - Long", "FM", options(strict)));
+    EXPECT_TRUE(save(segments(audio->mp3Short, 1), "A - Kept", "FM", options(lossless)));
+    EXPECT_TRUE(save(segments(audio->mp3Short, 1), "A - Show", "FM", options(strict, true)));
     EXPECT_EQ(savedFiles(), (QStringList{"A - Kept.mp3", "A - Long.mp3", "A - Show.mp3"}));
 
     EXPECT_TRUE(SongSaver::isTooShort(45.0, 45));
@@ -254,26 +266,29 @@ TEST_F(SongSaverTest, MinimumDurationDropsShortSongsExceptInFullShows)
 
 TEST_F(SongSaverTest, ASameNameRecordingIsReplacedOnlyByALongerOne)
 {
-    const auto first = SongSaver::mergeAndSave(segments(audio->mp3Long, 2), "A - B", "FM", options(lossless));
+    const auto first = save(segments(audio->mp3Long, 2), "A - B/C", "FM", options(lossless));
     ASSERT_TRUE(first);
     const QByteArray longFile = readFile(first->filePath);
-    EXPECT_FALSE(SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "A - B", "FM", options(lossless)));
+    // A different title that comes out as the same name.
+    EXPECT_FALSE(save(segments(audio->mp3Short, 1), "A - B-C", "FM", options(lossless)));
+    EXPECT_EQ(last.result, SaveResult::Skipped);
+    EXPECT_EQ(last.reason, radio + "/A - B-C.mp3 already holds a recording at least as long");
     EXPECT_EQ(readFile(first->filePath), longFile);
     EXPECT_TRUE(segmentsGone());
 
-    const auto shortFirst = SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "C - D", "FM", options(lossless));
+    const auto shortFirst = save(segments(audio->mp3Short, 1), "C - D", "FM", options(lossless));
     ASSERT_TRUE(shortFirst);
-    const auto longer = SongSaver::mergeAndSave(segments(audio->mp3Long, 1), "C - D", "FM", options(lossless));
+    const auto longer = save(segments(audio->mp3Long, 1), "C - D", "FM", options(lossless));
     ASSERT_TRUE(longer);
     EXPECT_EQ(longer->filePath, shortFirst->filePath);
     EXPECT_NEAR(SongEncoder::probeDuration(kFfmpeg, longer->filePath), 60.0, 0.5);
-    EXPECT_EQ(savedFiles(), (QStringList{"A - B.mp3", "C - D.mp3"}));
+    EXPECT_EQ(savedFiles(), (QStringList{"A - B-C.mp3", "C - D.mp3"}));
     EXPECT_EQ(tmpFiles(), QStringList());
 }
 
 TEST_F(SongSaverTest, FileNamesAndTagsNeverCarrySeparatorsOrControlCharacters)
 {
-    const auto saved = SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "AC/DC - What? Now: Yes\x01\n", "FM\t1",
+    const auto saved = save(segments(audio->mp3Short, 1), "AC/DC - What? Now: Yes\x01\n", "FM\t1",
                                                options(lossless));
     ASSERT_TRUE(saved);
     EXPECT_EQ(saved->filePath, radio + "/AC-DC - What- Now- Yes.mp3");
@@ -282,24 +297,52 @@ TEST_F(SongSaverTest, FileNamesAndTagsNeverCarrySeparatorsOrControlCharacters)
     EXPECT_TRUE(readFile(saved->filePath).startsWith(Id3Tag::buildID3v2Tag("What? Now: Yes", "AC/DC", "", {})));
 
     Preferences::setValue("ov.radioFolderPattern", "%station%/%artist%");
-    const auto nested = SongSaver::mergeAndSave(segments(audio->mp3Short, 1), "AC/DC - T", "FM", options(reencode));
+    const auto nested = save(segments(audio->mp3Short, 1), "AC/DC - T", "FM", options(reencode));
     ASSERT_TRUE(nested);
     EXPECT_EQ(nested->filePath, radio + "/FM/AC-DC/AC-DC - T.mp3");
 }
 
-TEST_F(SongSaverTest, AMissingFfmpegLeavesNoFileAndKeepsTheSegmentsForRecovery)
+TEST_F(SongSaverTest, WithoutFfmpegTheStreamBytesAreKeptWithANotice)
 {
+    // (A failing ffmpeg is the command-line test's case.)
     SaveOptions broken = options(reencode);
     broken.ffmpegPath = home.file("no-such/ffmpeg");
-    auto pieces = segments(audio->mp3Short, 2);
-    EXPECT_FALSE(SongSaver::mergeAndSave(std::move(pieces), "A - B", "FM", broken));
-    EXPECT_EQ(savedFiles(), QStringList());
-    EXPECT_EQ(tmpFiles().size(), 2);
-    for (const QString &path : segmentPaths)
-        EXPECT_TRUE(SegmentLock::tryAcquire(path)) << "the save let go of " << path.toStdString();
+    const auto saved = save(segments(audio->mp3Short, 2), "A - B", "FM", broken);
+    ASSERT_TRUE(saved) << last.reason.toStdString();
+    EXPECT_TRUE(last.reason.startsWith("saved without re-encoding: ffmpeg (" + broken.ffmpegPath + ") did not start"))
+        << last.reason.toStdString();
+    EXPECT_EQ(readFile(saved->filePath), Id3Tag::buildID3v2Tag("B", "A", "", {}) + audio->mp3Short);
+    EXPECT_NEAR(saved->durationSec, 3.0, 0.5);
+    EXPECT_TRUE(segmentsGone());
+    EXPECT_EQ(tmpFiles(), QStringList());
 }
 
-TEST_F(SongSaverTest, AFailedMoveCleansUpAndKeepsTheSegments)
+TEST_F(SongSaverTest, OnlyAudioFramesReachTheRadioFolder)
+{
+    const QByteArray page = "<html><body><h1>500 Internal Server Error</h1></body></html>\n";
+    const QByteArray garbage(3000, '\x5A');
+    const auto saved = save(segments(page + audio->mp3Short + garbage, 3), "A - Framed", "FM", options(lossless));
+    ASSERT_TRUE(saved);
+    EXPECT_EQ(readFile(saved->filePath), Id3Tag::buildID3v2Tag("Framed", "A", "", {}) + audio->mp3Short);
+    const auto aac = save(segments(page + audio->aacShort, 2, "aac"), "A - Framed AAC", "FM", options(lossless));
+    ASSERT_TRUE(aac);
+    EXPECT_EQ(readFile(aac->filePath), audio->aacShort);
+
+    // A page where audio should be is no song, in either path, and ffmpeg is not asked.
+    for (const SaveSettings &mode : {lossless, reencode}) {
+        segmentPaths.clear();
+        SaveOptions noFfmpeg = options(mode);
+        noFfmpeg.ffmpegPath = home.file("no-such/ffmpeg");
+        EXPECT_FALSE(save(segments(page.repeated(200), 2), "Evil - err500", "FM", noFfmpeg));
+        EXPECT_EQ(last.result, SaveResult::Skipped);
+        EXPECT_EQ(last.reason, "no audio frames in the stream's data");
+        EXPECT_TRUE(segmentsGone());
+    }
+    EXPECT_EQ(savedFiles(), (QStringList{"A - Framed AAC.aac", "A - Framed.mp3"}));
+    EXPECT_EQ(tmpFiles(), QStringList());
+}
+
+TEST_F(SongSaverTest, AFailedMoveIsReportedAndKeepsTheSegments)
 {
     // A plain file where the station's folder should be: the final move cannot succeed,
     // whatever the user's rights (tests may run as root).
@@ -307,12 +350,70 @@ TEST_F(SongSaverTest, AFailedMoveCleansUpAndKeepsTheSegments)
     Preferences::setValue("ov.radioFolderPattern", "%station%");
     for (const SaveSettings &mode : {lossless, reencode}) {
         segmentPaths.clear();
-        EXPECT_FALSE(SongSaver::mergeAndSave(segments(audio->mp3Short, 2), "A - B", "FM", options(mode)));
+        EXPECT_FALSE(save(segments(audio->mp3Short, 2), "A - B", "FM", options(mode)));
+        EXPECT_EQ(last.result, SaveResult::Failed);
+        EXPECT_TRUE(last.reason.startsWith("cannot move it to " + radio + "/FM/A - B.mp3")) << last.reason.toStdString();
         EXPECT_EQ(savedFiles(), QStringList{"FM"});
         EXPECT_EQ(tmpFiles().size(), 2) << "only the segments remain: " << tmpFiles().join(' ').toStdString();
-        for (const QString &path : segmentPaths)
+        for (const QString &path : segmentPaths) {
+            EXPECT_TRUE(SegmentLock::tryAcquire(path)) << "the save let go of " << path.toStdString();
             EXPECT_TRUE(QFile::remove(path));
+        }
     }
+}
+
+// A radio folder on a file system of its own (root only; skipped otherwise).
+class SmallDisk {
+public:
+    explicit SmallDisk(const QString &where, const char *options) : m_path(where)
+    {
+        QDir().mkpath(where);
+        m_mounted = QProcess::execute("mount", {"-t", "tmpfs", "-o", options, "tmpfs", where}) == 0;
+    }
+    ~SmallDisk()
+    {
+        if (m_mounted)
+            QProcess::execute("umount", {"-l", m_path});
+    }
+    [[nodiscard]] bool mounted() const { return m_mounted; }
+
+private:
+    QString m_path;
+    bool m_mounted = false;
+};
+
+TEST_F(SongSaverTest, AFullDiskFailsTheSaveWithItsReasonAndKeepsTheSegments)
+{
+    const QString small = home.file("small");
+    SmallDisk disk(small, "size=1200k");
+    if (!disk.mounted())
+        GTEST_SKIP() << "mounting a tmpfs needs root";
+    Preferences::setValue("ov.radioSaveDir", small);
+    AppPaths::ensure();
+    radio = AppPaths::radioDir();
+    EXPECT_EQ(SongSaver::checkRadioFolder(), std::nullopt);
+    auto pieces = segments(audio->mp3Long.first(700'000), 2);
+    const auto saved = save(std::move(pieces), "A - Too Big", "FM", options(lossless));
+    EXPECT_FALSE(saved);
+    EXPECT_EQ(last.result, SaveResult::Failed);
+    EXPECT_TRUE(last.reason.contains("disk full")) << last.reason.toStdString();
+    EXPECT_EQ(tmpFiles().size(), 2) << tmpFiles().join(' ').toStdString();
+    EXPECT_EQ(savedFiles(), QStringList());
+}
+
+TEST(SongSaverScreen, DropsJinglesAndClearlyShortSongsBeforeAnyFileWork)
+{
+    const SaveSettings defaults{true, false, 45};
+    const qint64 rate = 16000; // 128 kbit/s
+    EXPECT_EQ(SongSaver::screen("Radio X - Werbung", 10'000'000, rate, defaults, false), "jingle or advert");
+    EXPECT_EQ(SongSaver::screen("A - B", 0, rate, defaults, false), "no audio");
+    // A title storm's 100 ms songs.
+    EXPECT_EQ(SongSaver::screen("A - B", 1600, rate, defaults, false), "too short (about 0 s, minimum 45 s)");
+    // Half the minimum is the line: a station listed at twice its real bitrate keeps its songs.
+    EXPECT_EQ(SongSaver::screen("A - B", 22 * rate, rate, defaults, false), "too short (about 22 s, minimum 45 s)");
+    EXPECT_EQ(SongSaver::screen("A - B", 23 * rate, rate, defaults, false), std::nullopt);
+    EXPECT_EQ(SongSaver::screen("Radio X - Werbung", 1600, rate, defaults, true), std::nullopt) << "a full show";
+    EXPECT_EQ(SongSaver::screen("A - B", 1600, rate, {true, false, 0}, false), std::nullopt);
 }
 
 TEST(SongEncoder, ReencodeArgumentsInTheirFixedOrder)

@@ -41,20 +41,20 @@ TEST(AppPaths, NamesFollowThePatternsAndStayInsideTheRadioFolder)
     const QString root = dir.path() + "/Radio";
     const AppPaths::NamingValues v{"Queen", "Bohemian Rhapsody", "Queen - Bohemian Rhapsody", "Rock FM", QDate(2026, 11, 22)};
 
-    EXPECT_EQ(AppPaths::recordingUrl(root, "", "", v, "mp3", false), root + "/Queen - Bohemian Rhapsody.mp3");
-    EXPECT_EQ(AppPaths::recordingUrl(root, "%artist%/%title%", "", v, "mp3", false),
+    EXPECT_EQ(AppPaths::recordingPath(root, "", "", v, "mp3", false), root + "/Queen - Bohemian Rhapsody.mp3");
+    EXPECT_EQ(AppPaths::recordingPath(root, "%artist%/%title%", "", v, "mp3", false),
               root + "/Queen-Bohemian Rhapsody.mp3");
-    EXPECT_EQ(AppPaths::recordingUrl(root, "%title%", "%station%/%date%", v, "aac", true),
+    EXPECT_EQ(AppPaths::recordingPath(root, "%title%", "%station%/%date%", v, "aac", true),
               root + "/Rock FM/2026-11-22/Bohemian Rhapsody.aac");
     EXPECT_TRUE(QDir(root + "/Rock FM/2026-11-22").exists());
 
     const AppPaths::NamingValues odd{"AC/DC", "What? Why: Now*", "AC/DC - What? Why: Now*", "..", {}};
-    EXPECT_EQ(AppPaths::recordingUrl(root, "", "", odd, "mp3", false), root + "/AC-DC - What- Why- Now-.mp3");
+    EXPECT_EQ(AppPaths::recordingPath(root, "", "", odd, "mp3", false), root + "/AC-DC - What- Why- Now-.mp3");
 
     // Values that would climb out of the folder or hide the file get stand-ins.
     const AppPaths::NamingValues hostile{"..", "..", "../../etc/passwd", "..", {}};
     for (const char *pattern : {"%streamtitle%", "%title%", "%artist%", ".%title%"}) {
-        const auto path = AppPaths::recordingUrl(root, pattern, "%station%/%artist%", hostile, "mp3", false);
+        const auto path = AppPaths::recordingPath(root, pattern, "%station%/%artist%", hostile, "mp3", false);
         ASSERT_TRUE(path.has_value()) << pattern;
         EXPECT_TRUE(path->startsWith(root + "/")) << qPrintable(*path);
         EXPECT_FALSE(QFileInfo(*path).fileName().startsWith('.')) << qPrintable(*path);

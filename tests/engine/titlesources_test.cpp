@@ -6,6 +6,7 @@
 #include "platform/httpclient.h"
 
 #include "fixtureserver.h"
+#include "icystream.h"
 #include "bytesettings.h"
 #include "testenv.h"
 
@@ -86,7 +87,7 @@ TEST_F(PolledTitlesTest, StatusTitlesCutAStreamWithoutInBandTitles)
 {
     int sent = 0;
     server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
-                              .produce(20, [&sent] { return ++sent < 100000 ? QByteArray(400, 'x') : QByteArray(); }));
+                              .produce(20, [&sent] { return ++sent < 100000 ? IcyStream::audioBlock(sent) : QByteArray(); }));
     RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Polled FM"), std::nullopt, context);
     std::vector<Track> saved;
     session.onTrackSaved = [&](const Track &t) { saved.push_back(t); };

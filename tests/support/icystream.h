@@ -26,9 +26,21 @@ inline QByteArray metaBlock(const QByteArray &text)
     return char(blocks) + padded;
 }
 
+// 1000 bytes the recorder takes for audio: two MPEG frame headers (layer I, 12 kHz; 228
+// and 772 bytes long, so a block is whole frames) filled with one letter. Saves keep
+// only audio frames, so plain letters would be dropped as "no audio".
 inline QByteArray audioBlock(int n)
 {
-    return QByteArray(kMetaint, char('a' + n % 26));
+    const char letter = char('a' + n % 26);
+    return QByteArray("\xFF\xE7\x36\x00", 4) + QByteArray(224, letter) + QByteArray("\xFF\xE7\xC6\x00", 4)
+        + QByteArray(768, letter);
+}
+
+// One ADTS AAC frame of `bytes` (at least 8) filled with `letter`, for streams without ICY.
+inline QByteArray adtsFrame(int bytes, char letter)
+{
+    const QByteArray header{"\xFF\xF1\x50", 3};
+    return header + char(0x80 | ((bytes >> 11) & 3)) + char((bytes >> 3) & 0xFF) + char(((bytes & 7) << 5) | 0x1F) + char(0xFC) + QByteArray(bytes - 7, letter);
 }
 
 // One handler per route: every connection starts the programme from the top. With
