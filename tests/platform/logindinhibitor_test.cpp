@@ -19,14 +19,7 @@ using Entries = QList<PrivateBus::InhibitorEntry>;
 
 class LogindInhibitorTest : public PrivateBusTest {
 protected:
-    // A link to the private bus, connected before it is handed out.
-    std::unique_ptr<DBusLink> connectedLink()
-    {
-        auto link = std::make_unique<DBusLink>(m_bus->address(), QStringLiteral("system"));
-        EXPECT_TRUE(waitUntil([&] { return link->state() != DBusLink::State::Connecting; }));
-        EXPECT_EQ(link->state(), DBusLink::State::Connected);
-        return link;
-    }
+    std::unique_ptr<DBusLink> connectedLink() { return PrivateBusTest::connectedLink(QStringLiteral("system")); }
 
     static bool holdsExactly(const Entries &entries, const QString &what, const QString &why, const QString &mode)
     {
