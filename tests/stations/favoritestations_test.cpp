@@ -22,14 +22,7 @@ namespace {
 
 Station station(const QString &id, const QString &name = QString())
 {
-    Station s;
-    s.id = id;
-    s.name = name.isEmpty() ? QStringLiteral("Station ") + id : name;
-    s.streamUrl = QStringLiteral("http://127.0.0.1/") + id;
-    s.country = QStringLiteral("Germany");
-    s.bitrate = 128;
-    s.codec = QStringLiteral("MP3");
-    return s;
+    return {id, name.isEmpty() ? "Station " + id : name, "http://127.0.0.1/" + id, "Germany", 128, "MP3"};
 }
 
 QString favoritesPath()

@@ -18,12 +18,8 @@ namespace {
 
 Station numbered(int n)
 {
-    Station s;
-    s.id = QStringLiteral("uuid-%1").arg(n);
-    s.name = QStringLiteral("Station %1").arg(n);
-    s.streamUrl = QStringLiteral("http://127.0.0.1/%1").arg(n);
-    s.bitrate = n;
-    return s;
+    const QString number = QString::number(n);
+    return {"uuid-" + number, "Station " + number, "http://127.0.0.1/" + number, {}, n};
 }
 
 QVariantMap storedMap(const Station &s)
