@@ -375,8 +375,7 @@ bool Broadcast::start(QString *error)
     } else {
         // One sine source per song, joined into one file; frames of 441 samples so every
         // song lasts exactly its duration to the hundredth of a second.
-        QStringList args { QStringLiteral("-hide_banner"), QStringLiteral("-nostdin"), QStringLiteral("-loglevel"),
-            QStringLiteral("error"), QStringLiteral("-y") };
+        QStringList args = QStringLiteral("-hide_banner -nostdin -loglevel error -y").split(u' ');
         QString inputs;
         for (int i = 0; i < m_programme.size(); ++i) {
             args << QStringLiteral("-f") << QStringLiteral("lavfi") << QStringLiteral("-i")
@@ -416,25 +415,17 @@ bool Broadcast::start(QString *error)
 
 void Broadcast::run()
 {
-    QStringList args { QStringLiteral("-hide_banner"), QStringLiteral("-nostdin"), QStringLiteral("-loglevel"),
-        QStringLiteral("warning"), QStringLiteral("-re"), QStringLiteral("-i"),
-        m_dir.filePath(QStringLiteral("programme.wav")) };
-    const QString bitrate = QStringLiteral("%1k").arg(m_options.bitrateKbps);
-    if (m_options.codec == BroadcastCodec::Mp3) {
-        // No ID3 header and no Xing frame: a radio stream is bare MPEG frames.
-        args << QStringLiteral("-c:a") << QStringLiteral("libmp3lame") << QStringLiteral("-b:a") << bitrate
-             << QStringLiteral("-id3v2_version") << QStringLiteral("0") << QStringLiteral("-write_xing")
-             << QStringLiteral("0") << QStringLiteral("-content_type") << QStringLiteral("audio/mpeg")
-             << QStringLiteral("-f") << QStringLiteral("mp3");
-    } else {
-        args << QStringLiteral("-c:a") << QStringLiteral("aac") << QStringLiteral("-b:a") << bitrate
-             << QStringLiteral("-content_type") << QStringLiteral("audio/aac") << QStringLiteral("-f")
-             << QStringLiteral("adts");
-    }
+    QStringList args = QStringLiteral("-hide_banner -nostdin -loglevel warning -re -i").split(u' ');
+    args << m_dir.filePath(QStringLiteral("programme.wav"));
+    // No ID3 header and no Xing frame in MP3: a radio stream is bare frames.
+    args << (m_options.codec == BroadcastCodec::Mp3
+                 ? QStringLiteral("-c:a libmp3lame -id3v2_version 0 -write_xing 0 -content_type audio/mpeg -f mp3")
+                 : QStringLiteral("-c:a aac -content_type audio/aac -f adts"))
+                .split(u' ');
+    args << QStringLiteral("-b:a") << QStringLiteral("%1k").arg(m_options.bitrateKbps);
     // Every packet goes out at once: buffered output would run the source clock ahead of
     // what icecast has, and titles would be set before their audio got there.
-    args << QStringLiteral("-flush_packets") << QStringLiteral("1") << QStringLiteral("-progress")
-         << QStringLiteral("pipe:1") << QStringLiteral("-stats_period") << QStringLiteral("0.05")
+    args << QStringLiteral("-flush_packets 1 -progress pipe:1 -stats_period 0.05").split(u' ')
          << m_server.sourceUrl(m_options.mount);
 
     QProcess source;
