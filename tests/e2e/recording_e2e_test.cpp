@@ -61,29 +61,23 @@ struct Song {
 QList<Song> mp3Programme()
 {
     return {
-        { QStringLiteral("Anna Berg - Erster Morgen"), QStringLiteral("Anna Berg"), QStringLiteral("Erster Morgen"),
-            QStringLiteral("Anna Berg - Erster Morgen"), QStringLiteral("Frühe Stunden"), 431.7, 10.5 },
-        { QStringLiteral("Björk Ødegård - Über:Brücken"), QStringLiteral("Björk Ødegård"),
-            QStringLiteral("Über:Brücken"), QStringLiteral("Björk Ødegård - Über-Brücken"), QStringLiteral("Nordlicht"),
-            587.3, 9.6 },
-        { QStringLiteral("Carl Ray - Why? Because"), QStringLiteral("Carl Ray"), QStringLiteral("Why? Because"),
-            QStringLiteral("Carl Ray - Why- Because"), QStringLiteral("Questions"), 733.9, 10.2 },
-        { QStringLiteral("Dora Lind - It's A - Side"), QStringLiteral("Dora Lind"), QStringLiteral("It's A - Side"),
-            QStringLiteral("Dora Lind - It's A - Side"), QStringLiteral("Singles"), 911.3, 9.8 },
-        { QStringLiteral("Emil Nord - Finale"), QStringLiteral("Emil Nord"), QStringLiteral("Finale"),
-            QStringLiteral("Emil Nord - Finale"), QStringLiteral("Sommerträume"), 1063.7, 12.5 },
+        { "Anna Berg - Erster Morgen", "Anna Berg", "Erster Morgen", "Anna Berg - Erster Morgen", "Frühe Stunden",
+            431.7, 10.5 },
+        { "Björk Ødegård - Über:Brücken", "Björk Ødegård", "Über:Brücken", "Björk Ødegård - Über-Brücken",
+            "Nordlicht", 587.3, 9.6 },
+        { "Carl Ray - Why? Because", "Carl Ray", "Why? Because", "Carl Ray - Why- Because", "Questions", 733.9, 10.2 },
+        { "Dora Lind - It's A - Side", "Dora Lind", "It's A - Side", "Dora Lind - It's A - Side", "Singles", 911.3,
+            9.8 },
+        { "Emil Nord - Finale", "Emil Nord", "Finale", "Emil Nord - Finale", "Sommerträume", 1063.7, 12.5 },
     };
 }
 
 QList<Song> aacProgramme()
 {
     return {
-        { QStringLiteral("Fiona Day - Morning Tide"), QStringLiteral("Fiona Day"), QStringLiteral("Morning Tide"),
-            QStringLiteral("Fiona Day - Morning Tide"), QStringLiteral("Tides"), 457.1, 8.4 },
-        { QStringLiteral("Gus Hill - Zweite Welle"), QStringLiteral("Gus Hill"), QStringLiteral("Zweite Welle"),
-            QStringLiteral("Gus Hill - Zweite Welle"), QStringLiteral("Wellen"), 659.9, 9.3 },
-        { QStringLiteral("Hana Ito - Last Light"), QStringLiteral("Hana Ito"), QStringLiteral("Last Light"),
-            QStringLiteral("Hana Ito - Last Light"), QStringLiteral("Evenings"), 881.7, 8 },
+        { "Fiona Day - Morning Tide", "Fiona Day", "Morning Tide", "Fiona Day - Morning Tide", "Tides", 457.1, 8.4 },
+        { "Gus Hill - Zweite Welle", "Gus Hill", "Zweite Welle", "Gus Hill - Zweite Welle", "Wellen", 659.9, 9.3 },
+        { "Hana Ito - Last Light", "Hana Ito", "Last Light", "Hana Ito - Last Light", "Evenings", 881.7, 8 },
     };
 }
 

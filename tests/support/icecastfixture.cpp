@@ -101,24 +101,6 @@ int parseStatus(const QByteArray &head)
     return parts.size() >= 2 ? parts[1].toInt() : 0;
 }
 
-// Runs a short helper program to its end. Empty on success, else what went wrong.
-QString runToEnd(const QString &program, const QStringList &args, int timeoutMs)
-{
-    QProcess process;
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.start(program, args);
-    if (!process.waitForStarted(10000))
-        return program + QStringLiteral(" did not start: ") + process.errorString();
-    if (!process.waitForFinished(timeoutMs)) {
-        process.kill();
-        process.waitForFinished();
-        return program + QStringLiteral(" did not finish in time");
-    }
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-        return program + QStringLiteral(" failed: ") + QString::fromUtf8(process.readAllStandardError().right(2000));
-    return {};
-}
-
 bool handToIcecastUser(const QString &folder, QString *error)
 {
     const passwd *user = ::getpwnam("icecast2");
@@ -388,7 +370,7 @@ bool Broadcast::start(QString *error)
         args << QStringLiteral("-filter_complex")
              << inputs + QStringLiteral("concat=n=%1:v=0:a=1,aformat=channel_layouts=stereo").arg(m_programme.size())
              << QStringLiteral("-c:a") << QStringLiteral("pcm_s16le") << wav;
-        why = runToEnd(ffmpeg, args, 60000);
+        (void)runProgram(ffmpeg, args, &why, 60000); // says why when it fails
     }
     if (why.isEmpty()) {
         m_thread.reset(QThread::create([this] { run(); }));
