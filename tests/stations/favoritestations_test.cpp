@@ -225,27 +225,30 @@ TEST(FavoriteStationsTest, DamagedFileIsMovedAsideAndTheNextSaveWritesAFreshOne)
     }
 }
 
-TEST(FavoriteStationsTest, AFileThatCannotBeReadIsMovedAside)
+TEST(FavoriteStationsTest, FolderInPlaceOfTheFileIsMovedAside)
 {
     TestHome home;
     // A folder in the file's place fails the read even for root.
     ASSERT_TRUE(QDir().mkpath(favoritesPath() + QStringLiteral("/inside")));
     ASSERT_TRUE(QDir().mkpath(corruptPath() + QStringLiteral("/older")));
-    {
-        FavoriteStations favorites(FavoriteStations::defaultFilePath());
-        EXPECT_TRUE(favorites.list().isEmpty());
-        EXPECT_TRUE(QFileInfo::exists(corruptPath(2) + QStringLiteral("/inside")));
-        EXPECT_TRUE(QFileInfo::exists(corruptPath() + QStringLiteral("/older")));
-        (void)favorites.add(station("a"));
-        EXPECT_EQ(storedIds(), QStringList { "a" });
-    }
+    FavoriteStations favorites(FavoriteStations::defaultFilePath());
+    EXPECT_TRUE(favorites.list().isEmpty());
+    EXPECT_TRUE(QFileInfo::exists(corruptPath(2) + QStringLiteral("/inside")));
+    EXPECT_TRUE(QFileInfo::exists(corruptPath() + QStringLiteral("/older")));
+    (void)favorites.add(station("a"));
+    EXPECT_EQ(storedIds(), QStringList { "a" });
+}
 
+TEST(FavoriteStationsTest, FileWithoutReadPermissionIsMovedAside)
+{
     if (geteuid() == 0)
         GTEST_SKIP() << "root reads files whatever their mode";
+    TestHome home;
+    filled(2);
     QFile::setPermissions(favoritesPath(), QFileDevice::Permissions());
-    FavoriteStations unreadable(FavoriteStations::defaultFilePath());
-    EXPECT_TRUE(unreadable.list().isEmpty());
-    (void)unreadable.add(station("b"));
+    FavoriteStations favorites(FavoriteStations::defaultFilePath());
+    EXPECT_TRUE(favorites.list().isEmpty());
+    (void)favorites.add(station("b"));
     EXPECT_EQ(storedIds(), QStringList { "b" });
 }
 
