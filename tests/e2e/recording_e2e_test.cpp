@@ -61,29 +61,23 @@ struct Song {
 QList<Song> mp3Programme()
 {
     return {
-        { QStringLiteral("Anna Berg - Erster Morgen"), QStringLiteral("Anna Berg"), QStringLiteral("Erster Morgen"),
-            QStringLiteral("Anna Berg - Erster Morgen"), QStringLiteral("Frühe Stunden"), 431.7, 10.5 },
-        { QStringLiteral("Björk Ødegård - Über:Brücken"), QStringLiteral("Björk Ødegård"),
-            QStringLiteral("Über:Brücken"), QStringLiteral("Björk Ødegård - Über-Brücken"), QStringLiteral("Nordlicht"),
-            587.3, 9.6 },
-        { QStringLiteral("Carl Ray - Why? Because"), QStringLiteral("Carl Ray"), QStringLiteral("Why? Because"),
-            QStringLiteral("Carl Ray - Why- Because"), QStringLiteral("Questions"), 733.9, 10.2 },
-        { QStringLiteral("Dora Lind - It's A - Side"), QStringLiteral("Dora Lind"), QStringLiteral("It's A - Side"),
-            QStringLiteral("Dora Lind - It's A - Side"), QStringLiteral("Singles"), 911.3, 9.8 },
-        { QStringLiteral("Emil Nord - Finale"), QStringLiteral("Emil Nord"), QStringLiteral("Finale"),
-            QStringLiteral("Emil Nord - Finale"), QStringLiteral("Sommerträume"), 1063.7, 12.5 },
+        { "Anna Berg - Erster Morgen", "Anna Berg", "Erster Morgen", "Anna Berg - Erster Morgen", "Frühe Stunden",
+            431.7, 10.5 },
+        { "Björk Ødegård - Über:Brücken", "Björk Ødegård", "Über:Brücken", "Björk Ødegård - Über-Brücken",
+            "Nordlicht", 587.3, 9.6 },
+        { "Carl Ray - Why? Because", "Carl Ray", "Why? Because", "Carl Ray - Why- Because", "Questions", 733.9, 10.2 },
+        { "Dora Lind - It's A - Side", "Dora Lind", "It's A - Side", "Dora Lind - It's A - Side", "Singles", 911.3,
+            9.8 },
+        { "Emil Nord - Finale", "Emil Nord", "Finale", "Emil Nord - Finale", "Sommerträume", 1063.7, 12.5 },
     };
 }
 
 QList<Song> aacProgramme()
 {
     return {
-        { QStringLiteral("Fiona Day - Morning Tide"), QStringLiteral("Fiona Day"), QStringLiteral("Morning Tide"),
-            QStringLiteral("Fiona Day - Morning Tide"), QStringLiteral("Tides"), 457.1, 8.4 },
-        { QStringLiteral("Gus Hill - Zweite Welle"), QStringLiteral("Gus Hill"), QStringLiteral("Zweite Welle"),
-            QStringLiteral("Gus Hill - Zweite Welle"), QStringLiteral("Wellen"), 659.9, 9.3 },
-        { QStringLiteral("Hana Ito - Last Light"), QStringLiteral("Hana Ito"), QStringLiteral("Last Light"),
-            QStringLiteral("Hana Ito - Last Light"), QStringLiteral("Evenings"), 881.7, 8 },
+        { "Fiona Day - Morning Tide", "Fiona Day", "Morning Tide", "Fiona Day - Morning Tide", "Tides", 457.1, 8.4 },
+        { "Gus Hill - Zweite Welle", "Gus Hill", "Zweite Welle", "Gus Hill - Zweite Welle", "Wellen", 659.9, 9.3 },
+        { "Hana Ito - Last Light", "Hana Ito", "Last Light", "Hana Ito - Last Light", "Evenings", 881.7, 8 },
     };
 }
 
@@ -138,10 +132,8 @@ private:
     {
         QProcess ffmpeg;
         ffmpeg.start(QStringLiteral("ffmpeg"),
-            { QStringLiteral("-hide_banner"), QStringLiteral("-loglevel"), QStringLiteral("error"),
-                QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
-                QStringLiteral("color=c=orange:s=64x64"), QStringLiteral("-frames:v"), QStringLiteral("1"),
-                QStringLiteral("-f"), QStringLiteral("mjpeg"), QStringLiteral("-") });
+            QStringLiteral("-hide_banner -loglevel error -f lavfi -i color=c=orange:s=64x64 -frames:v 1 -f mjpeg -")
+                .split(u' '));
         if (!ffmpeg.waitForFinished(20000) || ffmpeg.exitCode() != 0) {
             *error = QStringLiteral("cannot render a cover: ") + QString::fromUtf8(ffmpeg.readAllStandardError());
             return std::nullopt;
@@ -178,6 +170,9 @@ public:
         m_env.insert(QStringLiteral("XDG_CACHE_HOME"), root + QStringLiteral("/cache"));
         m_env.insert(QStringLiteral("ORVIDA_STORE_URL"), storeUrl);
         QDir(root).mkpath(QStringLiteral("Music"));
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(m_env);
+        m_process.setProcessEnvironment(env);
     }
 
     ~Recorder()
@@ -197,10 +192,11 @@ public:
     {
         if (m_plan.fullShow)
             return true;
-        const CliRun run = cli({ QStringLiteral("engine"), QStringLiteral("set"), QStringLiteral("--min-duration"),
-            QStringLiteral("0"), QStringLiteral("--lossless"),
-            m_plan.lossless ? QStringLiteral("on") : QStringLiteral("off"), QStringLiteral("--lead-in"),
-            QString::number(m_plan.leadInSec), QStringLiteral("--lead-out"), QString::number(m_plan.leadOutSec) });
+        const CliRun run = cli(QStringLiteral("engine set --min-duration 0 --lossless %1 --lead-in %2 --lead-out %3")
+                                   .arg(m_plan.lossless ? QStringLiteral("on") : QStringLiteral("off"))
+                                   .arg(m_plan.leadInSec)
+                                   .arg(m_plan.leadOutSec)
+                                   .split(u' '));
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
         return run.exitCode == 0;
     }
@@ -208,9 +204,6 @@ public:
     // Starts recording so that it stops at the plan's source time.
     void start(const QString &url, double sourceNowSec)
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(m_env);
-        m_process.setProcessEnvironment(env);
         QStringList args { QStringLiteral("record"), url, QStringLiteral("--name"), kStationName,
             QStringLiteral("--bitrate"), QStringLiteral("128"), QStringLiteral("--for"),
             QString::number(m_plan.stopAtSec - sourceNowSec, 'f', 2) };
@@ -236,9 +229,6 @@ public:
     // The headless recorder, with a quick tick so a window starts within a fifth of a second.
     void startRun()
     {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(m_env);
-        m_process.setProcessEnvironment(env);
         m_process.start(QStringLiteral(ORVIDA_CLI_PATH), { QStringLiteral("run"), QStringLiteral("--tick"), QStringLiteral("0.2") });
     }
     void terminate() { m_process.terminate(); }
@@ -537,31 +527,42 @@ protected:
     // and ends the broadcast.
     void broadcastAndRecord(const QList<Song> &songs, const Broadcast::Options &options)
     {
-        broadcast = std::make_unique<Broadcast>(*s_icecast, toBroadcast(songs), options);
-        QString error;
-        ASSERT_TRUE(broadcast->start(&error)) << error.toStdString();
-        capture = std::make_unique<StreamCapture>(s_icecast->port(), options.mount);
-        ASSERT_TRUE(capture->start(&error)) << error.toStdString();
+        ASSERT_NO_FATAL_FAILURE(startBroadcast(songs, options));
         const double startSec = broadcast->sourceTimeSec();
         double lastStopSec = 0;
         for (const auto &recorder : recorders) {
             recorder->start(s_icecast->streamUrl(options.mount), broadcast->sourceTimeSec());
             lastStopSec = std::max(lastStopSec, recorder->plan().stopAtSec);
         }
-        const int timeoutMs = int((lastStopSec - startSec) * 1000) + 30000;
+        endBroadcast(int((lastStopSec - startSec) * 1000) + 30000, "a recorder did not stop");
+        for (const PlayedSong &p : std::as_const(played))
+            EXPECT_GE(p.titleSetSec, p.startSec) << "title of #" << p.index << " never set";
+        // The recorders join during the first song; the programmes leave room for that.
+        ASSERT_EQ(songAt(played, startSec), 0) << "started late, at " << startSec << " s";
+    }
+
+    // Starts the broadcast and a capture of it.
+    void startBroadcast(const QList<Song> &songs, const Broadcast::Options &options)
+    {
+        broadcast = std::make_unique<Broadcast>(*s_icecast, toBroadcast(songs), options);
+        QString error;
+        ASSERT_TRUE(broadcast->start(&error)) << error.toStdString();
+        capture = std::make_unique<StreamCapture>(s_icecast->port(), options.mount);
+        ASSERT_TRUE(capture->start(&error)) << error.toStdString();
+    }
+
+    // Waits for every recorder to end, collects their output and ends the broadcast.
+    void endBroadcast(int timeoutMs, const char *whenLate)
+    {
         EXPECT_TRUE(waitUntil(
             [&] { return std::all_of(recorders.begin(), recorders.end(), [](const auto &r) { return r->isDone(); }); },
             timeoutMs))
-            << "a recorder did not stop";
+            << whenLate;
         for (const auto &recorder : recorders)
             recorder->finish();
         capture->stop();
         broadcast->stop();
         played = broadcast->log();
-        for (const PlayedSong &p : std::as_const(played))
-            EXPECT_GE(p.titleSetSec, p.startSec) << "title of #" << p.index << " never set";
-        // The recorders join during the first song; the programmes leave room for that.
-        ASSERT_EQ(songAt(played, startSec), 0) << "started late, at " << startSec << " s";
     }
 
     static IcecastFixture *s_icecast;
@@ -675,11 +676,7 @@ TEST_F(RecordingE2eTest, ScheduledWindowIsRecordedByTheHeadlessRecorder)
     for (const auto &recorder : recorders)
         recorder->startRun();
 
-    broadcast = std::make_unique<Broadcast>(*s_icecast, toBroadcast(songs), Broadcast::Options {});
-    QString error;
-    ASSERT_TRUE(broadcast->start(&error)) << error.toStdString();
-    capture = std::make_unique<StreamCapture>(s_icecast->port(), QStringLiteral("/radio.mp3"));
-    ASSERT_TRUE(capture->start(&error)) << error.toStdString();
+    ASSERT_NO_FATAL_FAILURE(startBroadcast(songs, {}));
     // Songs at 0, 10.5, 20.1, 30.3 and 40.1 s: open the window about 3 s in and keep it 43 s.
     const QDateTime now = QDateTime::currentDateTime();
     const QDateTime soon = now.addSecs(3);
@@ -693,15 +690,7 @@ TEST_F(RecordingE2eTest, ScheduledWindowIsRecordedByTheHeadlessRecorder)
     ASSERT_TRUE(waitUntil([&] { return QDateTime::currentDateTime() > windowEnd.addSecs(2); }, 60000));
     for (const auto &recorder : recorders)
         recorder->terminate();
-    EXPECT_TRUE(waitUntil(
-        [&] { return std::all_of(recorders.begin(), recorders.end(), [](const auto &r) { return r->isDone(); }); },
-        60000))
-        << "orvida-cli run did not end on SIGTERM";
-    for (const auto &recorder : recorders)
-        recorder->finish();
-    capture->stop();
-    broadcast->stop();
-    played = broadcast->log();
+    endBroadcast(60000, "orvida-cli run did not end on SIGTERM");
     ASSERT_EQ(played.size(), songs.size()) << "the broadcast ended early";
     ASSERT_EQ(songAt(played, openSec), 0) << "the window opened late, at " << openSec << " s";
     ASSERT_EQ(songAt(played, openSec + 43), 4) << "the window closed at " << openSec + 43 << " s";
@@ -723,6 +712,7 @@ TEST_F(RecordingE2eTest, ScheduledWindowIsRecordedByTheHeadlessRecorder)
     EXPECT_TRUE(file.fileName().startsWith(kStationName + QLatin1Char(' '))) << saved[0].toStdString();
     EXPECT_TRUE(file.fileName().endsWith(QString(hours).replace(QLatin1Char(':'), QLatin1Char('-')) + QStringLiteral(".mp3")))
         << saved[0].toStdString();
+    QString error;
     const auto info = AudioCheck::probe(saved[0], &error);
     ASSERT_TRUE(info) << error.toStdString();
     const QString title = info->tags.value(QStringLiteral("title"));

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <tuple>
 #include <thread>
 
 namespace {
@@ -72,6 +73,14 @@ protected:
         return titles;
     }
 
+    QList<qint64> entryIds(qint64 playlistId)
+    {
+        QList<qint64> ids;
+        for (const PlaylistEntry &entry : store->playlist(playlistId).value_or(Playlist()).entries)
+            ids << entry.id;
+        return ids;
+    }
+
     TestHome home;
     std::unique_ptr<LibraryStore> store;
 };
@@ -91,21 +100,14 @@ TEST_F(LibraryStoreTest, EveryFieldSurvivesAReopen)
     reopen();
     const QList<Track> all = store->allTracks();
     ASSERT_EQ(all.size(), 2);
+    // Tracks compare by id alone; every field is compared here.
+    const auto fields = [](const Track &t) {
+        return std::tuple(t.id, t.title, t.artist, t.album, t.duration, t.dateAdded, t.dateAdded.isValid(),
+                          t.isFavorite, t.genre, t.playCount, t.source, t.station, t.filePath);
+    };
     for (const Track &expected : {full, bare}) {
         const Track &got = expected.id == all[0].id ? all[0] : all[1];
-        ASSERT_EQ(got.id, expected.id);
-        EXPECT_EQ(got.title, expected.title);
-        EXPECT_EQ(got.artist, expected.artist);
-        EXPECT_EQ(got.album, expected.album);
-        EXPECT_EQ(got.duration, expected.duration);
-        EXPECT_EQ(got.dateAdded, expected.dateAdded);
-        EXPECT_EQ(got.dateAdded.isValid(), expected.dateAdded.isValid());
-        EXPECT_EQ(got.isFavorite, expected.isFavorite);
-        EXPECT_EQ(got.genre, expected.genre);
-        EXPECT_EQ(got.playCount, expected.playCount);
-        EXPECT_EQ(got.source, expected.source);
-        EXPECT_EQ(got.station, expected.station);
-        EXPECT_EQ(got.filePath, expected.filePath);
+        EXPECT_TRUE(fields(got) == fields(expected)) << expected.title.toStdString();
     }
     // An empty station is not the same as none.
     Track emptyStation = bare;
@@ -352,6 +354,81 @@ TEST_F(LibraryStoreTest, EntriesCanBeEditedMovedAndRemoved)
 
     ASSERT_TRUE(store->removeEntry(moved.entries[0].id));
     EXPECT_EQ(entryTitles(p), (QStringList{"b", "c (downloaded)", "a"}));
+}
+
+// The row-level announcements a 100,000-track view follows instead of reloading, and the
+// one-transaction reorder that a drag of several playlist rows uses.
+TEST_F(LibraryStoreTest, EachTrackWriteNamesItsRowsAsStored)
+{
+    QSignalSpy inserted(store.get(), &LibraryStore::tracksInserted);
+    QSignalSpy updated(store.get(), &LibraryStore::trackUpdated);
+    QSignalSpy removed(store.get(), &LibraryStore::trackRemoved);
+    QSignalSpy changed(store.get(), &LibraryStore::tracksChanged);
+
+    const std::optional<qint64> one = store->insert(makeTrack(QStringLiteral("one")));
+    ASSERT_TRUE(one);
+    ASSERT_EQ(inserted.count(), 1);
+    QList<Track> rows = inserted.takeFirst().at(0).value<QList<Track>>();
+    ASSERT_EQ(rows.size(), 1);
+    EXPECT_EQ(rows[0].id, *one);
+    EXPECT_EQ(rows[0].title, QStringLiteral("one"));
+
+    const QList<qint64> ids = store->insertTracks({makeTrack(QStringLiteral("two")), makeTrack(QStringLiteral("three"))});
+    ASSERT_EQ(ids.size(), 2);
+    ASSERT_EQ(inserted.count(), 1);
+    rows = inserted.takeFirst().at(0).value<QList<Track>>();
+    ASSERT_EQ(rows.size(), 2);
+    EXPECT_EQ(rows[0].id, ids[0]);
+    EXPECT_EQ(rows[1].id, ids[1]);
+    EXPECT_EQ(rows[1].title, QStringLiteral("three"));
+
+    // The announced value is what a reload would read, not what the caller passed.
+    Track edited = *store->track(ids[0]);
+    edited.title = QStringLiteral("two, edited");
+    edited.duration = std::numeric_limits<double>::quiet_NaN();
+    ASSERT_TRUE(store->save(edited));
+    ASSERT_EQ(updated.count(), 1);
+    const Track announced = updated.takeFirst().at(0).value<Track>();
+    EXPECT_EQ(announced.id, ids[0]);
+    EXPECT_EQ(announced.title, QStringLiteral("two, edited"));
+    EXPECT_EQ(announced.duration, store->track(ids[0])->duration);
+
+    ASSERT_TRUE(store->remove(*one));
+    ASSERT_EQ(removed.count(), 1);
+    EXPECT_EQ(removed.takeFirst().at(0).toLongLong(), *one);
+
+    // The coarse signal still follows every write, and failed writes announce nothing.
+    EXPECT_EQ(changed.count(), 4);
+    EXPECT_FALSE(store->remove(*one));
+    edited.id = 9999;
+    EXPECT_FALSE(store->save(edited));
+    EXPECT_EQ(updated.count() + removed.count() + changed.count(), 4);
+}
+
+TEST_F(LibraryStoreTest, EntryOrderIsWrittenInOneGoAndMustNameEveryEntryOnce)
+{
+    const qint64 playlist = insertPlaylist(QStringLiteral("Mix"));
+    QList<qint64> ids;
+    for (int i = 0; i < 4; ++i)
+        ids << addEntry(playlist, QString::number(i), i);
+    const qint64 foreign = addEntry(insertPlaylist(QStringLiteral("Other")), QStringLiteral("x"), 0);
+    QSignalSpy changed(store.get(), &LibraryStore::playlistsChanged);
+
+    const QList<qint64> order{ids[2], ids[0], ids[3], ids[1]};
+    ASSERT_TRUE(store->setEntryOrder(playlist, order)) << store->lastError().toStdString();
+    EXPECT_EQ(entryIds(playlist), order);
+    EXPECT_EQ(changed.count(), 1);
+    const QList<PlaylistEntry> entries = store->playlist(playlist)->entries;
+    for (qsizetype i = 0; i < entries.size(); ++i)
+        EXPECT_EQ(entries[i].sortOrder, i);
+
+    // A missing, repeated or foreign entry leaves the order as it was.
+    EXPECT_FALSE(store->setEntryOrder(playlist, {ids[0], ids[1], ids[2]}));
+    EXPECT_FALSE(store->setEntryOrder(playlist, {ids[0], ids[0], ids[1], ids[2]}));
+    EXPECT_FALSE(store->setEntryOrder(playlist, {ids[0], ids[1], ids[2], foreign}));
+    EXPECT_FALSE(store->lastError().isEmpty());
+    EXPECT_EQ(entryIds(playlist), order);
+    EXPECT_EQ(changed.count(), 1);
 }
 
 } // namespace

@@ -188,32 +188,25 @@ TEST(TransitionPlanTest, SanitizerRepairsEveryField)
     p.outgoingEnd = kNaN;
     EXPECT_EQ(sanitized(p).outgoingEnd, 12.0);
 
-    for (double bad : {-2.0, kNaN, -kInf})
-        EXPECT_EQ(sanitized(TransitionPlan{.incomingStart = bad}).incomingStart, 0.0) << bad;
-
-    const auto fade = [](double v) { return sanitized(TransitionPlan{.fadeDuration = v}).fadeDuration; };
-    EXPECT_EQ(fade(45), 30.0);
-    EXPECT_EQ(fade(-1), 0.0);
-    EXPECT_EQ(fade(kNaN), 0.0);
-    EXPECT_EQ(fade(kInf), 0.0);
-    EXPECT_EQ(fade(-kInf), 0.0);
-
-    // An infinite rate is not finite: neutral 1, not the limit it points to.
-    const auto rate = [](double v) { return sanitized(TransitionPlan{.incomingRate = v}).incomingRate; };
-    EXPECT_EQ(rate(1.5), 1.08);
-    EXPECT_EQ(rate(0.5), 0.92);
-    EXPECT_EQ(rate(kNaN), 1.0);
-    EXPECT_EQ(rate(kInf), 1.0);
-    EXPECT_EQ(rate(-kInf), 1.0);
-    EXPECT_EQ(rate(0), 0.92);
-
-    const auto rateReturn = [](double v) {
-        return sanitized(TransitionPlan{.rateReturnDuration = v}).rateReturnDuration;
+    // One field at a time, the others at their defaults. An infinite rate is not finite:
+    // neutral 1, not the limit it points to.
+    using P = TransitionPlan;
+    const struct {
+        double P::*field;
+        double in, out;
+    } repairs[] = {
+        {&P::incomingStart, -2, 0},         {&P::incomingStart, kNaN, 0},       {&P::incomingStart, -kInf, 0},
+        {&P::fadeDuration, 45, 30},         {&P::fadeDuration, -1, 0},          {&P::fadeDuration, kNaN, 0},
+        {&P::fadeDuration, kInf, 0},        {&P::fadeDuration, -kInf, 0},       {&P::incomingRate, 1.5, 1.08},
+        {&P::incomingRate, 0.5, 0.92},      {&P::incomingRate, 0, 0.92},        {&P::incomingRate, kNaN, 1},
+        {&P::incomingRate, kInf, 1},        {&P::incomingRate, -kInf, 1},       {&P::rateReturnDuration, 61, 60},
+        {&P::rateReturnDuration, -1, 0},    {&P::rateReturnDuration, kNaN, 0},  {&P::rateReturnDuration, kInf, 0},
     };
-    EXPECT_EQ(rateReturn(61), 60.0);
-    EXPECT_EQ(rateReturn(-1), 0.0);
-    EXPECT_EQ(rateReturn(kNaN), 0.0);
-    EXPECT_EQ(rateReturn(kInf), 0.0);
+    for (const auto &r : repairs) {
+        TransitionPlan plan;
+        plan.*r.field = r.in;
+        EXPECT_EQ(sanitized(plan).*r.field, r.out) << r.in;
+    }
 
     TransitionPlan swap = goodPlan();
     swap.bassSwapAt = 1.3;

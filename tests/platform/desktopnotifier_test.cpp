@@ -11,15 +11,7 @@
 
 namespace {
 
-class DesktopNotifierTest : public PrivateBusTest {
-protected:
-    std::unique_ptr<DBusLink> connectedLink()
-    {
-        auto link = std::make_unique<DBusLink>(bus().address(), QStringLiteral("session"));
-        EXPECT_TRUE(waitUntil([&] { return link->state() != DBusLink::State::Connecting; }));
-        return link;
-    }
-};
+using DesktopNotifierTest = PrivateBusTest;
 
 TEST_F(DesktopNotifierTest, TheDaemonReceivesSummaryAndEscapedBodyUnderTheApplicationsName)
 {

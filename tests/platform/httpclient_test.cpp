@@ -39,8 +39,25 @@ HttpTransfer streamInto(HttpClient &client, QObject *context, HttpRequest reques
                           }});
 }
 
+// A one-shot get, run to its end.
+struct Fetched {
+    HttpResult result;
+    HttpResponseHead head;
+    QByteArray body;
+};
+
 class HttpClientTest : public ::testing::Test {
 protected:
+    Fetched fetch(const HttpRequest &request)
+    {
+        std::optional<Fetched> out;
+        client.get(request, &context, [&](const HttpResult &r, const HttpResponseHead &h, const QByteArray &b) {
+            out = Fetched{r, h, b};
+        });
+        EXPECT_TRUE(waitUntil([&] { return out.has_value(); })) << request.url.toStdString();
+        return out.value_or(Fetched{});
+    }
+
     FixtureServer server;
     HttpClient client;
     QObject context;
@@ -68,10 +85,7 @@ TEST_F(HttpClientTest, AcceptsShoutcastStatusLineAndDeliversHeadThenBodyInOrder)
 TEST_F(HttpClientTest, SendsExactlyTheGivenHeaders)
 {
     server.route("/h", FixtureServer::Script::response(200, "text/plain", "ok"));
-    bool done = false;
-    client.get({server.url("/h"), {{"Icy-MetaData", "1"}, {"User-Agent", "Orvida/1.0"}}}, &context,
-               [&](const HttpResult &, const HttpResponseHead &, const QByteArray &) { done = true; });
-    ASSERT_TRUE(waitUntil([&] { return done; }));
+    (void)fetch({server.url("/h"), {{"Icy-MetaData", "1"}, {"User-Agent", "Orvida/1.0"}}});
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 1);
     QList<QByteArray> names;
@@ -81,63 +95,69 @@ TEST_F(HttpClientTest, SendsExactlyTheGivenHeaders)
     EXPECT_EQ(requests[0].header("user-agent"), "Orvida/1.0");
 }
 
-TEST_F(HttpClientTest, FollowsRedirectsAndReportsTheFinalAddress)
+TEST_F(HttpClientTest, GetDeliversTheFinalAnswerOrSaysWhyThereIsNone)
 {
     server.route("/old", FixtureServer::Script::response(302, "text/plain", "", {{"Location", "/new"}}));
     server.route("/new", FixtureServer::Script::response(200, "text/plain", "moved here"));
-    std::optional<HttpResponseHead> head;
-    QByteArray body;
-    client.get({server.url("/old")}, &context, [&](const HttpResult &r, const HttpResponseHead &h, const QByteArray &b) {
-        EXPECT_TRUE(r.ok());
-        head = h;
-        body = b;
-    });
-    ASSERT_TRUE(waitUntil([&] { return head.has_value(); }));
-    EXPECT_EQ(head->statusCode, 200);
-    EXPECT_EQ(head->url, server.url("/new"));
-    EXPECT_EQ(body, "moved here");
-}
-
-TEST_F(HttpClientTest, RedirectLoopsEndWithAnError)
-{
     server.route("/loop", FixtureServer::Script::response(302, "text/plain", "", {{"Location", "/loop"}}));
-    std::optional<HttpResult> result;
-    HttpRequest request{server.url("/loop")};
-    request.maxRedirects = 3;
-    client.get(request, &context, [&](const HttpResult &r, const HttpResponseHead &, const QByteArray &) { result = r; });
-    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }));
-    EXPECT_EQ(result->error, HttpError::TooManyRedirects);
-}
-
-TEST_F(HttpClientTest, ErrorStatusStillDeliversItsBody)
-{
     server.route("/missing", FixtureServer::Script::response(404, "text/html", "<html>nope</html>"));
-    std::optional<int> status;
-    QByteArray body;
-    client.get({server.url("/missing")}, &context, [&](const HttpResult &r, const HttpResponseHead &h, const QByteArray &b) {
-        EXPECT_TRUE(r.ok());
-        status = h.statusCode;
-        body = b;
-    });
-    ASSERT_TRUE(waitUntil([&] { return status.has_value(); }));
-    EXPECT_EQ(*status, 404);
-    EXPECT_EQ(body, "<html>nope</html>");
+    server.route("/big", FixtureServer::Script::response(200, "application/json", QByteArray(100000, '[')));
+
+    const Fetched moved = fetch({server.url("/old")});
+    EXPECT_TRUE(moved.result.ok());
+    EXPECT_EQ(moved.head.statusCode, 200);
+    EXPECT_EQ(moved.head.url, server.url("/new"));
+    EXPECT_EQ(moved.body, "moved here");
+    // An error status is still an answer, body and all.
+    const Fetched missing = fetch({server.url("/missing")});
+    EXPECT_TRUE(missing.result.ok());
+    EXPECT_EQ(missing.head.statusCode, 404);
+    EXPECT_EQ(missing.body, "<html>nope</html>");
+
+    HttpRequest loop{server.url("/loop")};
+    loop.maxRedirects = 3;
+    EXPECT_EQ(fetch(loop).result.error, HttpError::TooManyRedirects);
+    HttpRequest big{server.url("/big")};
+    big.maxBodyBytes = 1000; // refused instead of buffered
+    EXPECT_EQ(fetch(big).result.error, HttpError::BodyTooLarge);
+    quint16 closedPort = 0; // nothing listens there any more
+    {
+        FixtureServer gone;
+        closedPort = gone.port();
+    }
+    const Fetched refused = fetch({"http://127.0.0.1:" + QByteArray::number(closedPort) + "/"});
+    EXPECT_EQ(refused.result.error, HttpError::ConnectionFailed);
+    EXPECT_FALSE(refused.result.message.isEmpty());
+    EXPECT_EQ(fetch({"ftp://127.0.0.1/file"}).result.error, HttpError::InvalidUrl);
 }
 
-TEST_F(HttpClientTest, IdleTimeoutEndsAStalledStreamButNotASlowOne)
+// Bytes every 100 ms keep a 0.4 s idle time-out from firing, a stall after them ends it,
+// as does a server that never answers; a total limit ends even a busy transfer.
+TEST_F(HttpClientTest, IdleAndTotalTimeoutsEndStalledAndEndlessTransfers)
 {
-    // Bytes every 100 ms keep a 0.4 s idle time-out from firing; a stall after them ends it.
     int pieces = 0;
     server.route("/slow", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
                               .produce(100, [&pieces] { return ++pieces <= 8 ? QByteArray("x") : QByteArray(); })
                               .hang());
-    Collected c;
+    server.route("/silent", FixtureServer::Script().hang());
+    server.route("/busy", FixtureServer::Script::head("HTTP/1.0 200 OK", {})
+                              .produce(20, [] { return QByteArray(100, 'y'); }));
+    Collected slow, silent, busy;
     HttpRequest request{server.url("/slow")};
     request.idleTimeoutSec = 0.4;
-    streamInto(client, &context, request, c);
-    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }, 5000));
-    EXPECT_EQ(c.result->error, HttpError::Timeout);
-    EXPECT_EQ(c.body, "xxxxxxxx");
+    streamInto(client, &context, request, slow);
+    request = {server.url("/silent")};
+    request.idleTimeoutSec = 0.3;
+    streamInto(client, &context, request, silent);
+    request = {server.url("/busy")};
+    request.totalTimeoutSec = 0.3;
+    streamInto(client, &context, request, busy);
+    ASSERT_TRUE(waitUntil([&] { return slow.result && silent.result && busy.result; }, 5000));
+    for (const Collected *c : {&slow, &silent, &busy})
+        EXPECT_EQ(c->result->error, HttpError::Timeout);
+    EXPECT_EQ(slow.body, "xxxxxxxx");
+    EXPECT_FALSE(silent.head.has_value());
+    EXPECT_GT(busy.body.size(), 0);
 }
 
 TEST_F(HttpClientTest, AStreamPausedForItsSlowConsumerStillTimesOutWhenItStallsLater)
@@ -161,31 +181,6 @@ TEST_F(HttpClientTest, AStreamPausedForItsSlowConsumerStillTimesOutWhenItStallsL
     ASSERT_TRUE(waitUntil([&] { return result.has_value(); }, 10000)) << "the stall after the pause never timed out";
     EXPECT_EQ(result->error, HttpError::Timeout);
     EXPECT_EQ(received, burst.size());
-}
-
-TEST_F(HttpClientTest, IdleTimeoutAlsoCoversAServerThatNeverAnswers)
-{
-    server.route("/silent", FixtureServer::Script().hang());
-    Collected c;
-    HttpRequest request{server.url("/silent")};
-    request.idleTimeoutSec = 0.3;
-    streamInto(client, &context, request, c);
-    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }));
-    EXPECT_EQ(c.result->error, HttpError::Timeout);
-    EXPECT_FALSE(c.head.has_value());
-}
-
-TEST_F(HttpClientTest, TotalTimeoutEndsEvenABusyTransfer)
-{
-    server.route("/busy", FixtureServer::Script::head("HTTP/1.0 200 OK", {})
-                              .produce(20, [] { return QByteArray(100, 'y'); }));
-    Collected c;
-    HttpRequest request{server.url("/busy")};
-    request.totalTimeoutSec = 0.3;
-    streamInto(client, &context, request, c);
-    ASSERT_TRUE(waitUntil([&] { return c.result.has_value(); }));
-    EXPECT_EQ(c.result->error, HttpError::Timeout);
-    EXPECT_GT(c.body.size(), 0);
 }
 
 TEST_F(HttpClientTest, CancelStopsEveryCallbackAndClosesTheConnection)
@@ -214,35 +209,6 @@ TEST_F(HttpClientTest, ADestroyedContextReceivesNothing)
     EXPECT_TRUE(waitUntil([&] { return client.activeTransfers() == 0; }));
     waitUntil([] { return false; }, 200);
     EXPECT_FALSE(called);
-}
-
-TEST_F(HttpClientTest, ConnectionFailuresAreReported)
-{
-    std::optional<HttpResult> refused, invalid;
-    // A port we just closed: nothing listens there.
-    quint16 closedPort = 0;
-    {
-        FixtureServer gone;
-        closedPort = gone.port();
-    }
-    client.get({"http://127.0.0.1:" + QByteArray::number(closedPort) + "/"}, &context,
-               [&](const HttpResult &r, auto &&...) { refused = r; });
-    client.get({"ftp://127.0.0.1/file"}, &context, [&](const HttpResult &r, auto &&...) { invalid = r; });
-    ASSERT_TRUE(waitUntil([&] { return refused && invalid; }));
-    EXPECT_EQ(refused->error, HttpError::ConnectionFailed);
-    EXPECT_FALSE(refused->message.isEmpty());
-    EXPECT_EQ(invalid->error, HttpError::InvalidUrl);
-}
-
-TEST_F(HttpClientTest, OversizedBodiesAreRefusedInsteadOfBuffered)
-{
-    server.route("/big", FixtureServer::Script::response(200, "application/json", QByteArray(100000, '[')));
-    std::optional<HttpResult> result;
-    HttpRequest request{server.url("/big")};
-    request.maxBodyBytes = 1000;
-    client.get(request, &context, [&](const HttpResult &r, auto &&...) { result = r; });
-    ASSERT_TRUE(waitUntil([&] { return result.has_value(); }));
-    EXPECT_EQ(result->error, HttpError::BodyTooLarge);
 }
 
 TEST_F(HttpClientTest, DownloadWritesTheBodyAndRemovesTheFileOnFailure)
@@ -278,10 +244,6 @@ TEST_F(HttpClientTest, ManyConcurrentStreamsAllComplete)
     }
 }
 
-} // namespace
-
-namespace {
-
 TEST(HttpClientBlocking, WaitsForTheWholeAnswerOffTheEventLoop)
 {
     FixtureServer server;
@@ -301,10 +263,6 @@ TEST(HttpClientBlocking, WaitsForTheWholeAnswerOffTheEventLoop)
     EXPECT_EQ(ok.body, "hello");
     EXPECT_EQ(stalled.result.error, HttpError::Timeout);
 }
-
-} // namespace
-
-namespace {
 
 // A pool task blocked on a server that never answers, and one that asks only after the
 // shutdown began, both come back at once: nothing may keep the shutdown waiting.

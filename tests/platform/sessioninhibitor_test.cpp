@@ -56,13 +56,6 @@ protected:
                 .arg(kRequestPath)));
     }
 
-    std::unique_ptr<DBusLink> connectedLink()
-    {
-        auto link = std::make_unique<DBusLink>(bus().address(), QStringLiteral("session"));
-        EXPECT_TRUE(waitUntil([&] { return link->state() != DBusLink::State::Connecting; }));
-        return link;
-    }
-
     QStringList methods(const QString &name, const QString &path)
     {
         QStringList result;

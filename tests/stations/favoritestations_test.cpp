@@ -2,6 +2,7 @@
 
 #include "platform/paths.h"
 
+#include "directoryfixtures.h"
 #include "testenv.h"
 
 #include <QDir>
@@ -21,22 +22,7 @@ namespace {
 
 Station station(const QString &id, const QString &name = QString())
 {
-    Station s;
-    s.id = id;
-    s.name = name.isEmpty() ? QStringLiteral("Station ") + id : name;
-    s.streamUrl = QStringLiteral("http://127.0.0.1/") + id;
-    s.country = QStringLiteral("Germany");
-    s.bitrate = 128;
-    s.codec = QStringLiteral("MP3");
-    return s;
-}
-
-QStringList idsOf(const QList<Station> &list)
-{
-    QStringList ids;
-    for (const Station &s : list)
-        ids << s.id;
-    return ids;
+    return {id, name.isEmpty() ? "Station " + id : name, "http://127.0.0.1/" + id, "Germany", 128, "MP3"};
 }
 
 QString favoritesPath()
@@ -59,7 +45,7 @@ ino_t inode(const QString &path)
 // What a fresh start would read from the default file.
 QStringList storedIds()
 {
-    return idsOf(FavoriteStations(FavoriteStations::defaultFilePath()).list());
+    return ids(FavoriteStations(FavoriteStations::defaultFilePath()).list());
 }
 
 // Favourites "0", "1", ... at the default place.
@@ -116,7 +102,7 @@ TEST(FavoriteStationsTest, AddAndRemoveWriteOnlyOnRealChanges)
     EXPECT_EQ(spy.count(), 0);
 
     (void)favorites->add(station("1", "Renamed"));
-    EXPECT_EQ(idsOf(favorites->list()), (QStringList { "0", "1", "2" }));
+    EXPECT_EQ(ids(favorites->list()), (QStringList { "0", "1", "2" }));
     EXPECT_EQ(FavoriteStations(FavoriteStations::defaultFilePath()).list().at(1).name, QStringLiteral("Renamed"));
 
     (void)favorites->remove("0");
@@ -151,7 +137,7 @@ TEST(FavoriteStationsTest, MoveByOffsetsFollowsTheListMoveRule)
         TestHome home;
         auto favorites = filled(5);
         (void)favorites->move(c.from, c.to);
-        EXPECT_EQ(idsOf(favorites->list()), c.expected) << c.from.size() << " -> " << c.to;
+        EXPECT_EQ(ids(favorites->list()), c.expected) << c.from.size() << " -> " << c.to;
         EXPECT_EQ(storedIds(), c.expected);
     }
 }
@@ -161,7 +147,7 @@ TEST(FavoriteStationsTest, MoveByIdsIgnoresUnknownIdsAndAlwaysSaves)
     TestHome home;
     auto favorites = filled(5);
     (void)favorites->move(QStringList { "3", "x", "0" }, 2);
-    EXPECT_EQ(idsOf(favorites->list()), (QStringList { "1", "0", "3", "2", "4" }));
+    EXPECT_EQ(ids(favorites->list()), (QStringList { "1", "0", "3", "2", "4" }));
 
     const ino_t before = inode(favoritesPath());
     (void)favorites->move(QStringList { "unknown" }, 0);
@@ -179,7 +165,7 @@ TEST(FavoriteStationsTest, FavoritesFirstKeepsInputOrderInBothParts)
     EXPECT_EQ(favorites.favoritesFirst(input), input) << "no favourite among the input";
     (void)favorites.add(station("d"));
     (void)favorites.add(station("a"));
-    EXPECT_EQ(idsOf(favorites.favoritesFirst(input)), (QStringList { "a", "d", "a", "b", "c" }));
+    EXPECT_EQ(ids(favorites.favoritesFirst(input)), (QStringList { "a", "d", "a", "b", "c" }));
     EXPECT_FALSE(QDir(Paths::supportDir()).exists()) << "without a location nothing is written";
 }
 
@@ -193,7 +179,7 @@ TEST(FavoriteStationsTest, LoadAcceptsWrappedListsKeepsFirstDuplicateAndSetsBadE
     writeFile(favoritesPath(), stored);
     {
         FavoriteStations favorites(FavoriteStations::defaultFilePath());
-        EXPECT_EQ(idsOf(favorites.list()), (QStringList { "u1", "u3" }));
+        EXPECT_EQ(ids(favorites.list()), (QStringList { "u1", "u3" }));
         EXPECT_EQ(favorites.list().at(0).name, QStringLiteral("First"));
         EXPECT_EQ(favorites.ids(), (QSet<QString> { "u1", "u3" }));
         EXPECT_TRUE(favorites.loadProblem().isEmpty());
@@ -206,7 +192,7 @@ TEST(FavoriteStationsTest, LoadAcceptsWrappedListsKeepsFirstDuplicateAndSetsBadE
         {"name":"No id","url_resolved":"http://127.0.0.1/4"}])";
     writeFile(favoritesPath(), damaged);
     FavoriteStations favorites(FavoriteStations::defaultFilePath());
-    EXPECT_EQ(idsOf(favorites.list()), (QStringList { "u1" }));
+    EXPECT_EQ(ids(favorites.list()), (QStringList { "u1" }));
     EXPECT_TRUE(favorites.loadProblem().contains(corruptPath())) << favorites.loadProblem().toStdString();
     EXPECT_EQ(readFile(corruptPath()), damaged);
     EXPECT_EQ(storedIds(), (QStringList { "u1" }));
@@ -278,13 +264,13 @@ TEST(FavoriteStationsTest, TwoProcessesChangingTheFileKeepEachOthersChanges)
     ASSERT_TRUE(window->add(station("w")).ok);
     ASSERT_TRUE(cli.remove("0").ok);
     EXPECT_EQ(storedIds(), (QStringList { "1", "c", "w" }));
-    EXPECT_TRUE(waitUntil([&] { return idsOf(window->list()) == QStringList { "1", "c", "w" }; }));
+    EXPECT_TRUE(waitUntil([&] { return ids(window->list()) == QStringList { "1", "c", "w" }; }));
 
     // The window also hears of a change it did not make itself.
     windowChanged.clear();
     ASSERT_TRUE(cli.move(QList<int> { 2 }, 0).ok);
     EXPECT_TRUE(waitUntil([&] { return !windowChanged.isEmpty(); }));
-    EXPECT_EQ(idsOf(window->list()), (QStringList { "w", "1", "c" }));
+    EXPECT_EQ(ids(window->list()), (QStringList { "w", "1", "c" }));
 }
 
 TEST(FavoriteStationsTest, AFailedWriteChangesNothingAndSaysWhy)

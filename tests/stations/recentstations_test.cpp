@@ -18,12 +18,8 @@ namespace {
 
 Station numbered(int n)
 {
-    Station s;
-    s.id = QStringLiteral("uuid-%1").arg(n);
-    s.name = QStringLiteral("Station %1").arg(n);
-    s.streamUrl = QStringLiteral("http://127.0.0.1/%1").arg(n);
-    s.bitrate = n;
-    return s;
+    const QString number = QString::number(n);
+    return {"uuid-" + number, "Station " + number, "http://127.0.0.1/" + number, {}, n};
 }
 
 QVariantMap storedMap(const Station &s)
@@ -76,7 +72,9 @@ TEST(RecentStationsTest, RemoveForgetsByIdAndEveryFieldPersists)
     EXPECT_EQ(RecentStations().list(), (QList<Station> { numbered(2), full }));
 }
 
-TEST(RecentStationsTest, BadStoredValuesLeaveTheListEmptyAndTheNextAddWritesAGoodOne)
+// Whatever is stored, or however the preferences file is damaged, the list starts empty
+// and the next add writes a good one.
+TEST(RecentStationsTest, BadStoredValuesOrADamagedFileLeaveTheListEmptyAndTheNextAddWritesAGoodOne)
 {
     const QVariant bad[] = {
         QVariant(),
@@ -86,14 +84,28 @@ TEST(RecentStationsTest, BadStoredValuesLeaveTheListEmptyAndTheNextAddWritesAGoo
         QVariant(QVariantList { storedMap(numbered(1)), QStringLiteral("stray") }),
         QVariant(QVariantList { storedMap(numbered(1)), QVariantList {} }),
     };
+    const QByteArray damaged[] = {
+        "",
+        "[General]\nov.recentStations=@Variant(\\0\\0\\0\\t\\0\\0\\0",
+        "[General]\nov.recentStations=@Variant(garbage)\n",
+        QByteArray("\x00\x01\x02\xff", 4),
+    };
+    const auto startsEmptyAndRecovers = [](const QString &what) {
+        RecentStations recents;
+        EXPECT_TRUE(recents.list().isEmpty()) << what.toStdString();
+        recents.add(numbered(5));
+        EXPECT_EQ(RecentStations().list(), QList<Station> { numbered(5) }) << what.toStdString();
+    };
     for (const QVariant &value : bad) {
         TestHome home;
         if (value.isValid())
             Preferences::setValue(RecentStations::kPreferenceKey, value);
-        RecentStations recents;
-        EXPECT_TRUE(recents.list().isEmpty()) << value.typeName();
-        recents.add(numbered(5));
-        EXPECT_EQ(RecentStations().list(), QList<Station> { numbered(5) }) << value.typeName();
+        startsEmptyAndRecovers(QString::fromLatin1(value.typeName()));
+    }
+    for (const QByteArray &content : damaged) {
+        TestHome home;
+        writeFile(Paths::preferencesFile(), content);
+        startsEmptyAndRecovers(QString::fromLatin1(content.toHex()));
     }
 }
 
@@ -113,24 +125,6 @@ TEST(RecentStationsTest, LoadSkipsUnusableMapsAndRepairsTheShape)
     ASSERT_EQ(recents.list().size(), 30);
     EXPECT_EQ(recents.list().mid(0, 3), (QList<Station> { numbered(1), numbered(2), numbered(3) }));
     EXPECT_EQ(recents.list().back(), numbered(30));
-}
-
-TEST(RecentStationsTest, DamagedPreferencesFile)
-{
-    const QByteArray damaged[] = {
-        "",
-        "[General]\nov.recentStations=@Variant(\\0\\0\\0\\t\\0\\0\\0",
-        "[General]\nov.recentStations=@Variant(garbage)\n",
-        QByteArray("\x00\x01\x02\xff", 4),
-    };
-    for (const QByteArray &content : damaged) {
-        TestHome home;
-        writeFile(Paths::preferencesFile(), content);
-        RecentStations recents;
-        EXPECT_TRUE(recents.list().isEmpty());
-        recents.add(numbered(1));
-        EXPECT_EQ(RecentStations().list(), QList<Station> { numbered(1) });
-    }
 }
 
 TEST(RecentStationsTest, UnreadablePreferencesFile)

@@ -24,15 +24,8 @@ TEST(StationJson, ReadsAFullDirectoryObject)
                                                   {"favicon", "https://example.invalid/logo.png"},
                                                   {"geo_lat", 52.52}, {"geo_long", 13}, {"votes", 7}}));
     ASSERT_TRUE(s);
-    EXPECT_EQ(s->id, "9617a958-0601-11e8-ae97-52543be04c81");
-    EXPECT_EQ(s->name, "Radio Eins");
-    EXPECT_EQ(s->streamUrl, "https://example.invalid/resolved.mp3");
-    EXPECT_EQ(s->country, "Germany");
-    EXPECT_EQ(s->bitrate, 128);
-    EXPECT_EQ(s->codec, "MP3");
-    EXPECT_EQ(s->favicon, "https://example.invalid/logo.png");
-    EXPECT_EQ(s->geoLat, 52.52);
-    EXPECT_EQ(s->geoLong, 13.0);
+    EXPECT_EQ(*s, (Station{"9617a958-0601-11e8-ae97-52543be04c81", "Radio Eins", "https://example.invalid/resolved.mp3",
+                           "Germany", 128, "MP3", "https://example.invalid/logo.png", 52.52, 13.0}));
     EXPECT_FALSE(s->isCustom());
 }
 

@@ -1,9 +1,10 @@
 #include "audiocheck.h"
 
+#include "testenv.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 
 #include <cmath>
 #include <cstring>
@@ -12,31 +13,6 @@
 namespace AudioCheck {
 
 namespace {
-
-    // Runs a tool to its end and returns its standard output, or nothing with the reason.
-    std::optional<QByteArray> runTool(const QString &program, const QStringList &args, QString *error)
-    {
-        QProcess process;
-        process.setStandardInputFile(QProcess::nullDevice());
-        process.start(program, args);
-        if (!process.waitForStarted(10000)) {
-            *error = program + QStringLiteral(" did not start: ") + process.errorString();
-            return std::nullopt;
-        }
-        QByteArray out;
-        // Read while it runs: a minute of PCM is more than a pipe holds.
-        while (process.state() != QProcess::NotRunning) {
-            process.waitForReadyRead(1000);
-            out += process.readAllStandardOutput();
-        }
-        out += process.readAllStandardOutput();
-        if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-            *error
-                = program + QStringLiteral(" failed: ") + QString::fromUtf8(process.readAllStandardError().right(1500));
-            return std::nullopt;
-        }
-        return out;
-    }
 
     // The share of the window's energy at one frequency (Goertzel): 1 for a pure tone of that
     // frequency, near 0 for other tones or noise.
@@ -63,12 +39,9 @@ namespace {
 
 std::optional<std::vector<qint16>> decode(const QString &path, QString *error)
 {
-    const auto out = runTool(QStringLiteral("ffmpeg"),
-        { QStringLiteral("-hide_banner"), QStringLiteral("-nostdin"), QStringLiteral("-loglevel"),
-            QStringLiteral("error"), QStringLiteral("-i"), path, QStringLiteral("-ac"), QStringLiteral("1"),
-            QStringLiteral("-ar"), QString::number(kRateHz), QStringLiteral("-f"), QStringLiteral("s16le"),
-            QStringLiteral("-") },
-        error);
+    QStringList args = QStringLiteral("-hide_banner -nostdin -loglevel error -i").split(u' ');
+    args << path << QStringLiteral("-ac 1 -ar %1 -f s16le -").arg(kRateHz).split(u' ');
+    const auto out = runProgram(QStringLiteral("ffmpeg"), args, error);
     if (!out)
         return std::nullopt;
     std::vector<qint16> pcm(size_t(out->size()) / 2);
@@ -120,10 +93,8 @@ QString describe(const std::vector<int> &labels, double windowSec)
 
 std::optional<ProbeInfo> probe(const QString &path, QString *error)
 {
-    const auto out = runTool(QStringLiteral("ffprobe"),
-        { QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-print_format"), QStringLiteral("json"),
-            QStringLiteral("-show_format"), QStringLiteral("-show_streams"), path },
-        error);
+    const auto out = runProgram(QStringLiteral("ffprobe"),
+        QStringLiteral("-v error -print_format json -show_format -show_streams").split(u' ') << path, error);
     if (!out)
         return std::nullopt;
     const QJsonObject doc = QJsonDocument::fromJson(*out).object();

@@ -2,6 +2,8 @@
 
 #include "platform/dbuslink.h"
 
+#include "testenv.h"
+
 #include <QCoreApplication>
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -314,6 +316,16 @@ protected:
 
     [[nodiscard]] bool setUpFailed() const { return IsSkipped() || HasFatalFailure(); }
     PrivateBus &bus() { return *m_bus; }
+
+    // A link to the private bus standing in for the program's `busName` bus, connected
+    // before it is handed out.
+    std::unique_ptr<DBusLink> connectedLink(const QString &busName = QStringLiteral("session"))
+    {
+        auto link = std::make_unique<DBusLink>(m_bus->address(), busName);
+        EXPECT_TRUE(waitUntil([&] { return link->state() != DBusLink::State::Connecting; }));
+        EXPECT_EQ(link->state(), DBusLink::State::Connected);
+        return link;
+    }
 
     std::unique_ptr<PrivateBus> m_bus;
 };

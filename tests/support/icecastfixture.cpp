@@ -101,24 +101,6 @@ int parseStatus(const QByteArray &head)
     return parts.size() >= 2 ? parts[1].toInt() : 0;
 }
 
-// Runs a short helper program to its end. Empty on success, else what went wrong.
-QString runToEnd(const QString &program, const QStringList &args, int timeoutMs)
-{
-    QProcess process;
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.start(program, args);
-    if (!process.waitForStarted(10000))
-        return program + QStringLiteral(" did not start: ") + process.errorString();
-    if (!process.waitForFinished(timeoutMs)) {
-        process.kill();
-        process.waitForFinished();
-        return program + QStringLiteral(" did not finish in time");
-    }
-    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
-        return program + QStringLiteral(" failed: ") + QString::fromUtf8(process.readAllStandardError().right(2000));
-    return {};
-}
-
 bool handToIcecastUser(const QString &folder, QString *error)
 {
     const passwd *user = ::getpwnam("icecast2");
@@ -375,8 +357,7 @@ bool Broadcast::start(QString *error)
     } else {
         // One sine source per song, joined into one file; frames of 441 samples so every
         // song lasts exactly its duration to the hundredth of a second.
-        QStringList args { QStringLiteral("-hide_banner"), QStringLiteral("-nostdin"), QStringLiteral("-loglevel"),
-            QStringLiteral("error"), QStringLiteral("-y") };
+        QStringList args = QStringLiteral("-hide_banner -nostdin -loglevel error -y").split(u' ');
         QString inputs;
         for (int i = 0; i < m_programme.size(); ++i) {
             args << QStringLiteral("-f") << QStringLiteral("lavfi") << QStringLiteral("-i")
@@ -389,7 +370,7 @@ bool Broadcast::start(QString *error)
         args << QStringLiteral("-filter_complex")
              << inputs + QStringLiteral("concat=n=%1:v=0:a=1,aformat=channel_layouts=stereo").arg(m_programme.size())
              << QStringLiteral("-c:a") << QStringLiteral("pcm_s16le") << wav;
-        why = runToEnd(ffmpeg, args, 60000);
+        (void)runProgram(ffmpeg, args, &why, 60000); // says why when it fails
     }
     if (why.isEmpty()) {
         m_thread.reset(QThread::create([this] { run(); }));
@@ -416,25 +397,17 @@ bool Broadcast::start(QString *error)
 
 void Broadcast::run()
 {
-    QStringList args { QStringLiteral("-hide_banner"), QStringLiteral("-nostdin"), QStringLiteral("-loglevel"),
-        QStringLiteral("warning"), QStringLiteral("-re"), QStringLiteral("-i"),
-        m_dir.filePath(QStringLiteral("programme.wav")) };
-    const QString bitrate = QStringLiteral("%1k").arg(m_options.bitrateKbps);
-    if (m_options.codec == BroadcastCodec::Mp3) {
-        // No ID3 header and no Xing frame: a radio stream is bare MPEG frames.
-        args << QStringLiteral("-c:a") << QStringLiteral("libmp3lame") << QStringLiteral("-b:a") << bitrate
-             << QStringLiteral("-id3v2_version") << QStringLiteral("0") << QStringLiteral("-write_xing")
-             << QStringLiteral("0") << QStringLiteral("-content_type") << QStringLiteral("audio/mpeg")
-             << QStringLiteral("-f") << QStringLiteral("mp3");
-    } else {
-        args << QStringLiteral("-c:a") << QStringLiteral("aac") << QStringLiteral("-b:a") << bitrate
-             << QStringLiteral("-content_type") << QStringLiteral("audio/aac") << QStringLiteral("-f")
-             << QStringLiteral("adts");
-    }
+    QStringList args = QStringLiteral("-hide_banner -nostdin -loglevel warning -re -i").split(u' ');
+    args << m_dir.filePath(QStringLiteral("programme.wav"));
+    // No ID3 header and no Xing frame in MP3: a radio stream is bare frames.
+    args << (m_options.codec == BroadcastCodec::Mp3
+                 ? QStringLiteral("-c:a libmp3lame -id3v2_version 0 -write_xing 0 -content_type audio/mpeg -f mp3")
+                 : QStringLiteral("-c:a aac -content_type audio/aac -f adts"))
+                .split(u' ');
+    args << QStringLiteral("-b:a") << QStringLiteral("%1k").arg(m_options.bitrateKbps);
     // Every packet goes out at once: buffered output would run the source clock ahead of
     // what icecast has, and titles would be set before their audio got there.
-    args << QStringLiteral("-flush_packets") << QStringLiteral("1") << QStringLiteral("-progress")
-         << QStringLiteral("pipe:1") << QStringLiteral("-stats_period") << QStringLiteral("0.05")
+    args << QStringLiteral("-flush_packets 1 -progress pipe:1 -stats_period 0.05").split(u' ')
          << m_server.sourceUrl(m_options.mount);
 
     QProcess source;

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -47,4 +48,34 @@ QByteArray readFile(const QString &path)
     if (!file.open(QIODevice::ReadOnly))
         return {};
     return file.readAll();
+}
+
+std::optional<QByteArray> runProgram(const QString &program, const QStringList &args, QString *error, int timeoutMs)
+{
+    QProcess process;
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.start(program, args);
+    if (!process.waitForStarted(10000)) {
+        *error = program + QStringLiteral(" did not start: ") + process.errorString();
+        return std::nullopt;
+    }
+    const QDeadlineTimer deadline(timeoutMs);
+    QByteArray out;
+    // Read while it runs: a minute of PCM is more than a pipe holds.
+    while (process.state() != QProcess::NotRunning) {
+        if (deadline.hasExpired()) {
+            process.kill();
+            process.waitForFinished();
+            *error = program + QStringLiteral(" did not finish in time");
+            return std::nullopt;
+        }
+        process.waitForReadyRead(100);
+        out += process.readAllStandardOutput();
+    }
+    out += process.readAllStandardOutput();
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
+        *error = program + QStringLiteral(" failed: ") + QString::fromUtf8(process.readAllStandardError().right(2000));
+        return std::nullopt;
+    }
+    return out;
 }

@@ -4,12 +4,8 @@
 #include "platform/preferences.h"
 #include "tools/ytdlpcommand.h"
 
-#include "fixtureserver.h"
 #include "toolscripts.h"
 
-#include <QCryptographicHash>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
@@ -17,7 +13,7 @@
 
 namespace {
 
-const QByteArray kRepo = "/repos/yt-dlp/yt-dlp";
+const QByteArray kRepo = kYtDlpRepo;
 
 class YouTubeServiceTest : public ::testing::Test {
 protected:
@@ -49,18 +45,11 @@ protected:
         return result.value_or(YtDlpDownloadResult{});
     }
 
-    // A release whose yt-dlp is `script`; the installed copy is recorded as `installed`.
-    void publish(const QByteArray &tag, const QByteArray &script)
+    // A release whose yt-dlp is `script`.
+    void publish(const QString &tag, const QByteArray &script)
     {
         const QByteArray asset = "#!/bin/sh\n" + script;
-        const QByteArray sha = QCryptographicHash::hash(asset, QCryptographicHash::Sha256).toHex();
-        const QByteArray dir = kRepo + "/releases/download/" + tag;
-        server.route(kRepo + "/releases/latest",
-            FixtureServer::Script::response(
-                200, "application/json", QJsonDocument(QJsonObject{{"tag_name", QString(tag)}}).toJson()));
-        server.route(dir + "/yt-dlp_linux", FixtureServer::Script::response(200, "application/octet-stream", asset));
-        server.route(
-            dir + "/SHA2-256SUMS", FixtureServer::Script::response(200, "text/plain", sha + "  yt-dlp_linux\n"));
+        publishYtDlp(server, tag, asset, sha256Hex(asset));
     }
 };
 

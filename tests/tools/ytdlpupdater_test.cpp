@@ -4,13 +4,9 @@
 #include "platform/preferences.h"
 #include "tools/toolversion.h"
 
-#include "fixtureserver.h"
 #include "toolscripts.h"
 
-#include <QCryptographicHash>
 #include <QDir>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <gtest/gtest.h>
 
@@ -18,13 +14,8 @@
 
 namespace {
 
-const QByteArray kRepo = "/repos/yt-dlp/yt-dlp";
-const QByteArray kLatest = kRepo + "/releases/latest";
-
-QByteArray sha256Hex(const QByteArray &data)
-{
-    return QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex();
-}
+const QByteArray kRepo = kYtDlpRepo;
+const QByteArray kLatest = kYtDlpLatest;
 
 class YtDlpUpdaterTest : public ::testing::Test {
 protected:
@@ -46,28 +37,14 @@ protected:
         updater = std::make_unique<YtDlpUpdater>(http, locations, options);
     }
 
-    static QByteArray assetPath(const QString &tag, const QByteArray &file)
-    {
-        return kRepo + "/releases/download/" + tag.toUtf8() + "/" + file;
-    }
+    static QByteArray assetPath(const QString &tag, const QByteArray &file) { return ytDlpAssetPath(tag, file); }
 
     // A release whose single-file build prints `tag` as its version.
     QByteArray publish(const QString &tag)
     {
         const QByteArray asset = "#!/bin/sh\necho " + tag.toUtf8() + "\n";
-        publishRaw(tag, asset, sha256Hex(asset));
+        publishYtDlp(server, tag, asset, sha256Hex(asset));
         return asset;
-    }
-    void publishRaw(const QString &tag, const QByteArray &asset, const QByteArray &sha)
-    {
-        const QJsonObject release{{"tag_name", tag}, {"name", "yt-dlp " + tag}};
-        server.route(
-            kLatest, FixtureServer::Script::response(200, "application/json", QJsonDocument(release).toJson()));
-        server.route(
-            assetPath(tag, "yt-dlp_linux"), FixtureServer::Script::response(200, "application/octet-stream", asset));
-        server.route(assetPath(tag, "SHA2-256SUMS"),
-            FixtureServer::Script::response(
-                200, "text/plain", QByteArray(64, 'f') + "  yt-dlp_linux_aarch64\n" + sha + "  yt-dlp_linux\n"));
     }
 
     YtDlpUpdateOutcome update(bool force)
@@ -183,38 +160,29 @@ TEST_F(YtDlpUpdaterTest, KeepsThePreviousCopyWhenTheNewOneCannotBeTrusted)
 {
     const QByteArray good = "#!/bin/sh\necho 2099.01.01\n";
     const QByteArray html = "<!DOCTYPE html><html><body>Sign in to continue</body></html>";
-    const std::vector<std::pair<const char *, std::function<void()>>> cases{
-        {"asset missing",
-            [&] {
-                publishRaw("2099.01.01", good, sha256Hex(good));
-                server.route(
-                    assetPath("2099.01.01", "yt-dlp_linux"), FixtureServer::Script::response(404, "text/plain", "no"));
-            }},
-        {"asset is a web page", [&] { publishRaw("2099.01.01", html, sha256Hex(good)); }},
-        {"checksums missing",
-            [&] {
-                publishRaw("2099.01.01", good, sha256Hex(good));
-                server.route(
-                    assetPath("2099.01.01", "SHA2-256SUMS"), FixtureServer::Script::response(404, "text/plain", "no"));
-            }},
-        {"checksums are a web page",
-            [&] {
-                publishRaw("2099.01.01", good, sha256Hex(good));
-                server.route(
-                    assetPath("2099.01.01", "SHA2-256SUMS"), FixtureServer::Script::response(200, "text/html", html));
-            }},
-        {"asset cut short",
-            [&] {
-                publishRaw("2099.01.01", good, sha256Hex(good));
-                server.route(assetPath("2099.01.01", "yt-dlp_linux"),
-                    FixtureServer::Script::head("HTTP/1.1 200 OK", {{"Content-Length", "1000"}}).send(good).close());
-            }},
-        {"tag leaves the release folder", [&] { publishRaw("../../evil", good, sha256Hex(good)); }},
+    using Script = FixtureServer::Script;
+    struct Case {
+        const char *name;
+        QByteArray asset;
+        QByteArray replacedFile = {}; // served by `answer` instead, when set
+        std::optional<Script> answer = std::nullopt;
+        QString tag = QStringLiteral("2099.01.01");
     };
-    for (const auto &[name, serve] : cases) {
-        SCOPED_TRACE(name);
+    const Case cases[]{
+        {"asset missing", good, "yt-dlp_linux", Script::response(404, "text/plain", "no")},
+        {"asset is a web page", html},
+        {"checksums missing", good, "SHA2-256SUMS", Script::response(404, "text/plain", "no")},
+        {"checksums are a web page", good, "SHA2-256SUMS", Script::response(200, "text/html", html)},
+        {"asset cut short", good, "yt-dlp_linux",
+         Script::head("HTTP/1.1 200 OK", {{"Content-Length", "1000"}}).send(good).close()},
+        {"tag leaves the release folder", good, {}, std::nullopt, QStringLiteral("../../evil")},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
         installPrevious("2000.01.01");
-        serve();
+        publishYtDlp(server, c.tag, c.asset, sha256Hex(good));
+        if (c.answer)
+            server.route(assetPath(c.tag, c.replacedFile), *c.answer);
         EXPECT_EQ(update(true), YtDlpUpdateOutcome::InstallFailed);
         EXPECT_EQ(readFile(locations.privateYtDlpPath()), "#!/bin/sh\necho previous\n");
         EXPECT_TRUE(isExecutableFile(locations.privateYtDlpPath()));
