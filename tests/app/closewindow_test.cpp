@@ -152,8 +152,8 @@ TEST_F(CloseWindowTest, WithoutATrayQuittingFromTheQuestionEndsAtOnce)
     MainWindow &w = openWindow(false);
     QSignalSpy quit(&w, &MainWindow::quitRequested);
     const QDateTime start = QDateTime::currentDateTimeUtc().addSecs(3600);
-    app->scheduler().add(ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
-        start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt));
+    ASSERT_TRUE(app->scheduler().add(ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
+        start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt)));
     answers = { Answer::Quit };
     EXPECT_TRUE(w.close());
     EXPECT_EQ(questions, QList<Action> { Action::AskBackground });
@@ -247,7 +247,7 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     const ScheduledRecording plan
         = ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
             start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt);
-    app->scheduler().add(plan);
+    ASSERT_TRUE(app->scheduler().add(plan));
     window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
     QSignalSpy quit(window.get(), &MainWindow::quitRequested);
     window->startHidden();
@@ -255,11 +255,11 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     EXPECT_TRUE(window->runsInBackground());
     EXPECT_FALSE(window->isVisible());
     EXPECT_EQ(quit.count(), 0);
-    app->scheduler().remove(plan);
+    ASSERT_TRUE(app->scheduler().remove(plan));
     EXPECT_EQ(quit.count(), 1);
 
     // The panel with the tray may come up after us at login: then the tray takes over.
-    app->scheduler().add(plan);
+    ASSERT_TRUE(app->scheduler().add(plan));
     bool trayUp = false;
     window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [&] { return trayUp; }, 20, 50 });
     window->startHidden();
@@ -270,7 +270,7 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     EXPECT_FALSE(window->isVisible());
 
     // Started hidden without a tray and without plans, there is nothing to wait for.
-    app->scheduler().remove(plan);
+    ASSERT_TRUE(app->scheduler().remove(plan));
     window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
     QSignalSpy quitAtOnce(window.get(), &MainWindow::quitRequested);
     window->startHidden();

@@ -52,10 +52,10 @@ TEST_F(SettingsViewTest, GlobalFormWritesWhatTheRecordingSideReads)
 
 TEST_F(SettingsViewTest, StationScopeEditsOnlyThatStationsOverride)
 {
-    app->favorites().add(makeStation(QStringLiteral("st-1"), QStringLiteral("Jazz One")));
+    ASSERT_TRUE(app->favorites().add(makeStation(QStringLiteral("st-1"), QStringLiteral("Jazz One"))));
     RadioEngineSettings global;
     global.leadInSec = 4;
-    app->engineSettings().setGlobal(global);
+    ASSERT_TRUE(app->engineSettings().setGlobal(global));
 
     SettingsView view(*app);
     ASSERT_GE(view.scopeBox()->findData(QStringLiteral("st-1")), 0);
