@@ -8,6 +8,7 @@
 
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QThread>
 
 #include <atomic>
 #include <csignal>
@@ -128,6 +129,9 @@ TEST_F(RecordCliTest, AHangUpSavesTheSongInProgress)
     while (!(line = nextLine(*process)).isEmpty() && !line.startsWith("saved\t")) {
     }
     ASSERT_TRUE(line.startsWith("saved\t")) << "no first song";
+    // The first song can be saved before the second has received a byte (then there is no
+    // song in progress to save); a few of the station's 25 ms blocks make sure it has.
+    QThread::msleep(300);
     ::kill(pid_t(process->processId()), SIGHUP);
     ASSERT_TRUE(process->waitForFinished(20000));
     EXPECT_EQ(process->exitStatus(), QProcess::NormalExit);

@@ -53,6 +53,7 @@ TEST_F(RecordSaveCliTest, AReadOnlyRadioFolderIsReportedAtOnce)
         GTEST_SKIP() << "mounting a read-only tmpfs needs root";
     const CliRun run = record({"A - One", "B - Two"});
     QProcess::execute("umount", {"-l", radio});
+    EXPECT_EQ(run.exitCode, 1) << "a recording that saved nothing must not exit as a success";
     EXPECT_EQ(linesStartingWith(run, "error\t"),
               QList<QByteArray>{"error\tradio folder cannot be written: " + radio.toUtf8() + ": Read-only file system"})
         << run.out.toStdString();

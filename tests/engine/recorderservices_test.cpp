@@ -83,7 +83,7 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     EXPECT_EQ(titles, QStringList({ "A - One", "B - One" }));
 }
 
-TEST_F(RecorderServicesTest, WithoutALibraryItRecordsButTheSchedulerRunsNoPlans)
+TEST_F(RecorderServicesTest, WithoutALibraryItRecordsAndTheSchedulerStillRunsThePlans)
 {
     qputenv("ORVIDA_IDLE_TIMEOUT_SEC", "3");
     auto services = make(false);
@@ -91,7 +91,8 @@ TEST_F(RecorderServicesTest, WithoutALibraryItRecordsButTheSchedulerRunsNoPlans)
     // The stalled-stream override reaches the window's and the command line's recorder alike.
     EXPECT_EQ(services->context().timings.idleTimeoutSec, 3);
     SniperScheduler::Options scheduling;
-    EXPECT_FALSE(services->startScheduler(scheduling).isConfigured());
+    // Plans still record (their songs stay unfiled in the radio folder).
+    EXPECT_TRUE(services->startScheduler(scheduling).runsPlans());
     EXPECT_FALSE(services->library());
 }
 
