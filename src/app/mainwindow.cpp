@@ -133,7 +133,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         else if (page == m_recents)
             setCurrentStation(m_recents->pane()->selectedStation());
     });
-    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
+    connect(m_recordings, &RecordingsView::rowsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
     connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::quitIfIdleInBackground);
     connect(&app.scheduler(), &SniperScheduler::itemsChanged, this, &MainWindow::quitIfIdleInBackground);
@@ -248,6 +248,9 @@ void MainWindow::updateRecordingsBadge()
     QString label = tx("rec.sidebar");
     if (running > 0)
         label += QStringLiteral("  ● %1").arg(running);
+    // A recording that gave up is to be seen from every page until it is dismissed.
+    if (const int ended = m_recordings->endedCount(); ended > 0)
+        label += QStringLiteral("  ⚠ %1").arg(ended);
     m_sidebar->item(RecordingsPage)->setText(label);
 }
 

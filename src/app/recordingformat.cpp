@@ -22,10 +22,8 @@ QString statusText(const SessionStatus &status, const QString &error)
     case State::Recording:
         return QStringLiteral("● ") + tx("rec.running");
     case State::Reconnecting:
-        return withReason(Texts::text("rec.reconnecting")
-                              .arg(status.reconnectInSec())
-                              .arg(status.attempt)
-                              .arg(status.maxAttempts));
+        return withReason(
+            Texts::text("rec.reconnecting").arg(status.reconnectInSec()).arg(status.attempt).arg(status.maxAttempts));
     case State::GaveUp: {
         const QString why = error.isEmpty() ? status.reason : error;
         QString text = Texts::text("rec.gaveUp").arg(Texts::engineMessage(why));

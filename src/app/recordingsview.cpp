@@ -16,6 +16,8 @@
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace {
 
 const QColor kRed(0xc6, 0x28, 0x28);
@@ -36,8 +38,8 @@ RecordingsView::RecordingsView(Application &app, QWidget *parent)
 
     m_tree = new QTreeWidget(this);
     m_tree->setColumnCount(ColumnCount);
-    m_tree->setHeaderLabels({tx("rec.station"), tx("rec.streamTitle"), tx("rec.saved"), tx("rec.time"),
-                             tx("rec.received"), tx("rec.status"), QString()});
+    m_tree->setHeaderLabels({ tx("rec.station"), tx("rec.streamTitle"), tx("rec.saved"), tx("rec.time"),
+        tx("rec.received"), tx("rec.status"), QString() });
     m_tree->setSelectionMode(QAbstractItemView::NoSelection);
     m_tree->setFocusPolicy(Qt::NoFocus);
     m_tree->setAlternatingRowColors(true);
@@ -74,11 +76,11 @@ RecordingsView::RecordingsView(Application &app, QWidget *parent)
         refreshRow(*it);
     };
     connect(&recorder, &RadioRecorder::sessionStatusChanged, this,
-            [onRow](const QString &id, const SessionStatus &status) { onRow(id, [&](Row &row) { row.status = status; }); });
+        [onRow](const QString &id, const SessionStatus &status) { onRow(id, [&](Row &row) { row.status = status; }); });
     connect(&recorder, &RadioRecorder::streamTitleChanged, this,
-            [onRow](const QString &id, const QString &title) { onRow(id, [&](Row &row) { row.title = title; }); });
+        [onRow](const QString &id, const QString &title) { onRow(id, [&](Row &row) { row.title = title; }); });
     connect(&recorder, &RadioRecorder::sessionErrorChanged, this,
-            [onRow](const QString &id, const QString &error) { onRow(id, [&](Row &row) { row.error = error; }); });
+        [onRow](const QString &id, const QString &error) { onRow(id, [&](Row &row) { row.error = error; }); });
     connect(&recorder, &RadioRecorder::trackSaved, this, &RecordingsView::onTrackSaved);
     connect(&recorder, &RadioRecorder::saveFailed, this, [this, onRow](const QString &id, const QString &message) {
         onRow(id, [](Row &row) { ++row.failed; });
@@ -87,10 +89,10 @@ RecordingsView::RecordingsView(Application &app, QWidget *parent)
             item->setExpanded(true);
     });
     connect(&recorder, &RadioRecorder::songSkipped, this,
-            [this](const QString &id, const QString &title, const QString &reason) {
-                addSongLine(id, Texts::text("rec.songSkipped").arg(title, reason),
-                            palette().color(QPalette::Disabled, QPalette::Text));
-            });
+        [this](const QString &id, const QString &title, const QString &reason) {
+            addSongLine(id, Texts::text("rec.songSkipped").arg(title, reason),
+                palette().color(QPalette::Disabled, QPalette::Text));
+        });
     connect(&recorder, &RadioRecorder::saveNotice, this, [this](const QString &id, const QString &message) {
         addSongLine(id, Texts::text("rec.songNotice").arg(message), kAmber);
     });
@@ -131,7 +133,7 @@ void RecordingsView::addRow(RecordingSession &session)
     QFont bold = row.item->font(StationColumn);
     bold.setBold(true);
     row.item->setFont(StationColumn, bold);
-    for (int column : {SavedColumn, TimeColumn, ReceivedColumn})
+    for (int column : { SavedColumn, TimeColumn, ReceivedColumn })
         row.item->setTextAlignment(column, Qt::AlignCenter);
     Row &stored = *m_rows.insert(row.station.id, row);
     setActionButton(stored);
@@ -156,10 +158,10 @@ void RecordingsView::refreshRow(Row &row)
 {
     QTreeWidgetItem *item = row.item;
     item->setText(TitleColumn, row.title.isEmpty() ? tx("rec.waitingTitle") : row.title);
-    item->setForeground(TitleColumn, row.title.isEmpty() ? palette().brush(QPalette::Disabled, QPalette::Text)
-                                                         : palette().brush(QPalette::Text));
-    item->setText(SavedColumn, row.failed == 0 ? QString::number(row.saved)
-                                               : Texts::text("rec.savedFailed").arg(row.saved).arg(row.failed));
+    item->setForeground(TitleColumn,
+        row.title.isEmpty() ? palette().brush(QPalette::Disabled, QPalette::Text) : palette().brush(QPalette::Text));
+    item->setText(SavedColumn,
+        row.failed == 0 ? QString::number(row.saved) : Texts::text("rec.savedFailed").arg(row.saved).arg(row.failed));
     item->setForeground(SavedColumn, row.failed == 0 ? palette().brush(QPalette::Text) : QBrush(kRed));
     item->setText(ReceivedColumn, RecordingFormat::bytesText(row.status.bytesReceived));
     refreshClock(row);
@@ -175,14 +177,15 @@ void RecordingsView::refreshClock(Row &row)
     row.item->setToolTip(StatusColumn, status);
     using State = SessionStatus::State;
     const State state = row.status.state;
-    row.item->setForeground(StatusColumn, state == State::Recording ? QBrush(kGreen)
-                                          : state == State::GaveUp  ? QBrush(kRed)
-                                          : state == State::Stopped ? palette().brush(QPalette::Text)
-                                                                    : QBrush(kAmber));
+    row.item->setForeground(StatusColumn,
+        state == State::Recording     ? QBrush(kGreen)
+            : state == State::GaveUp  ? QBrush(kRed)
+            : state == State::Stopped ? palette().brush(QPalette::Text)
+                                      : QBrush(kAmber));
 }
 
-void RecordingsView::addSongLine(const QString &stationId, const QString &text, const QColor &color,
-                                 const QString &toolTip)
+void RecordingsView::addSongLine(
+    const QString &stationId, const QString &text, const QColor &color, const QString &toolTip)
 {
     const auto it = m_rows.find(stationId);
     if (it == m_rows.end())
@@ -206,7 +209,7 @@ void RecordingsView::onTrackSaved(const QString &stationId, const Track &track)
     refreshRow(*it);
     const QString name = track.artist.isEmpty() ? track.title : track.artist + QStringLiteral(" - ") + track.title;
     addSongLine(stationId, Texts::text("rec.songSaved").arg(name), palette().color(QPalette::Text),
-                track.filePath.value_or(QString()));
+        track.filePath.value_or(QString()));
 }
 
 void RecordingsView::onEnded(const Station &station, SessionOutcome outcome)
@@ -235,6 +238,11 @@ void RecordingsView::dismiss(const QString &stationId)
     refreshSummary();
 }
 
+int RecordingsView::endedCount() const
+{
+    return int(std::count_if(m_rows.cbegin(), m_rows.cend(), [](const Row &row) { return row.ended; }));
+}
+
 void RecordingsView::tick()
 {
     for (Row &row : m_rows) {
@@ -254,4 +262,5 @@ void RecordingsView::refreshSummary()
         m_tick->start();
     else
         m_tick->stop();
+    Q_EMIT rowsChanged();
 }

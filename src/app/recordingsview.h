@@ -58,6 +58,12 @@ public:
     [[nodiscard]] QString stationName(const QString &stationId) const;
     // Removes the row of a recording that has ended; a running one stays.
     void dismiss(const QString &stationId);
+    // Rows of recordings that gave up and wait to be dismissed.
+    [[nodiscard]] int endedCount() const;
+
+Q_SIGNALS:
+    // A row came or went, or a recording ended on its own.
+    void rowsChanged();
 
 private:
     struct Row {
@@ -77,8 +83,7 @@ private:
     void setActionButton(Row &row);
     void refreshRow(Row &row);
     void refreshClock(Row &row);
-    void addSongLine(const QString &stationId, const QString &text, const QColor &color,
-                     const QString &toolTip = {});
+    void addSongLine(const QString &stationId, const QString &text, const QColor &color, const QString &toolTip = {});
     void onEnded(const Station &station, SessionOutcome outcome);
     void onTrackSaved(const QString &stationId, const Track &track);
     void tick();

@@ -15,6 +15,7 @@
 #include "icystream.h"
 
 #include <QFile>
+#include <QListWidget>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QTreeWidget>
@@ -149,8 +150,10 @@ TEST_F(RecordingTest, ADeadStationReconnectsThenGivesUpAndStaysUntilDismissed)
     // Drops every connection at once: the session reconnects twice, then gives up.
     server.route("/dead", Script().close());
     app->recordingContext().timings.maxReconnects = 2;
-    RecordingsView view(*app);
-    view.show();
+    MainWindow window(*app, MainWindowOptions{1800, false});
+    RecordingsView &view = *window.recordingsView();
+    const QListWidgetItem *sidebarEntry =
+        window.findChild<QListWidget *>(QStringLiteral("sidebar"))->item(MainWindow::RecordingsPage);
     const Station dead = station("/dead", QStringLiteral("Dead FM"));
     QStringList shown;
     QObject::connect(&app->recorder(), &RadioRecorder::sessionStatusChanged, &view, [&](const QString &id) {
@@ -167,11 +170,13 @@ TEST_F(RecordingTest, ADeadStationReconnectsThenGivesUpAndStaysUntilDismissed)
     EXPECT_TRUE(row->text(RecordingsView::StatusColumn).startsWith(QStringLiteral("Gave up: Stream interrupted (")))
         << row->text(RecordingsView::StatusColumn).toStdString();
     EXPECT_FALSE(view.stopAllButton()->isEnabled());
+    EXPECT_EQ(sidebarEntry->text(), QStringLiteral("Recordings  ⚠ 1")); // seen from every page
     auto *dismiss = view.tree()->findChild<QPushButton *>(QStringLiteral("dismiss:") + dead.id);
     ASSERT_TRUE(dismiss);
     dismiss->click();
     EXPECT_FALSE(view.row(dead.id));
     EXPECT_EQ(view.tree()->topLevelItemCount(), 0);
+    EXPECT_EQ(sidebarEntry->text(), QStringLiteral("Recordings"));
 }
 
 // Once every song was lost while the row said "Recording, 0 saved".
