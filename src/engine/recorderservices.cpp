@@ -113,6 +113,7 @@ void RecorderServices::shutDown()
     m_context->waitForSaves();
     waitForRecovery();
     deliverRecovery();
+    SegmentRecovery::leaveParking();
     m_recorder.reset();
     m_library.reset();
     m_sleepGuard.reset();

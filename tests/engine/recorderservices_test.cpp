@@ -12,6 +12,7 @@
 #include "icystream.h"
 #include "testenv.h"
 
+#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
 
@@ -73,6 +74,9 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     EXPECT_FALSE(services->scheduler());
     EXPECT_FALSE(services->library());
     services->shutDown(); // a second end changes nothing
+    // Saved songs leave nothing in tmp, not even the folder their segments waited in.
+    EXPECT_EQ(QDir(AppPaths::tmpDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList());
 
     LibraryOpenResult reopened = LibraryStore::open(libraryPath);
     ASSERT_TRUE(reopened);
