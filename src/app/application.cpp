@@ -55,6 +55,32 @@ Application::Application(ApplicationOptions options, QObject *parent)
             [this](const ScheduledRecording &plan) { announce("schedule.notifyStarted", plan); });
     connect(&scheduler, &SniperScheduler::scheduledRecordingEnded, this,
             [this](const ScheduledRecording &plan) { announce("schedule.notifyEnded", plan); });
+    connect(&recorder(), &RadioRecorder::sessionEnded, this, [this](const Station &station, SessionOutcome outcome) {
+        if (outcome == SessionOutcome::Stopped)
+            return;
+        const QString why = outcome == SessionOutcome::InvalidAddress ? tx("engine.invalidUrl")
+                                                                      : tx("engine.streamInterrupted");
+        m_notifier->notify(tx("rec.notifyGaveUp"), station.name + QStringLiteral(" · ") + why);
+    });
+
+    // Said during construction, when nobody listened yet.
+    if (!m_libraryError.isEmpty())
+        m_startupProblems << m_libraryError;
+    for (const QString &problem : {m_favorites->loadProblem(), stats().loadProblem(), scheduler.loadProblem()}) {
+        if (!problem.isEmpty())
+            m_startupProblems << problem;
+    }
+    connect(m_engineSettings.get(), &EngineSettingsStore::storageProblem, this, &Application::reportProblem);
+    connect(m_favorites.get(), &FavoriteStations::storageProblem, this, &Application::reportProblem);
+    connect(&stats(), &RecordingStats::storageProblem, this, &Application::reportProblem);
+    connect(&scheduler, &SniperScheduler::storageProblem, this, &Application::reportProblem);
+    connect(m_recording.get(), &RecorderServices::libraryProblem, this, &Application::reportProblem);
+}
+
+void Application::reportProblem(const QString &message)
+{
+    if (!message.isEmpty())
+        Q_EMIT problem(message);
 }
 
 Application::~Application()
@@ -100,8 +126,10 @@ bool Application::startRecording(const Station &station)
 
 void Application::fileIntoLibrary(const Track &track)
 {
-    if (LibraryStore *store = library())
-        (void)RadioRecorder::upsertIntoLibrary(track, *store);
+    LibraryStore *store = library();
+    if (store && !RadioRecorder::upsertIntoLibrary(track, *store))
+        reportProblem(track.filePath.value_or(track.title) + QStringLiteral(": not filed into the library: ") +
+                      store->lastError());
 }
 
 QString Application::notificationBody(const ScheduledRecording &plan)

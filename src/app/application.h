@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <chrono>
 #include <functional>
@@ -53,7 +54,8 @@ struct ApplicationOptions {
 // its order: the scheduler first, then recordings stopped and their saves finished
 // before the library closes. The scheduler holds the sleep guard while anything records
 // or is planned, keeps the lid switch when the user asked for that, and every window it
-// records is announced on the desktop when it starts and when it ends.
+// records is announced on the desktop when it starts and when it ends, and so is a
+// recording that gives up.
 //
 // Lives on the GUI thread, like every service it owns.
 class Application : public QObject {
@@ -89,12 +91,23 @@ public:
     // A saved song enters the library; a file already listed updates its entry.
     void fileIntoLibrary(const Track &track);
 
+    // What the services had to report while they started (a damaged state file set
+    // aside, a library that did not open); later problems come as problem().
+    [[nodiscard]] const QStringList &startupProblems() const { return m_startupProblems; }
+    // A failed write or a lost song, for the window to show: what the services send as
+    // storage problems and what a view could not save.
+    void reportProblem(const QString &message);
+
     // What the desktop notification of a scheduled recording says about its plan.
     [[nodiscard]] static QString notificationBody(const ScheduledRecording &plan);
 
     // Stops every recording, waits for its last songs and closes the library. Idempotent;
     // also run by the destructor.
     void shutDown();
+
+Q_SIGNALS:
+    // One line naming the file or song; see reportProblem().
+    void problem(const QString &message);
 
 private:
     void announce(const char *summaryKey, const ScheduledRecording &plan);
@@ -114,5 +127,6 @@ private:
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<RecorderServices> m_recording;
     QString m_libraryError;
+    QStringList m_startupProblems;
     bool m_shutDown = false;
 };

@@ -8,6 +8,7 @@
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
 #include "stations/favoritestations.h"
+#include "platform/statefile.h"
 
 #include <QHBoxLayout>
 #include <QItemSelectionModel>
@@ -36,7 +37,7 @@ FavoritesView::FavoritesView(Application &app, QWidget *parent)
     model()->onDropIds = [this](const QStringList &ids, int row) {
         // Rows are list positions only while nothing is filtered out.
         if (m_filter->text().trimmed().isEmpty())
-            m_app.favorites().move(ids, row);
+            applyMove(m_app.favorites().move(ids, row));
     };
     table()->setDragDropMode(QAbstractItemView::DragDrop);
     table()->setDefaultDropAction(Qt::MoveAction);
@@ -116,14 +117,14 @@ void FavoritesView::refresh()
 
 void FavoritesView::moveToTop(const QString &stationId)
 {
-    m_app.favorites().move(QStringList{stationId}, 0);
+    applyMove(m_app.favorites().move(QStringList{stationId}, 0));
 }
 
 void FavoritesView::moveUp(const QString &stationId)
 {
     const std::optional<qsizetype> index = m_app.favorites().indexOf(stationId);
     if (index && *index > 0)
-        m_app.favorites().move(QList<int>{int(*index)}, int(*index) - 1);
+        applyMove(m_app.favorites().move(QList<int>{int(*index)}, int(*index) - 1));
 }
 
 void FavoritesView::moveDown(const QString &stationId)
@@ -131,7 +132,16 @@ void FavoritesView::moveDown(const QString &stationId)
     const std::optional<qsizetype> index = m_app.favorites().indexOf(stationId);
     // The destination counts positions before the move: two on lands one further down.
     if (index && *index + 1 < m_app.favorites().list().size())
-        m_app.favorites().move(QList<int>{int(*index)}, int(*index) + 2);
+        applyMove(m_app.favorites().move(QList<int>{int(*index)}, int(*index) + 2));
+}
+
+void FavoritesView::applyMove(const StateResult &written)
+{
+    if (written)
+        return;
+    // The list keeps its order: show it so again, in case the view had moved rows already.
+    refresh();
+    m_app.reportProblem(written.error);
 }
 
 void FavoritesView::addMoveActions(QMenu &menu, const Station &station)

@@ -6,6 +6,8 @@
 
 #include <optional>
 
+struct StateResult;
+
 class Application;
 class QLabel;
 class QMenu;
@@ -45,6 +47,8 @@ private:
     void refresh();
     void refreshScheduledMarks();
     void addMoveActions(QMenu &menu, const Station &station);
+    // A move the file did not take: the old order back on screen, and why.
+    void applyMove(const StateResult &written);
 
     Application &m_app;
     QLineEdit *m_filter = nullptr;

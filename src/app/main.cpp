@@ -2,6 +2,7 @@
 #include "app/autostart.h"
 #include "app/mainwindow.h"
 #include "app/texts.h"
+#include "platform/signalwatcher.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -20,12 +21,17 @@ int main(int argc, char **argv)
     // Started at login: straight to the tray, or the background without one.
     const bool hidden = QApplication::arguments().contains(QString::fromLatin1(Autostart::kHiddenFlag));
 
+    // Kept to the end, so a second signal cannot cut short the saving of the last songs.
+    SignalWatcher signalWatcher;
     Application app;
     int code = 0;
     {
         // The window goes first: it borrows the services that shutDown() ends.
         MainWindow window(app);
         QObject::connect(&window, &MainWindow::quitRequested, &qapp, &QApplication::quit, Qt::QueuedConnection);
+        // A logout or a `kill` quits like the tray's "Quit": no question, recordings end
+        // in order below.
+        QObject::connect(&signalWatcher, &SignalWatcher::terminationRequested, &window, &MainWindow::quit);
         if (hidden)
             window.startHidden();
         else

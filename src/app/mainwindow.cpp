@@ -4,6 +4,7 @@
 #include "app/favoritesview.h"
 #include "app/globeview.h"
 #include "app/libraryview.h"
+#include "app/messagebar.h"
 #include "app/radioview.h"
 #include "app/recentsview.h"
 #include "app/recordertray.h"
@@ -29,6 +30,7 @@
 #include <QStackedWidget>
 #include <QSystemTrayIcon>
 #include <QTimer>
+#include <QVBoxLayout>
 
 
 MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *parent)
@@ -87,8 +89,23 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         m_sidebar->addItem(tx(entry.sidebarKey));
         m_pages->addWidget(entry.view);
     }
+    m_messages = new MessageBar(m_content);
+    auto *right = new QVBoxLayout;
+    right->setContentsMargins(0, 0, 0, 0);
+    right->setSpacing(0);
+    right->addWidget(m_messages);
+    right->addWidget(m_pages, 1);
     layout->addWidget(m_sidebar);
-    layout->addWidget(m_pages, 1);
+    layout->addLayout(right, 1);
+    for (const QString &problem : app.startupProblems())
+        m_messages->add(problem);
+    connect(&app, &Application::problem, m_messages, &MessageBar::add);
+    connect(&app.recorder(), &RadioRecorder::saveFailed, this, &MainWindow::showSaveProblem);
+    // A notice about a song whose row is gone (its recording was stopped) has no other place.
+    connect(&app.recorder(), &RadioRecorder::saveNotice, this, [this](const QString &stationId, const QString &message) {
+        if (!m_recordings->showsStation(stationId))
+            showSaveProblem(stationId, message);
+    });
 
     connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     m_sidebar->setCurrentRow(RadioPage);
@@ -116,7 +133,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         else if (page == m_recents)
             setCurrentStation(m_recents->pane()->selectedStation());
     });
-    connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::updateRecordingsBadge);
+    connect(m_recordings, &RecordingsView::rowsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
     connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::quitIfIdleInBackground);
     connect(&app.scheduler(), &SniperScheduler::itemsChanged, this, &MainWindow::quitIfIdleInBackground);
@@ -180,13 +197,22 @@ void MainWindow::toggleCurrentFavorite()
     if (!m_currentStation)
         return;
     FavoriteStations &favorites = m_app.favorites();
-    if (favorites.isFavorite(m_currentStation->id)) {
-        favorites.remove(m_currentStation->id);
-        showToast(tx("fav.removed"));
-    } else {
-        favorites.add(*m_currentStation);
-        showToast(tx("fav.added"));
+    const bool removing = favorites.isFavorite(m_currentStation->id);
+    const StateResult written = removing ? favorites.remove(m_currentStation->id) : favorites.add(*m_currentStation);
+    if (!written) {
+        // Not a word of success: the list stays as it was, and the bar says why.
+        m_app.reportProblem(written.error);
+        return;
     }
+    showToast(tx(removing ? "fav.removed" : "fav.added"));
+}
+
+void MainWindow::showSaveProblem(const QString &stationId, const QString &message)
+{
+    QString station = m_recordings->stationName(stationId);
+    if (station.isEmpty() && m_app.recorder().lastStation() && m_app.recorder().lastStation()->id == stationId)
+        station = m_app.recorder().lastStation()->name;
+    m_messages->add(station.isEmpty() ? message : station + QStringLiteral(": ") + message);
 }
 
 QString MainWindow::toastText() const
@@ -222,6 +248,9 @@ void MainWindow::updateRecordingsBadge()
     QString label = tx("rec.sidebar");
     if (running > 0)
         label += QStringLiteral("  ● %1").arg(running);
+    // A recording that gave up is to be seen from every page until it is dismissed.
+    if (const int ended = m_recordings->endedCount(); ended > 0)
+        label += QStringLiteral("  ⚠ %1").arg(ended);
     m_sidebar->item(RecordingsPage)->setText(label);
 }
 

@@ -12,6 +12,7 @@ class Application;
 class FavoritesView;
 class GlobeView;
 class LibraryView;
+class MessageBar;
 class QLabel;
 class QListWidget;
 class QStackedWidget;
@@ -40,6 +41,8 @@ struct MainWindowOptions {
 // The main window: a sidebar of pages (radio, favourites, recents, recordings, schedule,
 // library, settings) and, while ffmpeg or yt-dlp is missing, the tools screen in front of them.
 // Ctrl+D adds or removes the current station as a favourite and shows a short notice.
+// Above the pages, a message bar keeps what went wrong in the background (a state file
+// not written, a song not saved) until the user dismisses it.
 // Until there is a player, the current station is the one last selected in a station
 // list.
 //
@@ -86,6 +89,8 @@ public:
     LibraryView *libraryView() const { return m_library; }
     SettingsView *settingsView() const { return m_settings; }
     ToolsGateView *toolsGate() const { return m_gate; }
+    // What went wrong in the background (storage problems, failed saves) until dismissed.
+    MessageBar *messageBar() const { return m_messages; }
     [[nodiscard]] bool showsToolsGate() const;
 
     // Started at login (--hidden): no window; the tray, or the background while anything
@@ -115,6 +120,7 @@ private:
     void showToast(const QString &text);
     void placeToast();
     void updateRecordingsBadge();
+    void showSaveProblem(const QString &stationId, const QString &message);
     CloseAnswer askWithDialog(ClosePolicy::Action question);
     void goToTray();
     void goToBackground();
@@ -138,6 +144,7 @@ private:
     ScheduleView *m_schedule = nullptr;
     LibraryView *m_library = nullptr;
     SettingsView *m_settings = nullptr;
+    MessageBar *m_messages = nullptr;
     QLabel *m_toast = nullptr;
     QTimer *m_toastTimer = nullptr;
     RecorderTray *m_tray = nullptr;

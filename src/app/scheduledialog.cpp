@@ -56,6 +56,8 @@ ScheduleDialog::ScheduleDialog(SniperScheduler &scheduler, Station station, cons
     layout->addWidget(m_window);
     layout->addWidget(UiKit::makeHint(tx("schedule.endHint"), this));
     m_problem = new QLabel(tx("schedule.windowPassed"), this);
+    m_problem->setObjectName(QStringLiteral("scheduleProblem"));
+    m_problem->setWordWrap(true);
     m_problem->setStyleSheet(QStringLiteral("color: #c62828;"));
     layout->addWidget(m_problem);
 
@@ -111,6 +113,7 @@ void ScheduleDialog::refresh()
     window.start = start();
     window.end = end();
     m_window->setText(ScheduleFormat::rangeLabel(window));
+    m_problem->setText(tx("schedule.windowPassed"));
     // A repeating plan's next window would follow, but a first window already over is
     // more likely a slip of the date than a wish.
     const bool passed = window.end <= m_now;
@@ -122,7 +125,14 @@ void ScheduleDialog::accept()
 {
     if (end() <= m_now)
         return;
-    m_added = ScheduledRecording::make(m_station, start(), end(), mode(), repeatRule());
-    m_scheduler.add(*m_added);
+    const ScheduledRecording plan = ScheduledRecording::make(m_station, start(), end(), mode(), repeatRule());
+    const StateResult written = m_scheduler.add(plan);
+    if (!written) {
+        // Stays open with the reason: closing would read as "planned".
+        m_problem->setText(written.error);
+        m_problem->show();
+        return;
+    }
+    m_added = plan;
     QDialog::accept();
 }

@@ -19,7 +19,8 @@ class SniperScheduler;
 // the songs are cut or the show is kept whole, and whether it repeats. It opens with the
 // window starting an hour from `now`, on the minute, and lasting an hour. An end that is
 // not later in the day than the start is on the following day, so 23:00 to 01:00 is a
-// two-hour night show. Accepting adds the plan to the scheduler.
+// two-hour night show. Accepting adds the plan to the scheduler; when that cannot be
+// written the dialog stays open and says why.
 //
 // `now` is taken once, when the dialog opens; a window that has ended by then cannot be
 // planned. Lives on the GUI thread.

@@ -53,13 +53,22 @@ ScheduleView::ScheduleView(Application &app, QWidget *parent)
         menu.addAction(tx("schedule.remove"), this, [this, id] { remove(id); });
         menu.exec(m_table->viewport()->mapToGlobal(pos));
     });
+    m_otherRunner = UiKit::makeHint(tx("schedule.otherRunner"), this);
+    m_otherRunner->setObjectName(QStringLiteral("otherRunner"));
+    page.layout->insertWidget(1, m_otherRunner);
+    m_otherRunner->setVisible(!app.scheduler().runsPlans());
+    connect(&app.scheduler(), &SniperScheduler::runsPlansChanged, m_otherRunner,
+            [this](bool runsPlans) { m_otherRunner->setVisible(!runsPlans); });
     connect(&app.scheduler(), &SniperScheduler::itemsChanged, this, &ScheduleView::rebuild);
     rebuild();
 }
 
 void ScheduleView::remove(const QUuid &planId)
 {
-    m_app.scheduler().remove(planId);
+    // The plan stays listed when the file could not be written.
+    const StateResult written = m_app.scheduler().remove(planId);
+    if (!written)
+        m_app.reportProblem(written.error);
 }
 
 bool ScheduleView::showsEmptyState() const

@@ -308,19 +308,24 @@ void SettingsView::saveEngineForm()
     settings.lossless = m_quality->currentIndex() == 1;
     const QString stationId = scope();
     // The store announces the change, which reloads the form with the clamped record.
-    if (stationId.isEmpty())
-        m_app.engineSettings().setGlobal(settings);
-    else
-        m_app.engineSettings().setStation(stationId, settings);
+    showWritten(stationId.isEmpty() ? m_app.engineSettings().setGlobal(settings)
+                                    : m_app.engineSettings().setStation(stationId, settings));
+}
+
+void SettingsView::showWritten(const StateResult &written)
+{
+    if (written)
+        return;
+    // The form must not show values that were not stored: back to what is in force.
+    loadEngineForm();
+    m_app.reportProblem(written.error);
 }
 
 void SettingsView::resetEngineScope()
 {
     const QString stationId = scope();
-    if (stationId.isEmpty())
-        m_app.engineSettings().setGlobal(RadioEngineSettings::standard());
-    else
-        m_app.engineSettings().resetStation(stationId);
+    showWritten(stationId.isEmpty() ? m_app.engineSettings().setGlobal(RadioEngineSettings::standard())
+                                    : m_app.engineSettings().resetStation(stationId));
 }
 
 void SettingsView::savePatterns()
@@ -330,10 +335,17 @@ void SettingsView::savePatterns()
         {kNamePatternKey, m_namePattern}, {kFolderPatternKey, m_folderPattern}, {kRadioDirKey, m_radioFolder}};
     for (const auto &[key, field] : fields) {
         const QString value = field->text().trimmed();
-        if (value.isEmpty())
-            Preferences::remove(key);
-        else if (Preferences::string(key) != value)
-            Preferences::setValue(key, value);
+        StateResult written;
+        if (value.isEmpty()) {
+            if (Preferences::contains(key))
+                written = Preferences::erase(key);
+        } else if (Preferences::string(key) != value) {
+            written = Preferences::store(key, value);
+        }
+        if (!written) {
+            m_app.reportProblem(written.error);
+            break;
+        }
     }
     updatePreview();
 }

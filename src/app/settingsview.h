@@ -5,6 +5,7 @@
 
 #include <functional>
 
+struct StateResult;
 class Application;
 class QCheckBox;
 class QComboBox;
@@ -60,6 +61,8 @@ private:
     void fillScopes();
     void loadEngineForm();
     void saveEngineForm();
+    // A failed write: the form back to the settings in force, and why.
+    void showWritten(const StateResult &written);
     void resetEngineScope();
     void savePatterns();
     void updatePreview();

@@ -81,10 +81,10 @@ void StationActionBar::toggleRecording(Application &app, const Station &station)
 
 void StationActionBar::toggleFavorite(Application &app, const Station &station)
 {
-    if (app.favorites().isFavorite(station.id))
-        app.favorites().remove(station.id);
-    else
-        app.favorites().add(station);
+    const StateResult written =
+        app.favorites().isFavorite(station.id) ? app.favorites().remove(station.id) : app.favorites().add(station);
+    if (!written)
+        app.reportProblem(written.error);
 }
 
 void StationActionBar::openScheduleDialog(Application &app, const Station &station, QWidget *parent)

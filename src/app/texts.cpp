@@ -134,6 +134,24 @@ constexpr Entry kEntries[] = {
     {"rec.emptyTitle", "Nothing is being recorded", "Es läuft keine Aufnahme"},
     {"rec.emptyHint", "Start a recording from the radio search, your favourites or the recent stations.",
      "Starte eine Aufnahme aus der Radiosuche, deinen Favoriten oder den zuletzt gehörten Sendern."},
+    {"rec.time", "Time", "Dauer"},
+    {"rec.received", "Received", "Empfangen"},
+    {"rec.connecting", "Connecting…", "Verbinde…"},
+    {"rec.connectingAttempt", "Connecting… (attempt %1 of %2)", "Verbinde… (Versuch %1 von %2)"},
+    {"rec.reconnecting", "Reconnecting in %1 s (attempt %2 of %3)", "Neuer Versuch in %1 s (Versuch %2 von %3)"},
+    {"rec.gaveUp", "Gave up: %1", "Aufgegeben: %1"},
+    {"rec.stopped", "Stopped", "Gestoppt"},
+    {"rec.dismiss", "Dismiss", "Ausblenden"},
+    {"rec.savedFailed", "%1 · %2 failed", "%1 · %2 fehlgeschlagen"},
+    {"rec.songSaved", "Saved: %1", "Gespeichert: %1"},
+    {"rec.songSkipped", "Skipped: %1 (%2)", "Übersprungen: %1 (%2)"},
+    {"rec.songFailed", "Not saved: %1", "Nicht gespeichert: %1"},
+    {"rec.songNotice", "Note: %1", "Hinweis: %1"},
+    {"rec.notifyGaveUp", "Recording gave up", "Aufnahme abgebrochen"},
+    {"engine.streamInterrupted", "Stream interrupted", "Stream unterbrochen"},
+    {"engine.invalidUrl", "Invalid stream URL", "Ungültige Stream-URL"},
+    {"msg.dismiss", "Dismiss", "Ausblenden"},
+    {"msg.earlierFormat", "…and %1 earlier messages", "…und %1 frühere Meldungen"},
 
     // Schedule
     {"schedule.sidebar", "Schedule", "Zeitplan"},
@@ -166,6 +184,11 @@ constexpr Entry kEntries[] = {
     {"schedule.windowPassed", "This time has already passed.", "Dieser Zeitraum ist schon vorbei."},
     {"schedule.notifyStarted", "Scheduled recording started", "Geplante Aufnahme gestartet"},
     {"schedule.notifyEnded", "Scheduled recording finished", "Geplante Aufnahme beendet"},
+    {"schedule.otherRunner",
+     "Another Orvida on this computer (a second window or “orvida-cli run”) runs these plans; this window "
+     "does not start them.",
+     "Ein anderes Orvida auf diesem Rechner (ein zweites Fenster oder „orvida-cli run“) führt diese Pläne aus; "
+     "dieses Fenster startet sie nicht."},
 
     // Library
     {"lib.title", "Library", "Mediathek"},
@@ -337,6 +360,16 @@ bool has(const char *key, Language lang)
 QList<QByteArray> keys()
 {
     return table().keys();
+}
+
+QString engineMessage(const QString &message)
+{
+    // The engine's own literals, kept as they are in the model and on the command line.
+    if (message == QStringLiteral("Stream unterbrochen"))
+        return text("engine.streamInterrupted");
+    if (message == QStringLiteral("Ungültige Stream-URL"))
+        return text("engine.invalidUrl");
+    return message;
 }
 
 } // namespace Texts

@@ -6,8 +6,8 @@
 
 // The interface texts of the window in German and English, looked up by their designed
 // keys ("fav.added", "engineLeadInHint", ...). The language follows the system locale,
-// English otherwise. Error texts that the engine produces as German literals are shown
-// as they come and never pass through here.
+// English otherwise. Error texts that the engine produces as German literals stay so in
+// the engine and on the command line; the window shows them through engineMessage().
 //
 // Read from the GUI thread; the language is chosen once at start (tests may switch it).
 namespace Texts {
@@ -25,6 +25,11 @@ void setLanguage(Language language);
 [[nodiscard]] bool has(const char *key, Language language);
 // Every key there is a text for.
 [[nodiscard]] QList<QByteArray> keys();
+
+// An engine error text in the interface language: the German literals the engine
+// designs ("Stream unterbrochen", "Ungültige Stream-URL") are translated, any other text
+// (the engine's own explanations) is returned as it is.
+[[nodiscard]] QString engineMessage(const QString &message);
 
 } // namespace Texts
 

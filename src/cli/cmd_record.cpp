@@ -1,6 +1,6 @@
 #include "cli/cli.h"
 #include "cli/recordercli.h"
-#include "cli/signalwatcher.h"
+#include "platform/signalwatcher.h"
 
 #include "engine/radiorecorder.h"
 #include "library/librarystore.h"

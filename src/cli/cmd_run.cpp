@@ -1,6 +1,6 @@
 #include "cli/cli.h"
 #include "cli/recordercli.h"
-#include "cli/signalwatcher.h"
+#include "platform/signalwatcher.h"
 
 #include "engine/recorderservices.h"
 #include "engine/sniperscheduler.h"

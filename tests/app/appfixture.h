@@ -55,6 +55,13 @@ protected:
         app->shutDown();
     }
 
+    // From here on no state file can be written: a file stands where the data folder was.
+    void blockDataFolder() const
+    {
+        ASSERT_TRUE(QDir().rename(home.file(QStringLiteral("data/Orvida")), home.file(QStringLiteral("data/moved"))));
+        writeFile(home.file(QStringLiteral("data/Orvida")), "not a folder");
+    }
+
     TestHome home;
     FixtureServer server;
     std::unique_ptr<Application> app;

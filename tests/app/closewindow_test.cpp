@@ -3,6 +3,7 @@
 #include "app/mainwindow.h"
 #include "app/recordertray.h"
 #include "app/settingsview.h"
+#include "engine/enginesettingsstore.h"
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
 #include "platform/preferences.h"
@@ -13,7 +14,9 @@
 #include <QAction>
 #include <QApplication>
 #include <QCheckBox>
+#include <QDirIterator>
 #include <QFile>
+#include <QProcess>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
@@ -152,8 +155,8 @@ TEST_F(CloseWindowTest, WithoutATrayQuittingFromTheQuestionEndsAtOnce)
     MainWindow &w = openWindow(false);
     QSignalSpy quit(&w, &MainWindow::quitRequested);
     const QDateTime start = QDateTime::currentDateTimeUtc().addSecs(3600);
-    app->scheduler().add(ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
-        start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt));
+    ASSERT_TRUE(app->scheduler().add(ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
+        start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt)));
     answers = { Answer::Quit };
     EXPECT_TRUE(w.close());
     EXPECT_EQ(questions, QList<Action> { Action::AskBackground });
@@ -247,7 +250,7 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     const ScheduledRecording plan
         = ScheduledRecording::make(makeStation(QStringLiteral("jazz"), QStringLiteral("Jazz")), start,
             start.addSecs(600), ScheduledRecording::Mode::SplitTracks, std::nullopt);
-    app->scheduler().add(plan);
+    ASSERT_TRUE(app->scheduler().add(plan));
     window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
     QSignalSpy quit(window.get(), &MainWindow::quitRequested);
     window->startHidden();
@@ -255,11 +258,11 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     EXPECT_TRUE(window->runsInBackground());
     EXPECT_FALSE(window->isVisible());
     EXPECT_EQ(quit.count(), 0);
-    app->scheduler().remove(plan);
+    ASSERT_TRUE(app->scheduler().remove(plan));
     EXPECT_EQ(quit.count(), 1);
 
     // The panel with the tray may come up after us at login: then the tray takes over.
-    app->scheduler().add(plan);
+    ASSERT_TRUE(app->scheduler().add(plan));
     bool trayUp = false;
     window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [&] { return trayUp; }, 20, 50 });
     window->startHidden();
@@ -270,7 +273,7 @@ TEST_F(CloseWindowTest, StartedHiddenItWaitsInTheTrayOrInTheBackgroundWhilePlans
     EXPECT_FALSE(window->isVisible());
 
     // Started hidden without a tray and without plans, there is nothing to wait for.
-    app->scheduler().remove(plan);
+    ASSERT_TRUE(app->scheduler().remove(plan));
     window = std::make_unique<MainWindow>(*app, MainWindowOptions { 1800, false, [] { return false; } });
     QSignalSpy quitAtOnce(window.get(), &MainWindow::quitRequested);
     window->startHidden();
@@ -298,6 +301,59 @@ TEST_F(CloseWindowTest, StartAtLoginWritesAndRemovesTheEntryAndShowsWhenItCannot
     EXPECT_FALSE(view.startAtLoginBox()->isChecked());
     EXPECT_FALSE(view.startAtLoginError()->isHidden());
     EXPECT_TRUE(view.startAtLoginError()->text().contains(entry));
+}
+
+// A logout or a `kill` once ended the window at once, and the song in progress with it.
+TEST(WindowProcessTest, SigtermQuitsTheRunningProgramAndSavesTheSongInProgress)
+{
+    TestHome home; // the program started below inherits these folders
+    FixtureServer server;
+    // More than the segment's write buffer after the title, so the song shows on disk.
+    QByteArray body = IcyStream::audioBlock(0) + IcyStream::metaBlock("StreamTitle='Artist - One';");
+    for (int n = 1; n <= 40; ++n)
+        body += IcyStream::audioBlock(n) + IcyStream::metaBlock({});
+    server.route("/live", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}, {"Content-Type", "audio/mpeg"}})
+                              .send(body)
+                              .hang());
+    ASSERT_TRUE(Preferences::store(QStringLiteral("ov.radioSaveDir"), home.file(QStringLiteral("Radio"))));
+    RadioEngineSettings settings;
+    settings.lossless = true; // no ffmpeg needed
+    settings.minDurationSec = 0;
+    ASSERT_TRUE(EngineSettingsStore().setGlobal(settings));
+    // A plan whose window is open: the program records as soon as it starts.
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    writeFile(home.file(QStringLiteral("data/Orvida/sniper_schedule.json")),
+              Schedule::encode({ScheduledRecording::make(
+                  Station::custom(QString::fromLatin1(server.url("/live")), QStringLiteral("Fixture FM")),
+                  now.addSecs(-60), now.addSecs(3600), ScheduledRecording::Mode::SplitTracks, std::nullopt)}));
+
+    QProcess program;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    program.setProcessEnvironment(env);
+    program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    program.start(QStringLiteral(ORVIDA_WINDOW_PATH), QStringList());
+    ASSERT_TRUE(program.waitForStarted());
+    const auto segmentWritten = [&] {
+        QDirIterator it(home.file(QStringLiteral("Radio/tmp")), QDir::Files | QDir::Hidden);
+        while (it.hasNext()) {
+            if (it.next(), it.fileInfo().size() > 0)
+                return true;
+        }
+        return false;
+    };
+    ASSERT_TRUE(waitUntil(segmentWritten, 15000));
+
+    program.terminate();
+    ASSERT_TRUE(waitUntil([&] { return program.state() == QProcess::NotRunning; }, 20000));
+    EXPECT_EQ(program.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(program.exitCode(), 0);
+    QStringList saved;
+    QDirIterator it(home.file(QStringLiteral("Radio")), {QStringLiteral("*.mp3")}, QDir::Files,
+                    QDirIterator::Subdirectories);
+    while (it.hasNext())
+        saved << it.next().section(QLatin1Char('/'), -1);
+    EXPECT_EQ(saved, QStringList({"Artist - One.mp3"}));
 }
 
 } // namespace

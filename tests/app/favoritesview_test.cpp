@@ -16,8 +16,8 @@ protected:
     void addFavorites(int count)
     {
         for (int i = 0; i < count; ++i)
-            app->favorites().add(makeStation(QStringLiteral("f%1").arg(i), QStringLiteral("Station %1").arg(i),
-                                             i % 2 ? QStringLiteral("France") : QStringLiteral("Germany")));
+            ASSERT_TRUE(app->favorites().add(makeStation(QStringLiteral("f%1").arg(i), QStringLiteral("Station %1").arg(i),
+                                             i % 2 ? QStringLiteral("France") : QStringLiteral("Germany"))));
     }
 
     // The order as a fresh load of the file sees it.

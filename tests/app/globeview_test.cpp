@@ -304,7 +304,7 @@ TEST_F(GlobeViewTest, RendersToAPicture)
     serve(catalogue);
     auto view = showView();
     ASSERT_TRUE(waitUntil([&] { return view->canvas()->stations().size() == catalogue.size(); }));
-    app->favorites().add(*Station::json(catalogue[1]));
+    ASSERT_TRUE(app->favorites().add(*Station::json(catalogue[1])));
     view->canvas()->select("berlin");
     QTest::qWait(50);
 

@@ -1,4 +1,5 @@
 #include "app/mainwindow.h"
+#include "app/messagebar.h"
 #include "app/radioview.h"
 #include "app/stationactionbar.h"
 #include "app/favoritesview.h"
@@ -182,6 +183,28 @@ TEST_F(RadioViewTest, CtrlDTogglesTheSelectedStationWithANoticeThatExpires)
     window.showPage(MainWindow::RadioPage);
     window.toggleCurrentFavorite();
     EXPECT_TRUE(app->favorites().isFavorite(QStringLiteral("custom:http://127.0.0.1:9/a")));
+}
+
+// Once a favourite that was never written was announced as added.
+TEST_F(RadioViewTest, StorageProblemsShowInTheMessageBarAndAFailedWriteClaimsNoSuccess)
+{
+    const QString file = home.file(QStringLiteral("data/Orvida/favorites.json"));
+    app.reset();
+    writeFile(file, "[{\"id\": ");
+    app = std::make_unique<Application>(testOptions(home, server));
+    MainWindow window(*app, MainWindowOptions{1800, false});
+    ASSERT_EQ(window.messageBar()->messages().size(), 1); // said at start, though said before the window
+    EXPECT_TRUE(window.messageBar()->messages()[0].contains(QStringLiteral("favorites"))) <<
+        window.messageBar()->messages()[0].toStdString();
+
+    blockDataFolder();
+    window.radioView()->showCustomStation(QStringLiteral("http://127.0.0.1:9/a"), QStringLiteral("A"));
+    window.toggleCurrentFavorite();
+    EXPECT_TRUE(app->favorites().list().isEmpty());
+    EXPECT_TRUE(window.toastText().isEmpty());
+    ASSERT_EQ(window.messageBar()->messages().size(), 2);
+    window.messageBar()->dismissButton()->click();
+    EXPECT_TRUE(window.messageBar()->isHidden());
 }
 
 } // namespace

@@ -162,8 +162,8 @@ TEST_F(ScheduleTest, APlanFromTheDialogIsListedWithItsWindowAndStoredUntilRemove
 TEST_F(ScheduleTest, FavouritesWithPlansWearTheScheduledMarkUntilTheLastPlanGoes)
 {
     const Station rock = makeStation(QStringLiteral("rock"), QStringLiteral("Rock Antenne"));
-    app->favorites().add(jazz);
-    app->favorites().add(rock);
+    ASSERT_TRUE(app->favorites().add(jazz));
+    ASSERT_TRUE(app->favorites().add(rock));
     FavoritesView favorites(*app);
     const StationTableModel *model = favorites.model();
     const auto name = [&](int row) { return model->index(row, StationTableModel::NameColumn); };
@@ -173,16 +173,16 @@ TEST_F(ScheduleTest, FavouritesWithPlansWearTheScheduledMarkUntilTheLastPlanGoes
         = ScheduledRecording::make(jazz, local(20, 8, 0), local(20, 9, 0), Mode::SplitTracks, std::nullopt);
     const ScheduledRecording second
         = ScheduledRecording::make(jazz, local(21, 8, 0), local(21, 9, 0), Mode::SplitTracks, Rule::Weekly);
-    app->scheduler().add(first);
-    app->scheduler().add(second);
+    ASSERT_TRUE(app->scheduler().add(first));
+    ASSERT_TRUE(app->scheduler().add(second));
     EXPECT_EQ(name(0).data().toString(), QStringLiteral("Jazz Lounge  Scheduled"));
     EXPECT_FALSE(name(0).data(Qt::DecorationRole).value<QIcon>().isNull());
     EXPECT_EQ(name(1).data().toString(), QStringLiteral("Rock Antenne"));
     EXPECT_FALSE(name(1).data(Qt::DecorationRole).isValid());
 
-    app->scheduler().remove(first);
+    ASSERT_TRUE(app->scheduler().remove(first));
     EXPECT_TRUE(name(0).data().toString().contains(QStringLiteral("Scheduled"))); // one plan left
-    app->scheduler().remove(second);
+    ASSERT_TRUE(app->scheduler().remove(second));
     EXPECT_EQ(name(0).data().toString(), QStringLiteral("Jazz Lounge"));
     EXPECT_FALSE(name(0).data(Qt::DecorationRole).isValid());
 }
@@ -190,7 +190,7 @@ TEST_F(ScheduleTest, FavouritesWithPlansWearTheScheduledMarkUntilTheLastPlanGoes
 // The action every station list offers opens the dialog for the selected station.
 TEST_F(ScheduleTest, TheStationListsScheduleButtonPlansTheSelectedStation)
 {
-    app->favorites().add(jazz);
+    ASSERT_TRUE(app->favorites().add(jazz));
     FavoritesView favorites(*app);
     favorites.table()->selectRow(0);
     QPushButton *schedule = favorites.findChild<StationActionBar *>()->scheduleButton();
@@ -238,6 +238,32 @@ TEST_F(ScheduleTest, TheStationListsScheduleButtonPlansTheSelectedStation)
     EXPECT_EQ(app->scheduler().items(rock.id).size(), 1);
 }
 
+// One scheduler per data folder: a second Orvida on it says that the first runs the plans,
+// until the first is gone. A plan the file does not take leaves the dialog open with why.
+TEST_F(ScheduleTest, ASecondOrvidaSaysWhoRunsThePlansAndAFailedAddKeepsTheDialogOpen)
+{
+    ApplicationOptions options = testOptions(home, server);
+    options.scheduleTickInterval = std::chrono::milliseconds(50);
+    Application second(options);
+    ScheduleView secondView(second);
+    ScheduleView firstView(*app);
+    EXPECT_TRUE(firstView.otherRunnerNote()->isHidden());
+    EXPECT_FALSE(secondView.otherRunnerNote()->isHidden());
+    app->shutDown();
+    EXPECT_TRUE(waitUntil([&] { return secondView.otherRunnerNote()->isHidden(); }, 5000));
+
+    blockDataFolder();
+    ScheduleDialog dialog(second.scheduler(), jazz, QDateTime::currentDateTimeUtc());
+    dialog.addButton()->click();
+    EXPECT_NE(dialog.result(), QDialog::Accepted);
+    EXPECT_FALSE(dialog.addedPlan());
+    EXPECT_TRUE(second.scheduler().items().isEmpty());
+    const auto *problem = dialog.findChild<QLabel *>(QStringLiteral("scheduleProblem"));
+    ASSERT_TRUE(problem);
+    EXPECT_TRUE(problem->text().contains(QStringLiteral("sniper_schedule.json"))) << problem->text().toStdString();
+    second.shutDown();
+}
+
 // The window's services against a private session bus with a notification daemon on it.
 class ScheduleNotificationTest : public PrivateBusTest {
 protected:
@@ -277,7 +303,7 @@ TEST_F(ScheduleNotificationTest, AScheduledRecordingIsAnnouncedWhenItStartsAndWh
     const Station live = Station::custom(QString::fromLatin1(server.url("/live")), QStringLiteral("Fixture FM"));
     const ScheduledRecording plan
         = ScheduledRecording::make(live, now.addSecs(60), now.addSecs(600), Mode::SplitTracks, std::nullopt);
-    app->scheduler().add(plan);
+    ASSERT_TRUE(app->scheduler().add(plan));
     app->scheduler().tick();
     EXPECT_FALSE(app->recorder().isRecordingStation(live)); // not yet: nothing to announce
 
@@ -294,6 +320,17 @@ TEST_F(ScheduleNotificationTest, AScheduledRecordingIsAnnouncedWhenItStartsAndWh
     EXPECT_FALSE(app->recorder().isRecordingStation(live));
     ASSERT_TRUE(waitUntil([&] { return bus().notifyCalls().size() == 2; }));
     EXPECT_EQ(bus().notifyCalls()[1].args.value(3).toString(), QStringLiteral("Scheduled recording finished"));
+}
+
+
+TEST_F(ScheduleNotificationTest, ARecordingThatGivesUpIsAnnounced)
+{
+    server.route("/dead", FixtureServer::Script().close());
+    app->recordingContext().timings.maxReconnects = 0;
+    app->startRecording(Station::custom(QString::fromLatin1(server.url("/dead")), QStringLiteral("Dead FM")));
+    ASSERT_TRUE(waitUntil([&] { return bus().notifyCalls().size() == 1; }));
+    EXPECT_EQ(bus().notifyCalls()[0].args.value(3).toString(), QStringLiteral("Recording gave up"));
+    EXPECT_EQ(bus().notifyCalls()[0].args.value(4).toString(), QStringLiteral("Dead FM · Stream interrupted"));
 }
 
 } // namespace

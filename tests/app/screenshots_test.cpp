@@ -56,17 +56,19 @@ TEST_F(ScreenshotTest, EveryPageRenders)
     const QStringList names{"Jazz Lounge", "Rock Antenne", "Klassik Radio", "Deep House Berlin"};
     for (int i = 0; i < names.size(); ++i) {
         Station station = makeStation(QStringLiteral("s%1").arg(i), names[i], i % 2 ? "Austria" : "Germany");
-        app->favorites().add(station);
+        ASSERT_TRUE(app->favorites().add(station));
         app->recents().add(station);
     }
     // Plans days ahead, so none starts while the pictures are taken.
     const QDateTime evening(QDate::currentDate().addDays(3), QTime(20, 0));
-    app->scheduler().add(ScheduledRecording::make(makeStation("s0", names[0]), evening.toUTC(),
-                                                  evening.addSecs(7200).toUTC(), ScheduledRecording::Mode::FullShow,
-                                                  ScheduledRecording::RepeatRule::Weekly));
-    app->scheduler().add(ScheduledRecording::make(makeStation("s2", names[2]), evening.addSecs(10800).toUTC(),
-                                                  evening.addSecs(18000).toUTC(),
-                                                  ScheduledRecording::Mode::SplitTracks, std::nullopt));
+    ASSERT_TRUE(app->scheduler().add(ScheduledRecording::make(makeStation("s0", names[0]), evening.toUTC(),
+                                                              evening.addSecs(7200).toUTC(),
+                                                              ScheduledRecording::Mode::FullShow,
+                                                              ScheduledRecording::RepeatRule::Weekly)));
+    ASSERT_TRUE(app->scheduler().add(ScheduledRecording::make(makeStation("s2", names[2]),
+                                                              evening.addSecs(10800).toUTC(),
+                                                              evening.addSecs(18000).toUTC(),
+                                                              ScheduledRecording::Mode::SplitTracks, std::nullopt)));
     QList<Track> tracks;
     for (int i = 0; i < 30; ++i)
         tracks << Track(QStringLiteral("Song %1").arg(i), QStringLiteral("Artist %1").arg(i % 7),
@@ -107,7 +109,7 @@ TEST_F(ScreenshotTest, EveryPageRenders)
     app->recorder().stop();
     const QList<Station> favorites = app->favorites().list(); // remove() changes the list
     for (const Station &station : favorites)
-        app->favorites().remove(station.id);
+        ASSERT_TRUE(app->favorites().remove(station.id));
     window.showPage(MainWindow::FavoritesPage);
     EXPECT_TRUE(window.favoritesView()->showsEmptyState());
     QTest::qWait(50);

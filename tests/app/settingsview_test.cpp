@@ -12,6 +12,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTreeWidget>
 
@@ -50,12 +51,29 @@ TEST_F(SettingsViewTest, GlobalFormWritesWhatTheRecordingSideReads)
     EXPECT_EQ(view.minDurationBox()->value(), 45);
 }
 
+// A setting the file did not take must not stay on screen as if it had.
+TEST_F(SettingsViewTest, AFailedWritePutsTheFormBackAndSaysWhy)
+{
+    SettingsView view(*app);
+    QSignalSpy problems(app.get(), &Application::problem);
+    // A file where the preferences' folder belongs: nothing can be written there.
+    ASSERT_TRUE(QDir().mkpath(home.file(QStringLiteral("config/Orvida"))));
+    ASSERT_TRUE(QDir().rename(home.file(QStringLiteral("config/Orvida")), home.file(QStringLiteral("config/moved"))));
+    writeFile(home.file(QStringLiteral("config/Orvida")), "not a folder");
+    view.leadInBox()->setValue(7);
+    EXPECT_EQ(view.leadInBox()->value(), 0);
+    EXPECT_EQ(app->engineSettings().global().leadInSec, 0);
+    ASSERT_FALSE(problems.isEmpty());
+    EXPECT_TRUE(problems.last().first().toString().contains(QStringLiteral("Orvida.conf")))
+        << problems.last().first().toString().toStdString();
+}
+
 TEST_F(SettingsViewTest, StationScopeEditsOnlyThatStationsOverride)
 {
-    app->favorites().add(makeStation(QStringLiteral("st-1"), QStringLiteral("Jazz One")));
+    ASSERT_TRUE(app->favorites().add(makeStation(QStringLiteral("st-1"), QStringLiteral("Jazz One"))));
     RadioEngineSettings global;
     global.leadInSec = 4;
-    app->engineSettings().setGlobal(global);
+    ASSERT_TRUE(app->engineSettings().setGlobal(global));
 
     SettingsView view(*app);
     ASSERT_GE(view.scopeBox()->findData(QStringLiteral("st-1")), 0);

@@ -1,3 +1,4 @@
+#include "app/recordingformat.h"
 #include "app/texts.h"
 
 #include <gtest/gtest.h>
@@ -55,7 +56,9 @@ TEST_F(TextsTest, FormatTextsKeepTheirPlaceholderInBothLanguages)
 {
     for (const char *key : {"fav.noMatchesFormat", "fav.countFormat", "engineStationTitle", "rec.countFormat",
                             "lib.countFormat", "lib.deleteOneFormat", "lib.deleteManyFormat", "radio.resultsFormat",
-                            "radio.noResultsFormat", "station.kbps", "settings.startAtLoginFailedFormat"}) {
+                            "radio.noResultsFormat", "station.kbps", "settings.startAtLoginFailedFormat", "rec.gaveUp",
+                            "rec.connectingAttempt", "rec.reconnecting", "rec.savedFailed", "rec.songSaved",
+                            "rec.songSkipped", "rec.songFailed", "rec.songNotice", "msg.earlierFormat"}) {
         for (Texts::Language language : {Texts::Language::English, Texts::Language::German}) {
             Texts::setLanguage(language);
             EXPECT_TRUE(tx(key).contains(QStringLiteral("%1"))) << key;
@@ -63,6 +66,28 @@ TEST_F(TextsTest, FormatTextsKeepTheirPlaceholderInBothLanguages)
     }
     Texts::setLanguage(Texts::Language::English);
     EXPECT_TRUE(Texts::text("lib.shownFormat").contains(QStringLiteral("%2")));
+}
+
+// The engine keeps its German literals; the window says them in its own language, and the
+// engine's reason for a failed attempt comes along unchanged.
+TEST_F(TextsTest, RecordingStatesReadInTheInterfaceLanguage)
+{
+    SessionStatus status;
+    status.state = SessionStatus::State::Reconnecting;
+    status.attempt = 2;
+    status.reason = QStringLiteral("HTTP 503");
+    status.reconnectAt = QDeadlineTimer(2500);
+    EXPECT_EQ(RecordingFormat::statusText(status, {}), QStringLiteral("Reconnecting in 3 s (attempt 2 of 8): HTTP 503"));
+    status.state = SessionStatus::State::GaveUp;
+    EXPECT_EQ(RecordingFormat::statusText(status, QStringLiteral("Stream unterbrochen")),
+              QStringLiteral("Gave up: Stream interrupted (HTTP 503)"));
+    status.reason = QStringLiteral("Ungültige Stream-URL");
+    EXPECT_EQ(RecordingFormat::statusText(status, status.reason), QStringLiteral("Gave up: Invalid stream URL"));
+    Texts::setLanguage(Texts::Language::German);
+    EXPECT_EQ(RecordingFormat::statusText(status, status.reason), QStringLiteral("Aufgegeben: Ungültige Stream-URL"));
+    EXPECT_EQ(Texts::engineMessage(QStringLiteral("Stream unterbrochen")), QStringLiteral("Stream unterbrochen"));
+    EXPECT_EQ(RecordingFormat::elapsedText(3723000), QStringLiteral("1:02:03"));
+    EXPECT_EQ(RecordingFormat::elapsedText(7000), QStringLiteral("0:07"));
 }
 
 } // namespace
