@@ -83,7 +83,8 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     EXPECT_EQ(titles, QStringList({ "A - One", "B - One" }));
 }
 
-TEST_F(RecorderServicesTest, WithoutALibraryItRecordsButTheSchedulerRunsNoPlans)
+// Without a library the plans still record; their songs stay unfiled.
+TEST_F(RecorderServicesTest, WithoutALibraryTheSchedulerStillRunsThePlans)
 {
     qputenv("ORVIDA_IDLE_TIMEOUT_SEC", "3");
     auto services = make(false);
@@ -91,7 +92,7 @@ TEST_F(RecorderServicesTest, WithoutALibraryItRecordsButTheSchedulerRunsNoPlans)
     // The stalled-stream override reaches the window's and the command line's recorder alike.
     EXPECT_EQ(services->context().timings.idleTimeoutSec, 3);
     SniperScheduler::Options scheduling;
-    EXPECT_FALSE(services->startScheduler(scheduling).isConfigured());
+    EXPECT_TRUE(services->startScheduler(scheduling).isConfigured());
     EXPECT_FALSE(services->library());
 }
 
@@ -100,12 +101,14 @@ TEST_F(RecorderServicesTest, LeftoversAreRecoveredOffTheCallerAndShutDownWaitsFo
     AppPaths::ensure();
     const QString segment = AppPaths::tmpDir() + QStringLiteral("/.0F8FAD5B-D9CB-469F-A165-70867728950E.mp3");
     const QByteArray audio = IcyStream::audioBlock(1).repeated(4);
-    writeFile(segment, audio);
-    QFile file(segment);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
-    file.close();
-
+    // Left by a recorder that ended an hour ago.
+    const auto leaveSegment = [&] {
+        writeFile(segment, audio);
+        QFile file(segment);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+    };
+    leaveSegment();
     auto services = make(true, true);
     QSignalSpy recovered(services.get(), &RecorderServices::segmentsRecovered);
     ASSERT_TRUE(recovered.wait(5000));
@@ -120,10 +123,7 @@ TEST_F(RecorderServicesTest, LeftoversAreRecoveredOffTheCallerAndShutDownWaitsFo
 
     services->shutDown();
     // A shutdown right after the start waits for the recovery instead of cutting it off.
-    writeFile(segment, audio);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
-    file.close();
+    leaveSegment();
     auto second = make(true, true);
     second->shutDown();
     EXPECT_FALSE(QFile::exists(segment));

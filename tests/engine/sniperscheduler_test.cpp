@@ -6,6 +6,7 @@
 
 #include "icystream.h"
 #include "recorderfixture.h"
+#include "zoneguard.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -14,36 +15,10 @@
 
 #include <gtest/gtest.h>
 
-#include <ctime>
-
 namespace {
 
 using Mode = ScheduledRecording::Mode;
 using Rule = ScheduledRecording::RepeatRule;
-
-// Sets the process's time zone for one test and puts the old one back.
-class ZoneGuard {
-public:
-    explicit ZoneGuard(const char *zone)
-        : m_had(qEnvironmentVariableIsSet("TZ"))
-        , m_old(qgetenv("TZ"))
-    {
-        qputenv("TZ", zone);
-        tzset();
-    }
-    ~ZoneGuard()
-    {
-        if (m_had)
-            qputenv("TZ", m_old);
-        else
-            qunsetenv("TZ");
-        tzset();
-    }
-
-private:
-    bool m_had;
-    QByteArray m_old;
-};
 
 // A wall-clock time in the current zone, as the UTC instant plans hold.
 QDateTime local(int y, int m, int d, int h, int min = 0)
@@ -78,39 +53,34 @@ const QByteArray kSample
       R"("stationName":"Line\nBreak\ttab\u0001","streamURL":"http://127.0.0.1:8000/m","country":"","bitrate":0,)"
       R"("codec":"","start":760100000,"end":760107200,"mode":"splitTracks"}])";
 
-QList<ScheduledRecording> samplePlans()
-{
-    ScheduledRecording a;
-    a.id = QUuid::fromString(QStringLiteral("6f1c0c5e-8d0a-4c4b-9e43-2b7d0f7a1c11"));
-    a.stationId = QStringLiteral("960e57c5-0601-11e8-ae97-52543be04c81");
-    a.stationName = QStringLiteral("Nachtclub \"Deluxe\" – Köln\\Bonn");
-    a.streamUrl = QStringLiteral("https://stream.example/live.mp3?x=1&y=/a");
-    a.country = QStringLiteral("Germany");
-    a.bitrate = 128;
-    a.codec = QStringLiteral("MP3");
-    a.favicon = QStringLiteral("https://stream.example/icon.png");
-    // 2025-01-31 08:53:20.25 UTC
-    a.start = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760000000250LL, Qt::UTC);
-    a.end = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760003600500LL, Qt::UTC);
-    a.mode = Mode::FullShow;
-    a.repeatRule = Rule::Weekly;
-
-    ScheduledRecording b;
-    b.id = QUuid::fromString(QStringLiteral("0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"));
-    b.stationId = QStringLiteral("custom:http://127.0.0.1:8000/m");
-    b.stationName = QStringLiteral("Line\nBreak\ttab") + QChar(1);
-    b.streamUrl = QStringLiteral("http://127.0.0.1:8000/m");
-    b.start = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760100000000LL, Qt::UTC);
-    b.end = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760107200000LL, Qt::UTC);
-    return { a, b };
-}
-
+// Every field read back into its own member (a swap would survive a round trip), then
+// written out again byte for byte.
 TEST(ScheduleFileFormat, MatchesAHandWrittenSampleByteForByte)
 {
-    EXPECT_EQ(Schedule::encode(samplePlans()), kSample);
     const auto decoded = Schedule::decode(kSample);
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(*decoded, samplePlans());
+    ASSERT_EQ(decoded->size(), 2);
+    const ScheduledRecording &a = decoded->at(0);
+    const ScheduledRecording &b = decoded->at(1);
+    EXPECT_EQ(a.id, QUuid::fromString(QStringLiteral("6f1c0c5e-8d0a-4c4b-9e43-2b7d0f7a1c11")));
+    EXPECT_EQ((QStringList { a.stationId, a.stationName, a.streamUrl, a.country, a.codec, a.favicon.value_or("none") }),
+        (QStringList { "960e57c5-0601-11e8-ae97-52543be04c81", "Nachtclub \"Deluxe\" – Köln\\Bonn",
+            "https://stream.example/live.mp3?x=1&y=/a", "Germany", "MP3", "https://stream.example/icon.png" }));
+    EXPECT_EQ(a.bitrate, 128);
+    EXPECT_EQ(a.start, QDateTime::fromMSecsSinceEpoch((978307200LL + 760000000) * 1000 + 250, Qt::UTC)); // 2001 + s
+    EXPECT_EQ(a.start.msecsTo(a.end), 3600250);
+    EXPECT_EQ(a.mode, Mode::FullShow);
+    EXPECT_EQ(a.repeatRule, Rule::Weekly);
+    EXPECT_EQ((QStringList { b.stationId, b.stationName, b.streamUrl, b.country, b.codec, b.favicon.value_or("none") }),
+        (QStringList { "custom:http://127.0.0.1:8000/m", QStringLiteral("Line\nBreak\ttab") + QChar(1),
+            "http://127.0.0.1:8000/m", "", "", "none" }));
+    EXPECT_EQ(b.id.toString(QUuid::WithoutBraces).toUpper(), "0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9");
+    EXPECT_EQ(b.bitrate, 0);
+    EXPECT_EQ(b.start.msecsTo(b.end), 7200000);
+    EXPECT_EQ(b.mode, Mode::SplitTracks);
+    EXPECT_EQ(b.repeatRule, std::nullopt);
+
+    EXPECT_EQ(Schedule::encode(*decoded), kSample);
     EXPECT_EQ(Schedule::encode(QList<ScheduledRecording>()), "[]");
 }
 
@@ -262,12 +232,14 @@ protected:
         live = fixtureStation(QString::fromLatin1(server.url("/live")));
     }
 
-    std::unique_ptr<SniperScheduler> makeScheduler(NullPowerAssertion &holder, int tickMs = 3600000)
+    std::unique_ptr<SniperScheduler> makeScheduler(
+        NullPowerAssertion &holder, int tickMs = 3600000, ClosedLidKeeper *keeper = nullptr)
     {
         SniperScheduler::Options options;
         options.filePath = file;
         options.clock = [this] { return now; };
         options.tickInterval = std::chrono::milliseconds(tickMs);
+        options.closedLidKeeper = keeper;
         return std::make_unique<SniperScheduler>(holder, options);
     }
 
@@ -299,15 +271,11 @@ TEST_F(SniperSchedulerTest, LoadingDropsPassedOneOffsMovesRepeatingPlansAndRewri
     EXPECT_EQ(scheduler->items()[0].start, now.addSecs(3600));
     EXPECT_EQ(scheduler->items()[1], future);
     EXPECT_EQ(fileBytes(), Schedule::encode(scheduler->items()));
-}
 
-TEST_F(SniperSchedulerTest, LoadingLeavesAFileAloneWhenNothingPassed)
-{
-    QJsonArray array = QJsonDocument::fromJson(Schedule::encode({ plan(now.addSecs(60), now.addSecs(120)) })).array();
-    const QByteArray pretty = QJsonDocument(array).toJson(QJsonDocument::Indented);
+    // Nothing passed: the file is left alone, even in a form of its own.
+    const QByteArray pretty = QJsonDocument::fromJson(fileBytes()).toJson(QJsonDocument::Indented);
     writeFile(file, pretty);
-    const auto scheduler = makeScheduler(power);
-    EXPECT_EQ(scheduler->items().size(), 1);
+    EXPECT_EQ(makeScheduler(power)->items().size(), 2);
     EXPECT_EQ(fileBytes(), pretty);
 }
 
@@ -401,8 +369,7 @@ TEST_F(SniperSchedulerTest, APlanStartsWithinATickOfItsWindowAndStopsAtItsEnd)
     const auto scheduler = makeScheduler(power, 30);
     (void)scheduler->add(livePlan(now.addSecs(60), now.addSecs(120)));
     scheduler->configure(recorder, *library);
-    waitUntil([] { return false; }, 100);
-    EXPECT_TRUE(recorder.sessions().isEmpty());
+    EXPECT_FALSE(waitUntil([&] { return !recorder.sessions().isEmpty(); }, 100)) << "started before its window";
 
     now = now.addSecs(60);
     ASSERT_TRUE(waitUntil([&] { return recorder.isRecordingStation(live); }, 2000));
@@ -425,25 +392,6 @@ TEST_F(SniperSchedulerTest, APlanStartsWithinATickOfItsWindowAndStopsAtItsEnd)
     EXPECT_EQ(titles, QStringList({ "A - One", "B - Two", "C - Three" }));
 }
 
-TEST_F(SniperSchedulerTest, AWindowsEndStopsARecordingOfItsStationStartedByHand)
-{
-    ZoneGuard zone("Europe/Berlin");
-    QSignalSpy started(&recorder, &RadioRecorder::sessionStarted);
-    recorder.start(live);
-    const auto scheduler = makeScheduler(power);
-    const ScheduledRecording daily = livePlan(now.addSecs(-60), now.addSecs(60), Rule::Daily);
-    (void)scheduler->add(daily);
-    scheduler->configure(recorder, *library);
-    EXPECT_EQ(started.count(), 1); // already recorded: not started twice
-
-    now = daily.end;
-    scheduler->tick();
-    EXPECT_FALSE(recorder.isRecordingStation(live));
-    ASSERT_EQ(scheduler->items().size(), 1);
-    EXPECT_EQ(scheduler->items()[0].start, daily.start.addDays(1));
-    EXPECT_EQ(fileBytes(), Schedule::encode(scheduler->items()));
-}
-
 TEST_F(SniperSchedulerTest, ARecordingThatGaveUpInsideItsWindowIsStartedAgain)
 {
     quint16 deadPort = 0;
@@ -464,13 +412,15 @@ TEST_F(SniperSchedulerTest, ARecordingThatGaveUpInsideItsWindowIsStartedAgain)
 
 // What the window turns into desktop notifications: one start and one end per window,
 // also when the stream broke and was started again in between, and again for the next
-// window of a repeating plan.
+// window of a repeating plan. A window's end stops its station even when the user had
+// started that recording by hand.
 TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
 {
     ZoneGuard zone("Europe/Berlin");
     const auto scheduler = makeScheduler(power);
     QSignalSpy started(scheduler.get(), &SniperScheduler::scheduledRecordingStarted);
     QSignalSpy ended(scheduler.get(), &SniperScheduler::scheduledRecordingEnded);
+    QSignalSpy sessions(&recorder, &RadioRecorder::sessionStarted);
     const ScheduledRecording daily = livePlan(now.addSecs(60), now.addSecs(120), Rule::Daily);
     (void)scheduler->add(daily);
     scheduler->configure(recorder, *library);
@@ -485,9 +435,17 @@ TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
     EXPECT_TRUE(recorder.isRecordingStation(live));
     EXPECT_EQ(started.count(), 1);
     EXPECT_EQ(ended.count(), 0);
+    recorder.stop();
+    recorder.start(live);
+    scheduler->tick();
+    EXPECT_EQ(sessions.count(), 3) << "already recorded: not started twice";
 
     now = daily.end;
     scheduler->tick();
+    EXPECT_FALSE(recorder.isRecordingStation(live));
+    ASSERT_EQ(scheduler->items().size(), 1);
+    EXPECT_EQ(scheduler->items()[0].start, daily.start.addDays(1));
+    EXPECT_EQ(fileBytes(), Schedule::encode(scheduler->items()));
     ASSERT_EQ(ended.count(), 1);
     EXPECT_EQ(ended[0][0].value<ScheduledRecording>().id, daily.id);
     EXPECT_EQ(ended[0][0].value<ScheduledRecording>().end, daily.end);
@@ -502,17 +460,6 @@ TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
     now = daily.end.addDays(1);
     scheduler->tick();
     EXPECT_EQ(ended.count(), 1);
-}
-
-TEST_F(SniperSchedulerTest, FullShowPlansRecordUnderTheirShowTitle)
-{
-    const auto scheduler = makeScheduler(power);
-    const ScheduledRecording show = livePlan(now.addSecs(-10), now.addSecs(600), std::nullopt, Mode::FullShow);
-    (void)scheduler->add(show);
-    scheduler->configure(recorder, *library);
-    const RecordingSession *session = recorder.session(live.id);
-    ASSERT_TRUE(session);
-    EXPECT_EQ(session->fullShowTitle(), show.showTitle());
 }
 
 TEST_F(SniperSchedulerTest, ThePowerAssertionIsHeldWhilePlansOrRecordingsExist)
@@ -548,21 +495,16 @@ TEST_F(SniperSchedulerTest, TheClosedLidKeeperHearsOfTheNextPlanAndOfRecordings)
     DBusLink noBus(std::nullopt, QStringLiteral("system"));
     ClosedLidKeeper keeper(noBus, nullptr, [this] { return now; });
     keeper.setEnabled(true);
-    SniperScheduler::Options options;
-    options.filePath = file;
-    options.clock = [this] { return now; };
-    options.closedLidKeeper = &keeper;
-    SniperScheduler scheduler(power, options);
-    scheduler.configure(recorder, *library);
+    const auto scheduler = makeScheduler(power, 3600000, &keeper);
+    scheduler->configure(recorder, *library);
     EXPECT_FALSE(keeper.isKeeping());
 
-    const ScheduledRecording later = livePlan(now.addSecs(3 * 3600), now.addSecs(4 * 3600));
-    (void)scheduler.add(later);
+    (void)scheduler->add(livePlan(now.addSecs(3 * 3600), now.addSecs(4 * 3600)));
     EXPECT_FALSE(keeper.isKeeping()); // more than an hour away
     const ScheduledRecording soon = livePlan(now.addSecs(1800), now.addSecs(3600));
-    (void)scheduler.add(soon);
+    (void)scheduler->add(soon);
     EXPECT_TRUE(keeper.isKeeping());
-    (void)scheduler.remove(soon);
+    (void)scheduler->remove(soon);
     EXPECT_FALSE(keeper.isKeeping());
 
     recorder.start(live);
@@ -603,8 +545,7 @@ TEST_F(SniperSchedulerTest, OneSchedulerPerDataFolderRunsThePlansAndAnotherTakes
     EXPECT_FALSE(second->runsPlans());
     EXPECT_EQ(runs.count(), 1);
     EXPECT_EQ(second->items(), QList<ScheduledRecording> { open });
-    waitUntil([] { return false; }, 100);
-    EXPECT_FALSE(recorder.isRecordingStation(live));
+    EXPECT_FALSE(waitUntil([&] { return recorder.isRecordingStation(live); }, 100));
 
     otherRecorder.stop();
     first.reset();
@@ -613,13 +554,16 @@ TEST_F(SniperSchedulerTest, OneSchedulerPerDataFolderRunsThePlansAndAnotherTakes
     otherRecorder.waitForSaves();
 }
 
+// Full-show plans record under their show title.
 TEST_F(SniperSchedulerTest, WithoutALibraryPlansStillRecordAndKeepTheComputerAwake)
 {
     const auto scheduler = makeScheduler(power);
-    (void)scheduler->add(livePlan(now.addSecs(-5), now.addSecs(600)));
+    const ScheduledRecording show = livePlan(now.addSecs(-5), now.addSecs(600), std::nullopt, Mode::FullShow);
+    (void)scheduler->add(show);
     scheduler->configure(recorder, nullptr);
     EXPECT_TRUE(scheduler->isConfigured());
-    EXPECT_TRUE(recorder.isRecordingStation(live));
+    ASSERT_TRUE(recorder.isRecordingStation(live));
+    EXPECT_EQ(recorder.session(live.id)->fullShowTitle(), show.showTitle());
     EXPECT_TRUE(power.isHeld());
 }
 
