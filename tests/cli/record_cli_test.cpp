@@ -24,31 +24,6 @@ protected:
     QProcessEnvironment env;
 };
 
-TEST_F(RecordCliTest, RecordsForAWhileAndFilesEverySongIncludingTheLastOne)
-{
-    server.route("/live", IcyStream::station({ "A - One", "B - Two" }, 4, 25));
-    const QString url = QString::fromLatin1(server.url("/live"));
-    const CliRun run = runCli({ "record", url, "--name", "Fixture FM", "--for", "1" }, env);
-    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-
-    const QList<QByteArray> lines = run.out.trimmed().split('\n');
-    ASSERT_FALSE(lines.isEmpty());
-    EXPECT_EQ(lines.first(), "started\tcustom:" + url.toUtf8());
-    EXPECT_TRUE(lines.contains("title\tA - One"));
-    EXPECT_TRUE(lines.contains("stopped\tcustom:" + url.toUtf8())) << run.out.toStdString();
-    QStringList saved;
-    for (const QByteArray &l : lines) {
-        if (l.startsWith("saved\t"))
-            saved << QString::fromUtf8(l.mid(6));
-    }
-    // "B - Two" was still playing at the stop and is saved before the exit.
-    ASSERT_EQ(saved.size(), 2) << run.out.toStdString();
-    EXPECT_TRUE(saved[1].contains("B - Two")) << saved[1].toStdString();
-    EXPECT_EQ(libraryFiles(), saved);
-    for (const QString &path : saved)
-        EXPECT_TRUE(QFileInfo::exists(path)) << path.toStdString();
-}
-
 // A reader that goes away (`record ... | head -n 1`) does not end the recording; a hang-up
 // ends it like SIGTERM, with the song in progress saved.
 TEST_F(RecordCliTest, ALostReaderAndAHangUpStillSaveEverySong)

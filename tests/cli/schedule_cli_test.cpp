@@ -1,7 +1,4 @@
-#include "clichild.h"
 #include "clirunner.h"
-#include "fixtureserver.h"
-#include "icystream.h"
 #include "testenv.h"
 
 #include <QDateTime>
@@ -137,44 +134,6 @@ TEST_F(ScheduleCliTest, MisuseIsAUsageError)
     }
     EXPECT_FALSE(QFileInfo::exists(scheduleFile()));
     EXPECT_EQ(runCli({ "run", "--tick", "0" }).exitCode, 2);
-}
-
-// The headless recorder end to end: a plan three seconds ahead on a fixture station, songs
-// saved and filed, SIGTERM ends it after the last save.
-TEST_F(ScheduleCliTest, RunRecordsAPlannedWindowUntilItIsTerminated)
-{
-    FixtureServer server;
-    server.route("/live", IcyStream::station({ "A - One", "B - Two", "C - Three" }, 4, 25));
-    const QString url = QString::fromLatin1(server.url("/live"));
-    const QProcessEnvironment env = recordingSetUp(server);
-    const QDateTime start = QDateTime::currentDateTimeUtc().addSecs(3);
-    const CliRun added = schedule({ "add", url, "--name", "Fixture FM", "--start", isoWithOffset(start), "--end",
-        isoWithOffset(start.addSecs(600)) });
-    ASSERT_EQ(added.exitCode, 0) << added.err.toStdString();
-
-    CliChild run({ "run", "--tick", "0.2" }, env);
-    // Not before its window (to the second the plan holds, less a margin for the tick).
-    const qint64 beforeWindowMs = QDateTime::currentDateTimeUtc().msecsTo(start) - 1300;
-    EXPECT_FALSE(waitUntil([&] { return run.count("started\t") > 0; }, int(beforeWindowMs))) << "started before its window";
-    ASSERT_TRUE(waitUntil([&] { return run.count("saved\t") >= 2; }, 15000)) << run.joined().toStdString();
-    // "C - Three" has begun; let some of its audio arrive, or there is no song to save.
-    waitUntil([] { return false; }, 300);
-    run.process.terminate();
-    EXPECT_EQ(run.finish(15000), 0) << run.process.readAllStandardError().toStdString();
-
-    const QByteArray stationId = "custom:" + url.toUtf8();
-    for (const QByteArray &line : { "started\t" + stationId, "stopped\t" + stationId, QByteArray("title\tA - One"),
-                                    QByteArray("title\tB - Two") })
-        EXPECT_TRUE(run.lines.contains(line)) << line.toStdString() << " in " << run.joined().toStdString();
-    QStringList savedPaths;
-    for (const QByteArray &l : run.starting("saved\t"))
-        savedPaths << QString::fromUtf8(l.mid(6));
-    // The song cut short by the stop is saved before the process ends.
-    EXPECT_GE(savedPaths.size(), 3);
-    EXPECT_EQ(libraryFiles(), savedPaths);
-    EXPECT_EQ(libraryTracks([](const Track &t) { return t.station.value_or(""); }).count("Fixture FM"), savedPaths.size());
-    for (const QString &path : savedPaths)
-        EXPECT_TRUE(QFileInfo::exists(path)) << path.toStdString();
 }
 
 } // namespace

@@ -26,6 +26,17 @@ QString dataFile(const QString &name)
 
 class StateFilesCliTest : public ::testing::Test {
 protected:
+    // The paths a recording printed as saved; each must be a file.
+    static QStringList savedPaths(const CliChild &child)
+    {
+        QStringList paths;
+        for (const QByteArray &line : child.starting("saved\t")) {
+            paths << QString::fromUtf8(line.mid(6));
+            EXPECT_TRUE(QFileInfo::exists(paths.last())) << line.toStdString();
+        }
+        return paths;
+    }
+
     TestHome home;
 };
 
@@ -39,14 +50,23 @@ TEST_F(StateFilesCliTest, TwoRecordingsAtOnceOnAFreshFolderFileEverySongAndCount
 
     // Started together: both create and migrate the same new library, and both count
     // their songs into one statistics file.
+    const QByteArray stationA = "custom:" + server.url("/a");
     CliChild a({ "record", QString::fromLatin1(server.url("/a")), "--name", "Alpha", "--for", "1" }, env);
     CliChild b({ "record", QString::fromLatin1(server.url("/b")), "--name", "Beta", "--for", "1" }, env);
     ASSERT_EQ(a.finish(), 0) << a.process.readAllStandardError().toStdString();
     ASSERT_EQ(b.finish(), 0) << b.process.readAllStandardError().toStdString();
-    const qsizetype savedA = a.count("saved\t");
-    const qsizetype savedB = b.count("saved\t");
-    ASSERT_GE(savedA, 2) << a.lines.join('\n').toStdString();
-    ASSERT_GE(savedB, 2) << b.lines.join('\n').toStdString();
+    const QStringList filesA = savedPaths(a);
+    const QStringList filesB = savedPaths(b);
+    const qsizetype savedA = filesA.size();
+    const qsizetype savedB = filesB.size();
+    ASSERT_GE(savedA, 2) << a.joined().toStdString();
+    ASSERT_GE(savedB, 2) << b.joined().toStdString();
+    // What `record` prints: its start first, titles, its stop; the song on air at the stop
+    // is saved before the exit.
+    EXPECT_EQ(a.lines.first(), "started\t" + stationA);
+    EXPECT_EQ(a.starting("stopped\t"), QList<QByteArray> { "stopped\t" + stationA }) << a.joined().toStdString();
+    ASSERT_EQ(a.starting("title\t").value(0), "title\tA - One");
+    EXPECT_TRUE(filesA.last().contains(QString::fromUtf8(a.starting("title\t").last().mid(6)))) << a.joined().toStdString();
 
     const CliRun stats = runCli({ "stats", "--json" });
     ASSERT_EQ(stats.exitCode, 0);
@@ -54,7 +74,11 @@ TEST_F(StateFilesCliTest, TwoRecordingsAtOnceOnAFreshFolderFileEverySongAndCount
     EXPECT_EQ(counted.value("total").toInteger(), savedA + savedB) << stats.out.toStdString();
     EXPECT_EQ(counted.value("byStation").toObject().value("Alpha").toInteger(), savedA);
     EXPECT_EQ(counted.value("byStation").toObject().value("Beta").toInteger(), savedB);
-    EXPECT_EQ(libraryFiles().size(), savedA + savedB);
+    QStringList filed = libraryFiles();
+    QStringList saved = filesA + filesB;
+    filed.sort();
+    saved.sort();
+    EXPECT_EQ(filed, saved);
 }
 
 TEST_F(StateFilesCliTest, ProcessesStartingTogetherOnAFreshFolderWaitForTheLibraryInsteadOfRefusingIt)
@@ -148,6 +172,8 @@ TEST_F(StateFilesCliTest, EveryWriteIntoAReadOnlyOrFullFolderFailsWithOneLineNam
     EXPECT_EQ(runCli({ "engine", "show", "--station", "s" }).out.split('\n').first(), "leadInSec\t2");
 }
 
+// `run` records the open window of a plan, and only one run per data folder does: the
+// other says so once and takes over when the first ends.
 TEST_F(StateFilesCliTest, OnlyOneRunPerDataFolderRecordsThePlansAndTheOtherTakesOver)
 {
     FixtureServer server;
@@ -172,13 +198,24 @@ TEST_F(StateFilesCliTest, OnlyOneRunPerDataFolderRecordsThePlansAndTheOtherTakes
         10000));
     EXPECT_FALSE(waitUntil([&] { return second.count("started\t") > 0; }, 500)) << "each window is recorded once";
 
+    // SIGTERM ends the first after its last save: the song on air is saved too.
     first->process.terminate();
     EXPECT_EQ(first->finish(), 0);
+    const QByteArray stationId = "custom:" + url.toUtf8();
+    for (const QByteArray &line : { "started\t" + stationId, "title\tA - One" + QByteArray(), "stopped\t" + stationId })
+        EXPECT_TRUE(first->lines.contains(line)) << line.toStdString() << " in " << first->joined().toStdString();
+    const QStringList saved = savedPaths(*first);
+    ASSERT_EQ(saved.size(), 2) << first->joined().toStdString();
+    EXPECT_TRUE(saved[1].endsWith("B - Two.mp3")) << saved[1].toStdString();
+
     ASSERT_TRUE(waitUntil([&] { return second.count("started\t") == 1; }, 10000)) << "takes over";
     err += second.process.readAllStandardError();
     EXPECT_EQ(err.count("another Orvida"), 1) << "said once: " << err.toStdString();
     second.process.terminate();
     EXPECT_EQ(second.finish(), 0);
+    // Filed in the order saved, under the plan's station.
+    EXPECT_EQ(libraryFiles().mid(0, 2), saved);
+    EXPECT_EQ(libraryTracks([](const Track &t) { return t.station.value_or(""); }).value(0), "Fixture FM");
 }
 
 } // namespace
