@@ -126,7 +126,7 @@ TEST_F(SegmentFileTest, CreateEmptiesOnlyAFileNobodyHolds)
     EXPECT_FALSE(SegmentFile::create(dir.filePath("missing/folder/.seg.mp3")));
 }
 
-TEST(SegmentFile, AFullDiskIsRememberedNotThrown)
+TEST_F(SegmentFileTest, AFullDiskIsRememberedNotThrown)
 {
     if (!QFileInfo::exists("/dev/full"))
         GTEST_SKIP() << "no /dev/full";
