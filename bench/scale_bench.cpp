@@ -250,7 +250,10 @@ int main(int argc, char **argv)
     settings.leadOutSec = 0;
     settings.minDurationSec = 0;
     settings.lossless = true;
-    EngineSettingsStore().setGlobal(settings);
+    if (const StateResult written = EngineSettingsStore().setGlobal(settings); !written.ok) {
+        std::fprintf(stderr, "scale_bench: %s\n", qPrintable(written.error));
+        return 1;
+    }
 
     HttpClient http;
     RecordingStats stats;

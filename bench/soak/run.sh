@@ -127,7 +127,9 @@ server=""
 
 "$cli" library list --json > "$work/library.json"
 result=0
-python3 "$here/score.py" --log-dir "$work/log" --radio-dir "$radio" --stop-time "$stop_time" \
+# Saves keep whole MP3 frames only; the partial frame at a cut's edge (at most 1441 bytes
+# in MPEG-1 layer III) goes.
+python3 "$here/score.py" --log-dir "$work/log" --radio-dir "$radio" --stop-time "$stop_time" --frame-slack 1441 \
   --events "$work/events" --library "$work/library.json" --rss "$work/rss" --exit-status "$status" || result=$?
 if [ $result = 0 ]; then keep=0; else tail -5 "$work/recorder.err" >&2 || true; fi
 exit $result

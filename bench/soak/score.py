@@ -5,9 +5,11 @@ A song is the audio between its title's metadata block and the next title's bloc
 the same connection. It is "whole" when the recorder must have seen both titles: the
 next title came before the connection ended by the server's hand (a drop, a stall, a
 page), more than --seen-margin seconds before the client hung up, or the recorder printed
-it. A whole song must be saved byte for byte (audio after the ID3v2 tag). The last song of
-a connection is "cut": when saved, its file must begin with what the connection sent of
-it, all of it when the server ended the connection; when the recorder must have seen its
+it. A whole song must be saved byte for byte (audio after the ID3v2 tag), but for at most
+--frame-slack bytes at either end: the recorder keeps whole audio frames only, so the
+partial frame a cut leaves at each edge goes. The last song of a connection is "cut": when
+saved, its file must begin with what the connection sent of it (within the same slack),
+all of it when the server ended the connection; when the recorder must have seen its
 title, the file must be there.
 
 Further checks: every stall was given up by the client (its idle time-out), the recorder
@@ -76,12 +78,32 @@ def sent(blob, start, offset, length):
     return bytes(out)
 
 
+def located(audio, expected, slack):
+    """Where `audio` stands in `expected`, at most `slack` bytes from its start, as far as
+    the two overlap; None when nowhere."""
+    if not audio:
+        return None
+    probe = audio[:64]
+    end = slack + len(probe)
+    at = expected.find(probe, 0, end)
+    while at != -1:
+        if expected.startswith(audio[:len(expected) - at], at):
+            return at
+        at = expected.find(probe, at + 1, end)
+    return None
+
+
 def rss_flat(samples_kib, growth, slack_kib):
     """The last sample may exceed the first by `growth` of it plus `slack_kib`."""
     if len(samples_kib) < 2:
         return True, None
     limit = samples_kib[0] * (1 + growth) + slack_kib
     return samples_kib[-1] <= limit, limit
+
+
+def whole(audio, expected, slack):
+    at = located(audio, expected, slack)
+    return at is not None and 0 <= len(expected) - at - len(audio) <= slack
 
 
 def score(args):
@@ -135,7 +157,7 @@ def score(args):
                 if audio is None:
                     count["lost"] += 1
                     problems.append(f"{title}: not saved")
-                elif audio != sent(blob, c.blob_start, offset, want):
+                elif not whole(audio, sent(blob, c.blob_start, offset, want), args.frame_slack):
                     count["lost"] += 1
                     problems.append(f"{title}: {len(audio)} bytes differ from the {want} sent")
                 else:
@@ -149,10 +171,9 @@ def score(args):
                 continue
             count["cut saved"] += 1
             have = c.end - offset
-            if c.by == "server" and len(audio) < have:
+            if c.by == "server" and len(audio) < have - 2 * args.frame_slack:
                 problems.append(f"{title}: cut song has {len(audio)} bytes, the server sent {have}")
-            n = min(len(audio), have)
-            if n <= 0 or audio[:n] != sent(blob, c.blob_start, offset, n):
+            if have <= 0 or located(audio, sent(blob, c.blob_start, offset, have), args.frame_slack) is None:
                 problems.append(f"{title}: cut song does not begin with what was sent")
 
     strangers = sorted(t for t in files if t not in known)
@@ -213,6 +234,8 @@ def main():
     parser.add_argument("--rss-growth", type=float, default=0.15)
     parser.add_argument("--rss-slack-mib", type=float, default=2)
     parser.add_argument("--exit-status", type=int, default=0)
+    parser.add_argument("--frame-slack", type=int, default=0,
+                        help="bytes a save may leave out at each edge of a song (a partial frame)")
     parser.add_argument("--seen-margin", type=float, default=10)
     sys.exit(score(parser.parse_args()))
 

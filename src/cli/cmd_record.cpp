@@ -3,8 +3,6 @@
 #include "cli/signalwatcher.h"
 
 #include "engine/radiorecorder.h"
-#include "engine/sleepguard.h"
-#include "platform/dbuslink.h"
 #include "library/librarystore.h"
 
 #include "platform/longtimer.h"
@@ -50,21 +48,6 @@ int recordCommand(CliServices &services, const QStringList &args)
     RadioRecorder &recorder = setup->recorder;
     LibraryStore &library = setup->library;
 
-    // A recording must not be cut short by idle sleep; without buses nothing is held.
-    DBusLink systemBus(DBusLink::systemBusAddress(), QStringLiteral("system"));
-    DBusLink sessionBus(DBusLink::sessionBusAddress(), QStringLiteral("session"));
-    SleepGuard sleepGuard(systemBus, sessionBus,
-        [&recorder](std::function<void()> done) { SleepGuard::flushSessions(recorder.sessions(), std::move(done)); });
-    auto holdWhileRecording = [&] {
-        const bool recording = !recorder.sessions().isEmpty();
-        sleepGuard.setRecording(recording);
-        if (recording)
-            sleepGuard.acquire(QString(PowerAssertion::kRecordingReason));
-        else
-            sleepGuard.release();
-    };
-    QObject::connect(&recorder, &RadioRecorder::sessionsChanged, &sleepGuard, holdWhileRecording);
-
     SignalWatcher signals;
     bool finished = false;
     int exitCode = kExitOk;
@@ -79,6 +62,10 @@ int recordCommand(CliServices &services, const QStringList &args)
         finish(outcome == SessionOutcome::Stopped ? kExitOk : kExitGaveUp);
     });
     QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finish(kExitOk); });
+    // Each failure has had its own error line; the exit code must not claim the recording
+    // went well when a song of it never reached the disk.
+    int failedSaves = 0;
+    QObject::connect(&recorder, &RadioRecorder::saveFailed, [&failedSaves] { ++failedSaves; });
     LongTimer limit;
     QObject::connect(&limit, &LongTimer::timeout, [&] { finish(kExitOk); });
     if (forSec)
@@ -91,6 +78,9 @@ int recordCommand(CliServices &services, const QStringList &args)
     Cli::waitUntilDone(finished);
     // The last song is finalised and saved after the stop.
     recorder.waitForSaves();
+    if (exitCode == kExitOk && failedSaves > 0)
+        return Cli::fail(QStringLiteral("%1 of the recorded songs could not be saved (see the error lines)")
+                             .arg(failedSaves));
     return exitCode;
 }
 

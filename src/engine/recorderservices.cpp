@@ -44,8 +44,18 @@ RecorderServices::RecorderServices(HttpClient &http, DBusLink &systemBus, DBusLi
     m_sleepGuard = std::make_unique<SleepGuard>(systemBus, sessionBus, [this](std::function<void()> done) {
         SleepGuard::flushSessions(m_recorder ? m_recorder->sessions() : QList<RecordingSession *>(), std::move(done));
     });
-    connect(m_recorder.get(), &RadioRecorder::sessionsChanged, m_sleepGuard.get(),
-        [this] { m_sleepGuard->setRecording(!m_recorder->sessions().isEmpty()); });
+    connect(m_recorder.get(), &RadioRecorder::sessionsChanged, m_sleepGuard.get(), [this] {
+        const bool recording = !m_recorder->sessions().isEmpty();
+        m_sleepGuard->setRecording(recording);
+        // A scheduler decides the hold itself (a pending plan keeps it too); without one, as
+        // in `record`, a running recording alone keeps the computer awake.
+        if (m_scheduler)
+            return;
+        if (recording)
+            m_sleepGuard->acquire(QString(PowerAssertion::kRecordingReason));
+        else
+            m_sleepGuard->release();
+    });
 }
 
 RecorderServices::~RecorderServices()
@@ -103,6 +113,7 @@ void RecorderServices::shutDown()
     m_context->waitForSaves();
     waitForRecovery();
     deliverRecovery();
+    SegmentRecovery::leaveParking();
     m_recorder.reset();
     m_library.reset();
     m_sleepGuard.reset();

@@ -193,4 +193,15 @@ QStringList park(std::vector<SegmentLock> segments)
     return paths;
 }
 
+void leaveParking()
+{
+    Parking &p = parking();
+    QMutexLocker locker(&p.mutex);
+    for (const auto &[folder, lock] : std::as_const(p.folders)) {
+        // Only an empty folder goes: what is still parked waits there for the next start.
+        QDir().rmdir(folder);
+    }
+    p.folders.clear();
+}
+
 } // namespace SegmentRecovery

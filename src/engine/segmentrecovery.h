@@ -56,4 +56,8 @@ Result recoverOrphans(const QString &tmpDir, const QString &recoveredDir, double
 // where a move failed). Thread-safe.
 [[nodiscard]] QStringList park(std::vector<SegmentLock> segments);
 
+// At the end of the process, once no save runs: removes this process's parking folders
+// that are empty and lets go of their locks. Songs still parked stay for the next start.
+void leaveParking();
+
 } // namespace SegmentRecovery

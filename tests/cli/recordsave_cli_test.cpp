@@ -51,6 +51,7 @@ TEST_F(RecordSaveCliTest, AReadOnlyRadioFolderIsReportedAtOnce)
     if (!disk.mounted() || !disk.makeReadOnly())
         GTEST_SKIP() << SmallFileSystem::reason();
     const CliRun run = record({"A - One", "B - Two"});
+    EXPECT_EQ(run.exitCode, 1) << "a recording that saved nothing must not exit as a success";
     EXPECT_EQ(linesStartingWith(run, "error\t"),
               QList<QByteArray>{"error\tradio folder cannot be written: " + radio.toUtf8() + ": Read-only file system"})
         << run.out.toStdString();

@@ -12,6 +12,7 @@
 #include "icystream.h"
 #include "testenv.h"
 
+#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
 
@@ -73,6 +74,9 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     EXPECT_FALSE(services->scheduler());
     EXPECT_FALSE(services->library());
     services->shutDown(); // a second end changes nothing
+    // Saved songs leave nothing in tmp, not even the folder their segments waited in.
+    EXPECT_EQ(QDir(AppPaths::tmpDir()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              QStringList());
 
     LibraryOpenResult reopened = LibraryStore::open(libraryPath);
     ASSERT_TRUE(reopened);
@@ -83,8 +87,7 @@ TEST_F(RecorderServicesTest, ShutDownEndsTheSchedulerAndFilesTheLastSongsBeforeT
     EXPECT_EQ(titles, QStringList({ "A - One", "B - One" }));
 }
 
-// Without a library the plans still record; their songs stay unfiled.
-TEST_F(RecorderServicesTest, WithoutALibraryTheSchedulerStillRunsThePlans)
+TEST_F(RecorderServicesTest, WithoutALibraryItRecordsAndTheSchedulerStillRunsThePlans)
 {
     qputenv("ORVIDA_IDLE_TIMEOUT_SEC", "3");
     auto services = make(false);
@@ -92,7 +95,8 @@ TEST_F(RecorderServicesTest, WithoutALibraryTheSchedulerStillRunsThePlans)
     // The stalled-stream override reaches the window's and the command line's recorder alike.
     EXPECT_EQ(services->context().timings.idleTimeoutSec, 3);
     SniperScheduler::Options scheduling;
-    EXPECT_TRUE(services->startScheduler(scheduling).isConfigured());
+    // Plans still record (their songs stay unfiled in the radio folder).
+    EXPECT_TRUE(services->startScheduler(scheduling).runsPlans());
     EXPECT_FALSE(services->library());
 }
 

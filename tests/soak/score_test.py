@@ -67,7 +67,7 @@ class ScoreTest(unittest.TestCase):
         with open(os.path.join(self.radio, title + ".mp3"), "wb") as f:
             f.write(data)
 
-    def run_score(self, status=0):
+    def run_score(self, status=0, slack=0):
         library = os.path.join(self.dir.name, "library.json")
         with open(library, "w") as f:
             json.dump([{"filePath": os.path.join(self.radio, n)} for n in os.listdir(self.radio) if n != "tmp"], f)
@@ -76,7 +76,8 @@ class ScoreTest(unittest.TestCase):
             f.write("\n".join(str(k) for k in self.rss))
         done = subprocess.run([sys.executable, SCORE, "--log-dir", self.log, "--radio-dir", self.radio,
                                "--stop-time", "100", "--library", library, "--rss", rss,
-                               "--exit-status", str(status)], capture_output=True, text=True)
+                               "--exit-status", str(status), "--frame-slack", str(slack)],
+                              capture_output=True, text=True)
         return done.returncode, done.stdout, done.stderr
 
     def test_a_faithful_run_passes(self):
@@ -95,6 +96,18 @@ class ScoreTest(unittest.TestCase):
         self.assertRegex(out, r"songs lost\s+2\n")
         self.assertIn("Soak 1 - Song 2: 3200 bytes differ", err)
         self.assertIn("Soak 1 - Song 3: not saved", err)
+
+    def test_partial_frames_may_go_at_the_edges_but_nothing_more(self):
+        self.save("Soak 1 - Song 2", tagged(audio(3200 + 100, 3200 - 100 - 50)))
+        self.assertEqual(self.run_score(slack=100)[0], 0)
+        code, _, err = self.run_score(slack=99)
+        self.assertEqual(code, 1)
+        self.assertIn("Soak 1 - Song 2: 3050 bytes differ", err)
+        # A gap in the middle is a loss whatever the slack.
+        self.save("Soak 1 - Song 2", tagged(audio(3200, 1000) + audio(4300, 2100)))
+        code, _, err = self.run_score(slack=200)
+        self.assertEqual(code, 1)
+        self.assertIn("Soak 1 - Song 2: 3100 bytes differ", err)
 
     def test_a_cut_song_must_hold_all_the_server_sent_before_the_drop(self):
         self.save("Soak 1 - Song 4", tagged(audio(8000, 500)))
