@@ -1,8 +1,8 @@
-#include "library/librarystore.h"
-
+#include "clichild.h"
 #include "clirunner.h"
 #include "fixtureserver.h"
 #include "icystream.h"
+#include "smallfs.h"
 #include "testenv.h"
 
 #include <QDateTime>
@@ -19,9 +19,8 @@ class RecordSaveCliTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(runCli({"engine", "set", "--lossless", "on", "--min-duration", "0"}).exitCode, 0);
+        env = recordingSetUp(server);
         ASSERT_EQ(runCli({"config", "set", "ov.radioSaveDir", radio}).exitCode, 0);
-        env.insert(QStringLiteral("ORVIDA_STORE_URL"), QString::fromLatin1(server.url("/search"))); // answers 404
     }
 
     CliRun record(const QList<QByteArray> &titles, const QString &seconds = "1")
@@ -48,11 +47,10 @@ protected:
 
 TEST_F(RecordSaveCliTest, AReadOnlyRadioFolderIsReportedAtOnce)
 {
-    QDir().mkpath(radio);
-    if (QProcess::execute("mount", {"-t", "tmpfs", "-o", "ro,size=64k", "tmpfs", radio}) != 0)
-        GTEST_SKIP() << "mounting a read-only tmpfs needs root";
+    SmallFileSystem disk(radio, 64 * 1024);
+    if (!disk.mounted() || !disk.makeReadOnly())
+        GTEST_SKIP() << SmallFileSystem::reason();
     const CliRun run = record({"A - One", "B - Two"});
-    QProcess::execute("umount", {"-l", radio});
     EXPECT_EQ(run.exitCode, 1) << "a recording that saved nothing must not exit as a success";
     EXPECT_EQ(linesStartingWith(run, "error\t"),
               QList<QByteArray>{"error\tradio folder cannot be written: " + radio.toUtf8() + ": Read-only file system"})
@@ -91,11 +89,7 @@ TEST_F(RecordSaveCliTest, RecoveredAudioEntersTheLibraryAndAPageIsDropped)
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_EQ(linesStartingWith(run, "skipped\t"), QList<QByteArray>{"skipped\t" + page.toUtf8() + "\tno audio frames"});
 
-    LibraryOpenResult opened = LibraryStore::open(LibraryStore::defaultPath());
-    ASSERT_TRUE(opened) << opened.message.toStdString();
-    QStringList titles;
-    for (const Track &t : opened.store->allTracks())
-        titles << t.title + " | " + t.filePath.value_or(QString());
+    const QStringList titles = libraryTracks([](const Track &t) { return t.title + " | " + t.filePath.value_or(QString()); });
     const QString recovered = "Recovered 2024-03-09 23-05-07";
     EXPECT_TRUE(titles.contains(recovered + " | " + radio + "/Recovered/" + recovered + ".mp3")) << titles.join('\n').toStdString();
     EXPECT_EQ(readFile(radio + "/Recovered/" + recovered + ".mp3"), IcyStream::audioBlock(0) + IcyStream::audioBlock(1));
@@ -113,22 +107,14 @@ TEST_F(RecordSaveCliTest, WhenFfmpegFailsTheStreamBytesAreSavedWithANotice)
     ASSERT_EQ(runCli({"engine", "set", "--lossless", "off"}).exitCode, 0);
     server.route("/live", IcyStream::station({"A - One", "B - Two"}, 4, 25));
 
-    QProcess process;
-    QProcessEnvironment processEnv = QProcessEnvironment::systemEnvironment();
-    processEnv.insert(env);
-    process.setProcessEnvironment(processEnv);
-    process.start(bin + "/orvida-cli", {"record", QString::fromLatin1(server.url("/live")), "--for", "1"});
-    ASSERT_TRUE(process.waitForFinished(30000));
-    CliRun run;
-    run.exitCode = process.exitCode();
-    run.out = process.readAllStandardOutput();
-    ASSERT_EQ(run.exitCode, 0) << process.readAllStandardError().toStdString();
+    CliChild recording({"record", QString::fromLatin1(server.url("/live")), "--for", "1"}, env, bin + "/orvida-cli");
+    ASSERT_EQ(recording.finish(), 0) << recording.process.readAllStandardError().toStdString();
 
     const QByteArray path = radio.toUtf8() + "/A - One.mp3";
-    const QList<QByteArray> lines = run.out.split('\n');
+    const QList<QByteArray> &lines = recording.lines;
     const auto notice = lines.indexOf("error\t\"A - One\" saved without re-encoding: ffmpeg failed (status 1): "
                                       "Unknown encoder libmp3lame");
-    ASSERT_GE(notice, 0) << run.out.toStdString();
+    ASSERT_GE(notice, 0) << recording.joined().toStdString();
     EXPECT_EQ(lines.value(notice + 1), "saved\t" + path);
     // The stream's own frames behind an ID3 tag.
     const QByteArray file = readFile(QString::fromUtf8(path));

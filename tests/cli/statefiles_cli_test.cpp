@@ -1,7 +1,6 @@
 // State files that the window and orvida-cli share, driven through real processes:
 // concurrent writers add up, damaged files are kept, failed writes say so.
-#include "library/librarystore.h"
-
+#include "clichild.h"
 #include "clirunner.h"
 #include "fixtureserver.h"
 #include "icystream.h"
@@ -25,44 +24,19 @@ QString dataFile(const QString &name)
     return qEnvironmentVariable("XDG_DATA_HOME") + QStringLiteral("/Orvida/") + name;
 }
 
-// A started orvida-cli whose stdout lines are collected as they come.
-struct Child {
-    QProcess process;
-    QList<QByteArray> lines;
-
-    explicit Child(const QStringList &args, const QProcessEnvironment &extraEnv = {})
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(extraEnv);
-        process.setProcessEnvironment(env);
-        QObject::connect(&process, &QProcess::readyReadStandardOutput, [this] {
-            while (process.canReadLine())
-                lines << process.readLine().chopped(1);
-        });
-        process.start(QStringLiteral(ORVIDA_CLI_PATH), args);
-    }
-    ~Child()
-    {
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished();
-        }
-    }
-    qsizetype count(const QByteArray &prefix) const
-    {
-        return std::count_if(lines.cbegin(), lines.cend(), [&](const QByteArray &l) { return l.startsWith(prefix); });
-    }
-    int finish(int timeoutMs = 30000)
-    {
-        if (!process.waitForFinished(timeoutMs))
-            return -1;
-        lines << process.readAllStandardOutput().split('\n');
-        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    }
-};
-
 class StateFilesCliTest : public ::testing::Test {
 protected:
+    // The paths a recording printed as saved; each must be a file.
+    static QStringList savedPaths(const CliChild &child)
+    {
+        QStringList paths;
+        for (const QByteArray &line : child.starting("saved\t")) {
+            paths << QString::fromUtf8(line.mid(6));
+            EXPECT_TRUE(QFileInfo::exists(paths.last())) << line.toStdString();
+        }
+        return paths;
+    }
+
     TestHome home;
 };
 
@@ -71,21 +45,28 @@ TEST_F(StateFilesCliTest, TwoRecordingsAtOnceOnAFreshFolderFileEverySongAndCount
     FixtureServer server;
     server.route("/a", IcyStream::station({ "A - One", "A - Two", "A - Three" }, 3, 25));
     server.route("/b", IcyStream::station({ "B - One", "B - Two", "B - Three" }, 3, 25));
-    QProcessEnvironment env;
-    env.insert(QStringLiteral("ORVIDA_STORE_URL"), QString::fromLatin1(server.url("/search"))); // answers 404
-    ASSERT_EQ(runCli({ "engine", "set", "--lossless", "on", "--min-duration", "0" }).exitCode, 0);
+    const QProcessEnvironment env = recordingSetUp(server);
     ASSERT_FALSE(QFileInfo::exists(LibraryStore::defaultPath())) << "both must race to create the library";
 
     // Started together: both create and migrate the same new library, and both count
     // their songs into one statistics file.
-    Child a({ "record", QString::fromLatin1(server.url("/a")), "--name", "Alpha", "--for", "1" }, env);
-    Child b({ "record", QString::fromLatin1(server.url("/b")), "--name", "Beta", "--for", "1" }, env);
+    const QByteArray stationA = "custom:" + server.url("/a");
+    CliChild a({ "record", QString::fromLatin1(server.url("/a")), "--name", "Alpha", "--for", "1" }, env);
+    CliChild b({ "record", QString::fromLatin1(server.url("/b")), "--name", "Beta", "--for", "1" }, env);
     ASSERT_EQ(a.finish(), 0) << a.process.readAllStandardError().toStdString();
     ASSERT_EQ(b.finish(), 0) << b.process.readAllStandardError().toStdString();
-    const qsizetype savedA = a.count("saved\t");
-    const qsizetype savedB = b.count("saved\t");
-    ASSERT_GE(savedA, 2) << a.lines.join('\n').toStdString();
-    ASSERT_GE(savedB, 2) << b.lines.join('\n').toStdString();
+    const QStringList filesA = savedPaths(a);
+    const QStringList filesB = savedPaths(b);
+    const qsizetype savedA = filesA.size();
+    const qsizetype savedB = filesB.size();
+    ASSERT_GE(savedA, 2) << a.joined().toStdString();
+    ASSERT_GE(savedB, 2) << b.joined().toStdString();
+    // What `record` prints: its start first, titles, its stop; the song on air at the stop
+    // is saved before the exit.
+    EXPECT_EQ(a.lines.first(), "started\t" + stationA);
+    EXPECT_EQ(a.starting("stopped\t"), QList<QByteArray> { "stopped\t" + stationA }) << a.joined().toStdString();
+    ASSERT_EQ(a.starting("title\t").value(0), "title\tA - One");
+    EXPECT_TRUE(filesA.last().contains(QString::fromUtf8(a.starting("title\t").last().mid(6)))) << a.joined().toStdString();
 
     const CliRun stats = runCli({ "stats", "--json" });
     ASSERT_EQ(stats.exitCode, 0);
@@ -93,9 +74,11 @@ TEST_F(StateFilesCliTest, TwoRecordingsAtOnceOnAFreshFolderFileEverySongAndCount
     EXPECT_EQ(counted.value("total").toInteger(), savedA + savedB) << stats.out.toStdString();
     EXPECT_EQ(counted.value("byStation").toObject().value("Alpha").toInteger(), savedA);
     EXPECT_EQ(counted.value("byStation").toObject().value("Beta").toInteger(), savedB);
-    LibraryOpenResult library = LibraryStore::open(LibraryStore::defaultPath());
-    ASSERT_TRUE(library) << library.message.toStdString();
-    EXPECT_EQ(library.store->allTracks().size(), savedA + savedB);
+    QStringList filed = libraryFiles();
+    QStringList saved = filesA + filesB;
+    filed.sort();
+    saved.sort();
+    EXPECT_EQ(filed, saved);
 }
 
 TEST_F(StateFilesCliTest, ProcessesStartingTogetherOnAFreshFolderWaitForTheLibraryInsteadOfRefusingIt)
@@ -104,9 +87,9 @@ TEST_F(StateFilesCliTest, ProcessesStartingTogetherOnAFreshFolderWaitForTheLibra
     // a library refused as half-made would be exit 1.
     for (int round = 0; round < 12; ++round) {
         TestHome fresh;
-        std::vector<std::unique_ptr<Child>> children;
+        std::vector<std::unique_ptr<CliChild>> children;
         for (int i = 0; i < 4; ++i)
-            children.push_back(std::make_unique<Child>(QStringList { "record", "not a url", "--name", "X" }));
+            children.push_back(std::make_unique<CliChild>(QStringList { "record", "not a url", "--name", "X" }));
         for (auto &child : children)
             EXPECT_EQ(child->finish(), 3) << round << ": " << child->process.readAllStandardError().toStdString();
     }
@@ -189,22 +172,23 @@ TEST_F(StateFilesCliTest, EveryWriteIntoAReadOnlyOrFullFolderFailsWithOneLineNam
     EXPECT_EQ(runCli({ "engine", "show", "--station", "s" }).out.split('\n').first(), "leadInSec\t2");
 }
 
+// `run` records the open window of a plan, and only one run per data folder does: the
+// other says so once and takes over when the first ends.
 TEST_F(StateFilesCliTest, OnlyOneRunPerDataFolderRecordsThePlansAndTheOtherTakesOver)
 {
     FixtureServer server;
     server.route("/live", IcyStream::station({ "A - One", "B - Two" }, 4, 25));
     const QString url = QString::fromLatin1(server.url("/live"));
-    QProcessEnvironment env;
-    env.insert(QStringLiteral("ORVIDA_STORE_URL"), QString::fromLatin1(server.url("/search")));
+    const QProcessEnvironment env = recordingSetUp(server);
     const QDateTime now = QDateTime::currentDateTime();
     ASSERT_EQ(runCli({ "schedule", "add", url, "--name", "Fixture FM", "--start",
                   now.addSecs(-60).toString(Qt::ISODate), "--end", now.addSecs(600).toString(Qt::ISODate) })
                   .exitCode,
         0);
 
-    auto first = std::make_unique<Child>(QStringList { "run", "--tick", "0.1" }, env);
+    auto first = std::make_unique<CliChild>(QStringList { "run", "--tick", "0.1" }, env);
     ASSERT_TRUE(waitUntil([&] { return first->count("started\t") == 1; }, 10000));
-    Child second({ "run", "--tick", "0.1" }, env);
+    CliChild second({ "run", "--tick", "0.1" }, env);
     QByteArray err;
     ASSERT_TRUE(waitUntil(
         [&] {
@@ -212,16 +196,26 @@ TEST_F(StateFilesCliTest, OnlyOneRunPerDataFolderRecordsThePlansAndTheOtherTakes
             return err.contains("another Orvida runs the plans");
         },
         10000));
-    waitUntil([] { return false; }, 500);
-    EXPECT_EQ(second.count("started\t"), 0) << "each window is recorded once";
+    EXPECT_FALSE(waitUntil([&] { return second.count("started\t") > 0; }, 500)) << "each window is recorded once";
 
+    // SIGTERM ends the first after its last save: the song on air is saved too.
     first->process.terminate();
     EXPECT_EQ(first->finish(), 0);
+    const QByteArray stationId = "custom:" + url.toUtf8();
+    for (const QByteArray &line : { "started\t" + stationId, "title\tA - One" + QByteArray(), "stopped\t" + stationId })
+        EXPECT_TRUE(first->lines.contains(line)) << line.toStdString() << " in " << first->joined().toStdString();
+    const QStringList saved = savedPaths(*first);
+    ASSERT_EQ(saved.size(), 2) << first->joined().toStdString();
+    EXPECT_TRUE(saved[1].endsWith("B - Two.mp3")) << saved[1].toStdString();
+
     ASSERT_TRUE(waitUntil([&] { return second.count("started\t") == 1; }, 10000)) << "takes over";
     err += second.process.readAllStandardError();
     EXPECT_EQ(err.count("another Orvida"), 1) << "said once: " << err.toStdString();
     second.process.terminate();
     EXPECT_EQ(second.finish(), 0);
+    // Filed in the order saved, under the plan's station.
+    EXPECT_EQ(libraryFiles().mid(0, 2), saved);
+    EXPECT_EQ(libraryTracks([](const Track &t) { return t.station.value_or(""); }).value(0), "Fixture FM");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "clirunner.h"
 #include "fixtureserver.h"
+#include "icystream.h"
 #include "testenv.h"
 
 #include <QElapsedTimer>
@@ -93,10 +94,8 @@ TEST_F(CliStationsTest, DirectoryFailuresExitWithOneLine)
 
 TEST_F(CliStationsTest, ProbeAndTitleReadOnlyTheStreamHead)
 {
-    QByteArray block = "StreamTitle='Artist - Song';";
-    block.resize(32, '\0');
     server.route("/icy", FixtureServer::Script::head("ICY 200 OK", {{"ICY-MetaInt", "100"}})
-                             .send(QByteArray(100, 'a') + char(2) + block + QByteArray(100, 'b'))
+                             .send(QByteArray(100, 'a') + IcyStream::metaBlock("StreamTitle='Artist - Song';") + QByteArray(100, 'b'))
                              .hang());
     server.route("/plain", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"icy-name", "No Titles"}}).send("x").hang());
 

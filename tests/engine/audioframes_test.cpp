@@ -2,9 +2,9 @@
 
 #include "engine/id3tag.h"
 #include "engine/songencoder.h"
-#include "testenv.h"
 
-#include <QProcess>
+#include "encodedaudio.h"
+
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-const QString kFfmpeg = QStringLiteral("/usr/bin/ffmpeg");
+using EncodedAudio::kFfmpeg;
 
 // Encoded tones made once per run, as ffmpeg writes them (MP3 with its Info frame).
 struct Encoded {
@@ -21,11 +21,7 @@ struct Encoded {
 
     QByteArray make(const QString &name, const QStringList &arguments) const
     {
-        QProcess p;
-        p.start(kFfmpeg, QStringList { "-v", "error", "-y", "-f", "lavfi", "-i", "sine=frequency=440:duration=10" }
-                + arguments + QStringList { path(name) });
-        p.waitForFinished(60'000);
-        return readFile(path(name));
+        return EncodedAudio::encode(path(name), QStringList { "-f", "lavfi", "-i", "sine=frequency=440:duration=10" } + arguments);
     }
 };
 
@@ -56,11 +52,10 @@ protected:
 
     static double packetCount(const QString &path)
     {
-        QProcess p;
-        p.start(QStringLiteral("/usr/bin/ffprobe"), { "-v", "error", "-count_packets", "-select_streams", "a:0",
-                                                       "-show_entries", "stream=nb_read_packets", "-of", "csv=p=0", path });
-        p.waitForFinished(60'000);
-        return p.readAllStandardOutput().trimmed().toDouble();
+        return EncodedAudio::run(EncodedAudio::kFfprobe, { "-v", "error", "-count_packets", "-select_streams", "a:0",
+                                     "-show_entries", "stream=nb_read_packets", "-of", "csv=p=0", path })
+            .trimmed()
+            .toDouble();
     }
 
     static inline std::unique_ptr<Encoded> encoded;

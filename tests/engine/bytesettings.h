@@ -2,6 +2,8 @@
 
 #include "engine/enginesettingsstore.h"
 
+#include <gtest/gtest.h>
+
 // Engine settings for tests that compare saved audio with what the server sent: songs
 // are kept as the stream's own bytes, whatever their length.
 inline void useByteExactSaves()
@@ -9,5 +11,5 @@ inline void useByteExactSaves()
     RadioEngineSettings settings;
     settings.lossless = true;
     settings.minDurationSec = 0;
-    EngineSettingsStore().setGlobal(settings);
+    EXPECT_TRUE(EngineSettingsStore().setGlobal(settings).ok);
 }

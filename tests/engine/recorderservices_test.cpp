@@ -105,12 +105,14 @@ TEST_F(RecorderServicesTest, LeftoversAreRecoveredOffTheCallerAndShutDownWaitsFo
     AppPaths::ensure();
     const QString segment = AppPaths::tmpDir() + QStringLiteral("/.0F8FAD5B-D9CB-469F-A165-70867728950E.mp3");
     const QByteArray audio = IcyStream::audioBlock(1).repeated(4);
-    writeFile(segment, audio);
-    QFile file(segment);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
-    file.close();
-
+    // Left by a recorder that ended an hour ago.
+    const auto leaveSegment = [&] {
+        writeFile(segment, audio);
+        QFile file(segment);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+    };
+    leaveSegment();
     auto services = make(true, true);
     QSignalSpy recovered(services.get(), &RecorderServices::segmentsRecovered);
     ASSERT_TRUE(recovered.wait(5000));
@@ -125,10 +127,7 @@ TEST_F(RecorderServicesTest, LeftoversAreRecoveredOffTheCallerAndShutDownWaitsFo
 
     services->shutDown();
     // A shutdown right after the start waits for the recovery instead of cutting it off.
-    writeFile(segment, audio);
-    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
-    file.close();
+    leaveSegment();
     auto second = make(true, true);
     second->shutDown();
     EXPECT_FALSE(QFile::exists(segment));

@@ -122,7 +122,7 @@ TEST_F(SaveQueueTest, EachStationWaitsWithAtMostFourSongsAndAStopLeavesItsBacklo
 
 TEST_F(SaveQueueTest, ATitleStormIsScreenedOutWithoutSavingOrHoldingFiles)
 {
-    EngineSettingsStore().setGlobal(RadioEngineSettings::standard()); // re-encoding, 45 s minimum
+    ASSERT_TRUE(EngineSettingsStore().setGlobal(RadioEngineSettings::standard()).ok); // re-encoding, 45 s minimum
     QList<QByteArray> titles;
     for (int n = 0; n < 200; ++n)
         titles << "Storm - Title " + QByteArray::number(n);

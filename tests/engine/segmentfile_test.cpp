@@ -36,10 +36,14 @@ QByteArray pattern(qsizetype size, char seed)
     return bytes;
 }
 
-TEST(SegmentFile, BuffersSmallWritesAndKeepsTheOrderAcrossDirectWrites)
-{
+class SegmentFileTest : public ::testing::Test {
+protected:
     QTemporaryDir dir;
     const QString path = dir.filePath(".seg.mp3");
+};
+
+TEST_F(SegmentFileTest, BuffersSmallWritesAndKeepsTheOrderAcrossDirectWrites)
+{
     auto file = SegmentFile::create(path);
     ASSERT_TRUE(file);
 
@@ -72,10 +76,8 @@ TEST(SegmentFile, BuffersSmallWritesAndKeepsTheOrderAcrossDirectWrites)
     EXPECT_EQ(readFile(path), expected + "tail");
 }
 
-TEST(SegmentFile, DestroyingAnOpenFileFlushesIt)
+TEST_F(SegmentFileTest, DestroyingAnOpenFileFlushesIt)
 {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(".seg.aac");
     {
         auto file = SegmentFile::create(path);
         ASSERT_TRUE(file);
@@ -86,10 +88,8 @@ TEST(SegmentFile, DestroyingAnOpenFileFlushesIt)
     EXPECT_TRUE(lockIsFree(path));
 }
 
-TEST(SegmentFile, TheLockLastsFromCreationThroughTheHandedOnSegmentLock)
+TEST_F(SegmentFileTest, TheLockLastsFromCreationThroughTheHandedOnSegmentLock)
 {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(".seg.mp3");
     auto file = SegmentFile::create(path);
     ASSERT_TRUE(file);
     EXPECT_FALSE(lockIsFree(path));
@@ -111,10 +111,8 @@ TEST(SegmentFile, TheLockLastsFromCreationThroughTheHandedOnSegmentLock)
     EXPECT_TRUE(lockIsFree(path));
 }
 
-TEST(SegmentFile, CreateEmptiesOnlyAFileNobodyHolds)
+TEST_F(SegmentFileTest, CreateEmptiesOnlyAFileNobodyHolds)
 {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(".seg.mp3");
     writeFile(path, "old content");
     {
         auto holder = SegmentLock::tryAcquire(path);
@@ -128,7 +126,7 @@ TEST(SegmentFile, CreateEmptiesOnlyAFileNobodyHolds)
     EXPECT_FALSE(SegmentFile::create(dir.filePath("missing/folder/.seg.mp3")));
 }
 
-TEST(SegmentFile, AFullDiskIsRememberedNotThrown)
+TEST_F(SegmentFileTest, AFullDiskIsRememberedNotThrown)
 {
     if (!QFileInfo::exists("/dev/full"))
         GTEST_SKIP() << "no /dev/full";
@@ -145,10 +143,8 @@ TEST(SegmentFile, AFullDiskIsRememberedNotThrown)
     lock.release();
 }
 
-TEST(SegmentLock, RemoveFileUnlinksWhileLockedAndToleratesAMissingFile)
+TEST_F(SegmentFileTest, RemoveFileUnlinksWhileLockedAndToleratesAMissingFile)
 {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(".seg.mp3");
     auto file = SegmentFile::create(path);
     ASSERT_TRUE(file);
     SegmentLock lock = file->close();

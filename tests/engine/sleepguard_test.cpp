@@ -77,10 +77,9 @@ TEST_F(SleepGuardTest, TheHoldKeepsItsFirstReasonOnLogindAndTheSessionUntilRelea
     guard->acquire(kPending);
     ASSERT_TRUE(waitUntil([&] { return guard->isBlockHeld() && guard->isSessionHeld(); }));
     guard->acquire(kRecording);
-    QTest::qWait(100);
-    ASSERT_TRUE(bus().waitForInhibitors([](const Entries &e) {
-        return e.size() == 1 && hasLock(e, QStringLiteral("block"), kPending);
-    }));
+    EXPECT_FALSE(bus().waitForInhibitors([](const Entries &e) {
+        return e.size() != 1 || !hasLock(e, QStringLiteral("block"), kPending);
+    }, 200)) << "taken again for the new reason";
     auto calls = bus().calls(kGnome, kGnomePath);
     ASSERT_EQ(calls.size(), 1);
     EXPECT_EQ(calls[0].args, (QVariantList{QStringLiteral("Orvida"), 0u, kPending, 4u}));
@@ -103,9 +102,8 @@ TEST_F(SleepGuardTest, TheDelayLockGoesOnlyAfterTheFlushAndComesBackAfterWakingW
 
     ASSERT_TRUE(bus().emitPrepareForSleep(true));
     ASSERT_TRUE(waitUntil([&] { return flushCalls == 1; }));
-    QTest::qWait(200); // the flush is slow: nothing may go before it reports
-    EXPECT_TRUE(guard->isDelayHeld());
-    EXPECT_TRUE(ready.isEmpty());
+    // The flush is slow: nothing may go before it reports.
+    EXPECT_FALSE(waitUntil([&] { return !guard->isDelayHeld() || !ready.isEmpty(); }, 200));
     auto entries = bus().listInhibitors();
     ASSERT_TRUE(entries);
     EXPECT_TRUE(hasDelayLock(*entries));
@@ -144,9 +142,7 @@ TEST_F(SleepGuardTest, AFlushThatReportsAfterTheWakeUpLeavesTheNewPeriodsLockAlo
     ASSERT_TRUE(waitUntil([&] { return !guard->isPreparingForSleep(); }));
 
     std::exchange(pendingFlush, nullptr)();
-    QTest::qWait(100);
-    EXPECT_TRUE(ready.isEmpty());
-    EXPECT_TRUE(guard->isDelayHeld());
+    EXPECT_FALSE(waitUntil([&] { return !ready.isEmpty() || !guard->isDelayHeld(); }, 100));
     EXPECT_TRUE(bus().waitForInhibitors([](const Entries &e) { return e.size() == 1 && hasDelayLock(e); }));
 }
 

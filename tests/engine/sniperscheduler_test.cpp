@@ -6,55 +6,17 @@
 
 #include "icystream.h"
 #include "recorderfixture.h"
+#include "zoneguard.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
-
-#include <ctime>
 
 namespace {
 
 using Mode = ScheduledRecording::Mode;
 using Rule = ScheduledRecording::RepeatRule;
-
-// Sets the process's time zone for one test and puts the old one back.
-class ZoneGuard {
-public:
-    explicit ZoneGuard(const char *zone)
-        : m_had(qEnvironmentVariableIsSet("TZ"))
-        , m_old(qgetenv("TZ"))
-    {
-        qputenv("TZ", zone);
-        tzset();
-    }
-    ~ZoneGuard()
-    {
-        if (m_had)
-            qputenv("TZ", m_old);
-        else
-            qunsetenv("TZ");
-        tzset();
-    }
-
-private:
-    bool m_had;
-    QByteArray m_old;
-};
-
-// A wall-clock time in the current zone, as the UTC instant plans hold.
-QDateTime local(int y, int m, int d, int h, int min = 0)
-{
-    return QDateTime(QDate(y, m, d), QTime(h, min), Qt::LocalTime).toUTC();
-}
-
-QString wallClock(const QDateTime &time)
-{
-    return time.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm"));
-}
 
 Station fixtureStation(const QString &url, const QString &name = QStringLiteral("Fixture FM"))
 {
@@ -67,192 +29,6 @@ ScheduledRecording plan(const QDateTime &start, const QDateTime &end, std::optio
     return ScheduledRecording::make(fixtureStation(QStringLiteral("http://127.0.0.1:9/live")), start, end, mode, rule);
 }
 
-// The file format, written out by hand: key order, upper-case ids, seconds since 2001,
-// optional keys left out, escapes.
-const QByteArray kSample
-    = R"([{"id":"6F1C0C5E-8D0A-4C4B-9E43-2B7D0F7A1C11","stationID":"960e57c5-0601-11e8-ae97-52543be04c81",)"
-      R"("stationName":"Nachtclub \"Deluxe\" – Köln\\Bonn","streamURL":"https://stream.example/live.mp3?x=1&y=/a",)"
-      R"("country":"Germany","bitrate":128,"codec":"MP3","favicon":"https://stream.example/icon.png",)"
-      R"("start":760000000.25,"end":760003600.5,"mode":"fullShow","repeatRule":"weekly"},)"
-      R"({"id":"0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9","stationID":"custom:http://127.0.0.1:8000/m",)"
-      R"("stationName":"Line\nBreak\ttab\u0001","streamURL":"http://127.0.0.1:8000/m","country":"","bitrate":0,)"
-      R"("codec":"","start":760100000,"end":760107200,"mode":"splitTracks"}])";
-
-QList<ScheduledRecording> samplePlans()
-{
-    ScheduledRecording a;
-    a.id = QUuid::fromString(QStringLiteral("6f1c0c5e-8d0a-4c4b-9e43-2b7d0f7a1c11"));
-    a.stationId = QStringLiteral("960e57c5-0601-11e8-ae97-52543be04c81");
-    a.stationName = QStringLiteral("Nachtclub \"Deluxe\" – Köln\\Bonn");
-    a.streamUrl = QStringLiteral("https://stream.example/live.mp3?x=1&y=/a");
-    a.country = QStringLiteral("Germany");
-    a.bitrate = 128;
-    a.codec = QStringLiteral("MP3");
-    a.favicon = QStringLiteral("https://stream.example/icon.png");
-    // 2025-01-31 08:53:20.25 UTC
-    a.start = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760000000250LL, Qt::UTC);
-    a.end = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760003600500LL, Qt::UTC);
-    a.mode = Mode::FullShow;
-    a.repeatRule = Rule::Weekly;
-
-    ScheduledRecording b;
-    b.id = QUuid::fromString(QStringLiteral("0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"));
-    b.stationId = QStringLiteral("custom:http://127.0.0.1:8000/m");
-    b.stationName = QStringLiteral("Line\nBreak\ttab") + QChar(1);
-    b.streamUrl = QStringLiteral("http://127.0.0.1:8000/m");
-    b.start = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760100000000LL, Qt::UTC);
-    b.end = QDateTime::fromMSecsSinceEpoch(978307200000LL + 760107200000LL, Qt::UTC);
-    return { a, b };
-}
-
-TEST(ScheduleFileFormat, MatchesAHandWrittenSampleByteForByte)
-{
-    EXPECT_EQ(Schedule::encode(samplePlans()), kSample);
-    const auto decoded = Schedule::decode(kSample);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(*decoded, samplePlans());
-    EXPECT_EQ(Schedule::encode(QList<ScheduledRecording>()), "[]");
-}
-
-TEST(ScheduleFileFormat, ReadsWhatTheOtherPlatformWrites)
-{
-    // Escaped slashes, another key order, a lower-case id, an explicit null, an integral
-    // number written as a float, a key we do not know, times finer than milliseconds.
-    const QByteArray theirs
-        = R"([{"repeatRule":"daily","mode":"splitTracks","end":760003600.1234,"start":760000000,"codec":"AAC",)"
-          R"("favicon":null,"bitrate":64.0,"country":"Österreich","streamURL":"http:\/\/a.example\/s",)"
-          R"("stationName":"FM4","stationID":"abc","id":"6f1c0c5e-8d0a-4c4b-9e43-2b7d0f7a1c11","note":{"x":[1]}}])";
-    const auto decoded = Schedule::decode(theirs);
-    ASSERT_TRUE(decoded);
-    ASSERT_EQ(decoded->size(), 1);
-    const ScheduledRecording &p = decoded->first();
-    EXPECT_EQ(p.streamUrl, "http://a.example/s");
-    EXPECT_EQ(p.bitrate, 64);
-    EXPECT_FALSE(p.favicon.has_value());
-    EXPECT_EQ(p.repeatRule, Rule::Daily);
-    EXPECT_EQ(Schedule::referenceSeconds(p.end), 760003600.123);
-    EXPECT_EQ(Schedule::encode(*decoded),
-        R"([{"id":"6F1C0C5E-8D0A-4C4B-9E43-2B7D0F7A1C11","stationID":"abc","stationName":"FM4",)"
-        R"("streamURL":"http://a.example/s","country":"Österreich","bitrate":64,"codec":"AAC",)"
-        R"("start":760000000,"end":760003600.123,"mode":"splitTracks","repeatRule":"daily"}])");
-}
-
-TEST(ScheduleFileFormat, OneBadElementFailsTheStrictDecodingAndIsAloneDroppedBySalvage)
-{
-    const QJsonArray good = QJsonDocument::fromJson(kSample).array();
-    const auto withSecond = [&](const std::function<void(QJsonObject &)> &change) {
-        QJsonArray array = good;
-        QJsonObject second = array[1].toObject();
-        change(second);
-        array[1] = second;
-        return QJsonDocument(array).toJson();
-    };
-    const QList<std::pair<const char *, QByteArray>> cases {
-        { "missing codec", withSecond([](QJsonObject &o) { o.remove("codec"); }) },
-        { "missing start", withSecond([](QJsonObject &o) { o.remove("start"); }) },
-        { "fractional bitrate", withSecond([](QJsonObject &o) { o["bitrate"] = 128.5; }) },
-        { "bitrate as text", withSecond([](QJsonObject &o) { o["bitrate"] = "128"; }) },
-        { "unknown mode", withSecond([](QJsonObject &o) { o["mode"] = "live"; }) },
-        { "unknown repeat rule", withSecond([](QJsonObject &o) { o["repeatRule"] = "monthly"; }) },
-        { "favicon not text", withSecond([](QJsonObject &o) { o["favicon"] = 3; }) },
-        { "id with braces", withSecond([](QJsonObject &o) { o["id"] = "{0A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9}"; }) },
-        { "id not a uuid", withSecond([](QJsonObject &o) { o["id"] = "0A1B2C3D-4E5F-4061-8273-94A5B6C7D8EX"; }) },
-        { "date as text", withSecond([](QJsonObject &o) { o["end"] = "2025-01-01T00:00:00Z"; }) },
-        { "element not an object", QByteArray("[") + kSample.mid(1, kSample.indexOf("},{") + 1) + ",42]" },
-        { "object at the top", QByteArray(R"({"plans":[]})") },
-        { "truncated", kSample.left(kSample.size() / 2) },
-        { "empty file", QByteArray() },
-    };
-    ASSERT_TRUE(Schedule::decode(withSecond([](QJsonObject &) {})));
-    const qsizetype elementCases = cases.size() - 4; // the rest are no JSON array of plans at all
-    for (qsizetype i = 0; i < cases.size(); ++i) {
-        const auto &[what, bytes] = cases[i];
-        EXPECT_FALSE(Schedule::decode(bytes)) << what;
-        const auto salvaged = Schedule::salvage(bytes);
-        if (i >= elementCases) {
-            EXPECT_FALSE(salvaged) << what;
-            continue;
-        }
-        ASSERT_TRUE(salvaged) << what;
-        EXPECT_EQ(salvaged->dropped, 1) << what;
-        ASSERT_EQ(salvaged->plans.size(), 1) << what;
-        EXPECT_EQ(salvaged->plans[0], Schedule::decode(QByteArray("[") + QJsonDocument(good[0].toObject()).toJson() + "]")->at(0));
-    }
-}
-
-TEST(ScheduledRecordingTest, ShowTitleNamesStationDateAndWindowInLocalTime)
-{
-    ZoneGuard zone("Europe/Berlin");
-    ScheduledRecording p = plan(local(2025, 1, 5, 20), local(2025, 1, 5, 21), std::nullopt, Mode::FullShow);
-    p.stationName = QStringLiteral("Nachtclub");
-    EXPECT_EQ(p.showTitle(QLocale(QLocale::English, QLocale::UnitedStates)), "Nachtclub Jan 5, 2025 20:00–21:00");
-    EXPECT_EQ(p.showTitle(QLocale(QLocale::German, QLocale::Germany)), "Nachtclub 5. Jan. 2025 20:00–21:00");
-    // Past midnight: the date is the start's, the times are the wall clock's.
-    p.start = local(2025, 12, 31, 23, 30);
-    p.end = local(2026, 1, 1, 1);
-    EXPECT_EQ(p.showTitle(QLocale(QLocale::English, QLocale::UnitedKingdom)), "Nachtclub 31 Dec 2025 23:30–01:00");
-}
-
-TEST(ScheduleArithmetic, RepeatingPlansMoveToTheFirstWindowStillToEnd)
-{
-    ZoneGuard zone("Europe/Berlin");
-    // Daily 20:00-21:00, last on the 3rd; the user comes back on the 6th at 09:00.
-    const ScheduledRecording daily = plan(local(2025, 6, 3, 20), local(2025, 6, 3, 21), Rule::Daily);
-    const auto today = Schedule::advanced(daily, local(2025, 6, 6, 9));
-    ASSERT_TRUE(today);
-    EXPECT_EQ(wallClock(today->start), "2025-06-06 20:00");
-    EXPECT_EQ(wallClock(today->end), "2025-06-06 21:00");
-    EXPECT_EQ(today->id, daily.id);
-    // Still inside today's window: it stays; at its very end it moves on.
-    EXPECT_EQ(Schedule::advanced(*today, local(2025, 6, 6, 20, 59)), today);
-    EXPECT_EQ(wallClock(Schedule::advanced(*today, local(2025, 6, 6, 21))->start), "2025-06-07 20:00");
-
-    // Weekly on Tuesdays; back on Thursday ten days later: the Tuesday after.
-    const ScheduledRecording weekly = plan(local(2025, 6, 3, 20), local(2025, 6, 3, 21), Rule::Weekly);
-    EXPECT_EQ(wallClock(Schedule::advanced(weekly, local(2025, 6, 12, 9))->start), "2025-06-17 20:00");
-    // A window past midnight that is still running counts as ahead.
-    const ScheduledRecording late = plan(local(2025, 6, 3, 23), local(2025, 6, 4, 1), Rule::Weekly);
-    EXPECT_EQ(wallClock(Schedule::advanced(late, local(2025, 6, 11, 0, 30))->start), "2025-06-10 23:00");
-    // Years away: still the next Tuesday, not a walk through every week.
-    EXPECT_EQ(wallClock(Schedule::advanced(weekly, local(2031, 3, 13, 9))->start), "2031-03-18 20:00");
-
-    // Without a rule there is no next window, not even for a window still ahead.
-    for (const std::optional<Rule> rule : { std::optional<Rule>(), std::optional<Rule>(Rule::None) })
-        EXPECT_FALSE(
-            Schedule::advanced(plan(local(2025, 6, 7, 20), local(2025, 6, 7, 21), rule), local(2025, 6, 6, 9)));
-}
-
-TEST(ScheduleArithmetic, WallClockWindowsSurviveDaylightSavingChanges)
-{
-    struct Change {
-        const char *zone;
-        QDate before; // the day before the clocks move
-        int offsetChangeSec;
-    };
-    for (const Change &c :
-        { Change { "Europe/Berlin", QDate(2025, 3, 29), 3600 }, Change { "Europe/Berlin", QDate(2025, 10, 25), -3600 },
-            Change { "America/New_York", QDate(2025, 3, 8), 3600 },
-            Change { "America/New_York", QDate(2025, 11, 1), -3600 } }) {
-        ZoneGuard zone(c.zone);
-        const QDate d = c.before;
-        for (const Rule rule : { Rule::Daily, Rule::Weekly }) {
-            const ScheduledRecording p
-                = plan(local(d.year(), d.month(), d.day(), 20), local(d.year(), d.month(), d.day(), 21), rule);
-            const auto next = Schedule::advanced(p, p.end);
-            ASSERT_TRUE(next) << c.zone;
-            const QDate day = d.addDays(rule == Rule::Daily ? 1 : 7);
-            EXPECT_EQ(wallClock(next->start), day.toString(Qt::ISODate) + " 20:00") << c.zone;
-            EXPECT_EQ(wallClock(next->end), day.toString(Qt::ISODate) + " 21:00") << c.zone;
-            // The instant moved by a day or a week less the hour the clocks gained.
-            EXPECT_EQ(p.start.secsTo(next->start), (rule == Rule::Daily ? 1 : 7) * 86400 - c.offsetChangeSec) << c.zone;
-        }
-        // Months later, across the change, by a jump: still 20:00.
-        const ScheduledRecording p = plan(local(d.year(), 1, 10, 20), local(d.year(), 1, 10, 21), Rule::Daily);
-        const auto summer = Schedule::advanced(p, local(d.year(), 7, 1, 9));
-        EXPECT_EQ(wallClock(summer->start), QStringLiteral("%1-07-01 20:00").arg(d.year())) << c.zone;
-    }
-}
-
 class SniperSchedulerTest : public RecorderFixture {
 protected:
     void SetUp() override
@@ -262,12 +38,14 @@ protected:
         live = fixtureStation(QString::fromLatin1(server.url("/live")));
     }
 
-    std::unique_ptr<SniperScheduler> makeScheduler(NullPowerAssertion &holder, int tickMs = 3600000)
+    std::unique_ptr<SniperScheduler> makeScheduler(
+        NullPowerAssertion &holder, int tickMs = 3600000, ClosedLidKeeper *keeper = nullptr)
     {
         SniperScheduler::Options options;
         options.filePath = file;
         options.clock = [this] { return now; };
         options.tickInterval = std::chrono::milliseconds(tickMs);
+        options.closedLidKeeper = keeper;
         return std::make_unique<SniperScheduler>(holder, options);
     }
 
@@ -299,15 +77,11 @@ TEST_F(SniperSchedulerTest, LoadingDropsPassedOneOffsMovesRepeatingPlansAndRewri
     EXPECT_EQ(scheduler->items()[0].start, now.addSecs(3600));
     EXPECT_EQ(scheduler->items()[1], future);
     EXPECT_EQ(fileBytes(), Schedule::encode(scheduler->items()));
-}
 
-TEST_F(SniperSchedulerTest, LoadingLeavesAFileAloneWhenNothingPassed)
-{
-    QJsonArray array = QJsonDocument::fromJson(Schedule::encode({ plan(now.addSecs(60), now.addSecs(120)) })).array();
-    const QByteArray pretty = QJsonDocument(array).toJson(QJsonDocument::Indented);
+    // Nothing passed: the file is left alone, even in a form of its own.
+    const QByteArray pretty = QJsonDocument::fromJson(fileBytes()).toJson(QJsonDocument::Indented);
     writeFile(file, pretty);
-    const auto scheduler = makeScheduler(power);
-    EXPECT_EQ(scheduler->items().size(), 1);
+    EXPECT_EQ(makeScheduler(power)->items().size(), 2);
     EXPECT_EQ(fileBytes(), pretty);
 }
 
@@ -401,8 +175,7 @@ TEST_F(SniperSchedulerTest, APlanStartsWithinATickOfItsWindowAndStopsAtItsEnd)
     const auto scheduler = makeScheduler(power, 30);
     (void)scheduler->add(livePlan(now.addSecs(60), now.addSecs(120)));
     scheduler->configure(recorder, *library);
-    waitUntil([] { return false; }, 100);
-    EXPECT_TRUE(recorder.sessions().isEmpty());
+    EXPECT_FALSE(waitUntil([&] { return !recorder.sessions().isEmpty(); }, 100)) << "started before its window";
 
     now = now.addSecs(60);
     ASSERT_TRUE(waitUntil([&] { return recorder.isRecordingStation(live); }, 2000));
@@ -425,25 +198,6 @@ TEST_F(SniperSchedulerTest, APlanStartsWithinATickOfItsWindowAndStopsAtItsEnd)
     EXPECT_EQ(titles, QStringList({ "A - One", "B - Two", "C - Three" }));
 }
 
-TEST_F(SniperSchedulerTest, AWindowsEndStopsARecordingOfItsStationStartedByHand)
-{
-    ZoneGuard zone("Europe/Berlin");
-    QSignalSpy started(&recorder, &RadioRecorder::sessionStarted);
-    recorder.start(live);
-    const auto scheduler = makeScheduler(power);
-    const ScheduledRecording daily = livePlan(now.addSecs(-60), now.addSecs(60), Rule::Daily);
-    (void)scheduler->add(daily);
-    scheduler->configure(recorder, *library);
-    EXPECT_EQ(started.count(), 1); // already recorded: not started twice
-
-    now = daily.end;
-    scheduler->tick();
-    EXPECT_FALSE(recorder.isRecordingStation(live));
-    ASSERT_EQ(scheduler->items().size(), 1);
-    EXPECT_EQ(scheduler->items()[0].start, daily.start.addDays(1));
-    EXPECT_EQ(fileBytes(), Schedule::encode(scheduler->items()));
-}
-
 TEST_F(SniperSchedulerTest, ARecordingThatGaveUpInsideItsWindowIsStartedAgain)
 {
     quint16 deadPort = 0;
@@ -464,13 +218,15 @@ TEST_F(SniperSchedulerTest, ARecordingThatGaveUpInsideItsWindowIsStartedAgain)
 
 // What the window turns into desktop notifications: one start and one end per window,
 // also when the stream broke and was started again in between, and again for the next
-// window of a repeating plan.
+// window of a repeating plan. A window's end stops its station even when the user had
+// started that recording by hand.
 TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
 {
     ZoneGuard zone("Europe/Berlin");
     const auto scheduler = makeScheduler(power);
     QSignalSpy started(scheduler.get(), &SniperScheduler::scheduledRecordingStarted);
     QSignalSpy ended(scheduler.get(), &SniperScheduler::scheduledRecordingEnded);
+    QSignalSpy sessions(&recorder, &RadioRecorder::sessionStarted);
     const ScheduledRecording daily = livePlan(now.addSecs(60), now.addSecs(120), Rule::Daily);
     (void)scheduler->add(daily);
     scheduler->configure(recorder, *library);
@@ -485,9 +241,17 @@ TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
     EXPECT_TRUE(recorder.isRecordingStation(live));
     EXPECT_EQ(started.count(), 1);
     EXPECT_EQ(ended.count(), 0);
+    recorder.stop();
+    recorder.start(live);
+    scheduler->tick();
+    EXPECT_EQ(sessions.count(), 3) << "already recorded: not started twice";
 
     now = daily.end;
     scheduler->tick();
+    EXPECT_FALSE(recorder.isRecordingStation(live));
+    ASSERT_EQ(scheduler->items().size(), 1);
+    EXPECT_EQ(scheduler->items()[0].start, daily.start.addDays(1));
+    EXPECT_EQ(fileBytes(), Schedule::encode(scheduler->items()));
     ASSERT_EQ(ended.count(), 1);
     EXPECT_EQ(ended[0][0].value<ScheduledRecording>().id, daily.id);
     EXPECT_EQ(ended[0][0].value<ScheduledRecording>().end, daily.end);
@@ -502,17 +266,6 @@ TEST_F(SniperSchedulerTest, EachWindowIsAnnouncedOnceWhenItStartsAndWhenItEnds)
     now = daily.end.addDays(1);
     scheduler->tick();
     EXPECT_EQ(ended.count(), 1);
-}
-
-TEST_F(SniperSchedulerTest, FullShowPlansRecordUnderTheirShowTitle)
-{
-    const auto scheduler = makeScheduler(power);
-    const ScheduledRecording show = livePlan(now.addSecs(-10), now.addSecs(600), std::nullopt, Mode::FullShow);
-    (void)scheduler->add(show);
-    scheduler->configure(recorder, *library);
-    const RecordingSession *session = recorder.session(live.id);
-    ASSERT_TRUE(session);
-    EXPECT_EQ(session->fullShowTitle(), show.showTitle());
 }
 
 TEST_F(SniperSchedulerTest, ThePowerAssertionIsHeldWhilePlansOrRecordingsExist)
@@ -548,21 +301,16 @@ TEST_F(SniperSchedulerTest, TheClosedLidKeeperHearsOfTheNextPlanAndOfRecordings)
     DBusLink noBus(std::nullopt, QStringLiteral("system"));
     ClosedLidKeeper keeper(noBus, nullptr, [this] { return now; });
     keeper.setEnabled(true);
-    SniperScheduler::Options options;
-    options.filePath = file;
-    options.clock = [this] { return now; };
-    options.closedLidKeeper = &keeper;
-    SniperScheduler scheduler(power, options);
-    scheduler.configure(recorder, *library);
+    const auto scheduler = makeScheduler(power, 3600000, &keeper);
+    scheduler->configure(recorder, *library);
     EXPECT_FALSE(keeper.isKeeping());
 
-    const ScheduledRecording later = livePlan(now.addSecs(3 * 3600), now.addSecs(4 * 3600));
-    (void)scheduler.add(later);
+    (void)scheduler->add(livePlan(now.addSecs(3 * 3600), now.addSecs(4 * 3600)));
     EXPECT_FALSE(keeper.isKeeping()); // more than an hour away
     const ScheduledRecording soon = livePlan(now.addSecs(1800), now.addSecs(3600));
-    (void)scheduler.add(soon);
+    (void)scheduler->add(soon);
     EXPECT_TRUE(keeper.isKeeping());
-    (void)scheduler.remove(soon);
+    (void)scheduler->remove(soon);
     EXPECT_FALSE(keeper.isKeeping());
 
     recorder.start(live);
@@ -603,8 +351,7 @@ TEST_F(SniperSchedulerTest, OneSchedulerPerDataFolderRunsThePlansAndAnotherTakes
     EXPECT_FALSE(second->runsPlans());
     EXPECT_EQ(runs.count(), 1);
     EXPECT_EQ(second->items(), QList<ScheduledRecording> { open });
-    waitUntil([] { return false; }, 100);
-    EXPECT_FALSE(recorder.isRecordingStation(live));
+    EXPECT_FALSE(waitUntil([&] { return recorder.isRecordingStation(live); }, 100));
 
     otherRecorder.stop();
     first.reset();
@@ -613,13 +360,16 @@ TEST_F(SniperSchedulerTest, OneSchedulerPerDataFolderRunsThePlansAndAnotherTakes
     otherRecorder.waitForSaves();
 }
 
+// Full-show plans record under their show title.
 TEST_F(SniperSchedulerTest, WithoutALibraryPlansStillRecordAndKeepTheComputerAwake)
 {
     const auto scheduler = makeScheduler(power);
-    (void)scheduler->add(livePlan(now.addSecs(-5), now.addSecs(600)));
+    const ScheduledRecording show = livePlan(now.addSecs(-5), now.addSecs(600), std::nullopt, Mode::FullShow);
+    (void)scheduler->add(show);
     scheduler->configure(recorder, nullptr);
     EXPECT_TRUE(scheduler->isConfigured());
-    EXPECT_TRUE(recorder.isRecordingStation(live));
+    ASSERT_TRUE(recorder.isRecordingStation(live));
+    EXPECT_EQ(recorder.session(live.id)->fullShowTitle(), show.showTitle());
     EXPECT_TRUE(power.isHeld());
 }
 

@@ -10,9 +10,10 @@
 #include "bytesettings.h"
 #include "testenv.h"
 
+#include <QDebug>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QElapsedTimer>
 #include <QJsonObject>
 #include <QMutex>
 
@@ -75,12 +76,35 @@ protected:
         polledTitle = title;
     }
 
+    // A status server that notes when it is asked and answers after `delayMs`, beside a
+    // stream without in-band titles.
+    void timePolls(int delayMs)
+    {
+        server.route("/status-json.xsl", [this, delayMs](const FixtureServer::Request &) {
+            QMutexLocker lock(&titleMutex);
+            pollMs << clock.elapsed();
+            FixtureServer::Script answer = FixtureServer::Script().pause(delayMs);
+            answer.steps += FixtureServer::Script::response(200, "application/json", statusWith(source("/live", "Polled - One"))).steps;
+            return answer;
+        });
+        server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
+                                  .produce(50, [] { return QByteArray(800, 'x'); }));
+        clock.start();
+    }
+    QList<qint64> polls()
+    {
+        QMutexLocker lock(&titleMutex);
+        return pollMs;
+    }
+
     TestHome home;
     FixtureServer server;
     HttpClient http;
     RecordingContext context{http, nullptr};
-    QMutex titleMutex;
+    QMutex titleMutex; // guards the two below, which the server's thread uses
     QString polledTitle = QStringLiteral("Polled - First");
+    QList<qint64> pollMs;
+    QElapsedTimer clock;
 };
 
 TEST_F(PolledTitlesTest, StatusTitlesCutAStreamWithoutInBandTitles)
@@ -103,13 +127,11 @@ TEST_F(PolledTitlesTest, StatusTitlesCutAStreamWithoutInBandTitles)
 
 TEST_F(PolledTitlesTest, InBandTitlesTakePrecedenceOverPolledOnes)
 {
-    QByteArray block = "StreamTitle='InBand - Song';";
-    block.resize(32, '\0');
     bool titled = false;
     server.route("/live", FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}})
-                              .produce(20, [&titled, block] {
+                              .produce(20, [&titled] {
                                   // One in-band title at the start, then only empty blocks.
-                                  const QByteArray meta = titled ? QByteArray(1, '\0') : char(2) + block;
+                                  const QByteArray meta = IcyStream::metaBlock(titled ? "" : "StreamTitle='InBand - Song';");
                                   titled = true;
                                   return QByteArray(1000, 'x') + meta;
                               }));
@@ -117,7 +139,6 @@ TEST_F(PolledTitlesTest, InBandTitlesTakePrecedenceOverPolledOnes)
     RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Both FM"), std::nullopt, context);
     QStringList titles;
     QList<qint64> atMs;
-    QElapsedTimer clock;
     clock.start();
     QObject::connect(&session, &RecordingSession::currentStreamTitleChanged, [&](const QString &t) {
         titles << t;
@@ -138,29 +159,14 @@ TEST_F(PolledTitlesTest, PollsFirstAfterFiveSecondsThenEveryFive)
 {
     context.timings = RecordingTimings{};
     context.timings.statusUrlFor = [this](const QString &) { return QUrl(QString::fromLatin1(server.url("/status-json.xsl"))); };
-    QMutex timesMutex;
-    QList<qint64> pollMs;
-    QElapsedTimer clock;
-    server.route("/status-json.xsl", [&](const FixtureServer::Request &) {
-        QMutexLocker lock(&timesMutex);
-        pollMs << clock.elapsed();
-        return FixtureServer::Script::response(200, "application/json", statusWith(source("/live", "Polled - One")));
-    });
-    server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
-                              .produce(50, [] { return QByteArray(800, 'x'); }));
-    clock.start();
+    timePolls(0);
     RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Timed FM"), std::nullopt, context);
-    waitUntil([] { return false; }, 11500);
+    waitUntil([] { return false; }, 11500); // counting what comes in a stretch of time
     session.stop();
-    QMutexLocker lock(&timesMutex);
-    const QList<qint64> polls = pollMs;
-    std::string at;
-    for (qint64 ms : polls)
-        at += std::to_string(ms) + " ";
-    ASSERT_EQ(polls.size(), 2) << "polls at ms: " << at;
-    EXPECT_NEAR(polls[0], 5000, 600);
-    EXPECT_NEAR(polls[1] - polls[0], 5000, 600);
-    lock.unlock();
+    const QList<qint64> at = polls();
+    ASSERT_EQ(at.size(), 2) << "polls at ms: " << QDebug::toString(at).toStdString();
+    EXPECT_NEAR(at[0], 5000, 600);
+    EXPECT_NEAR(at[1] - at[0], 5000, 600);
     waitUntil([&] { return session.isIdle(); });
 }
 
@@ -169,29 +175,13 @@ TEST_F(PolledTitlesTest, PollsFirstAfterFiveSecondsThenEveryFive)
 TEST_F(PolledTitlesTest, ASlowStatusServerIsNeverAskedTwiceAtOnce)
 {
     context.timings.statusPollIntervalSec = 0.3;
-    QMutex timesMutex;
-    QList<qint64> pollMs;
-    QElapsedTimer clock;
-    server.route("/status-json.xsl", [&](const FixtureServer::Request &) {
-        QMutexLocker lock(&timesMutex);
-        pollMs << clock.elapsed();
-        FixtureServer::Script answer = FixtureServer::Script().pause(700);
-        answer.steps += FixtureServer::Script::response(200, "application/json", statusWith(source("/live", "Slow - One"))).steps;
-        return answer;
-    });
-    server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
-                              .produce(50, [] { return QByteArray(800, 'x'); }));
-    clock.start();
+    timePolls(700);
     RecordingSession session(Station::custom(QString::fromLatin1(server.url("/live")), "Slow FM"), std::nullopt, context);
-    ASSERT_TRUE(waitUntil([&] {
-        QMutexLocker lock(&timesMutex);
-        return pollMs.size() >= 3;
-    }));
+    ASSERT_TRUE(waitUntil([&] { return polls().size() >= 3; }));
     session.stop();
-    QMutexLocker lock(&timesMutex);
-    for (qsizetype i = 1; i < pollMs.size(); ++i)
-        EXPECT_GE(pollMs[i] - pollMs[i - 1], 900) << "poll " << i;
-    lock.unlock();
+    const QList<qint64> at = polls();
+    for (qsizetype i = 1; i < at.size(); ++i)
+        EXPECT_GE(at[i] - at[i - 1], 900) << "poll " << i;
     waitUntil([&] { return session.isIdle(); });
 }
 
@@ -199,9 +189,9 @@ TEST(StreamTitlePoller, ARestartForgetsTheOldStreamAndItsTitle)
 {
     FixtureServer server;
     auto icy = [](const QByteArray &title) {
-        QByteArray block = "StreamTitle='" + title + "';";
-        block.resize(48, '\0');
-        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "50"}}).send(QByteArray(50, 'a') + char(3) + block).hang();
+        return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "50"}})
+            .send(QByteArray(50, 'a') + IcyStream::metaBlock("StreamTitle='" + title + "';"))
+            .hang();
     };
     server.route("/a", icy("A - Song"));
     server.route("/b", icy("B - Song"));
@@ -216,8 +206,7 @@ TEST(StreamTitlePoller, ARestartForgetsTheOldStreamAndItsTitle)
     EXPECT_EQ(poller.title(), "");
     ASSERT_TRUE(waitUntil([&] { return poller.title() == "B - Song"; }));
     const int aRequests = server.requestCount("/a");
-    waitUntil([] { return false; }, 300);
-    EXPECT_EQ(server.requestCount("/a"), aRequests); // the first loop is gone
+    EXPECT_FALSE(waitUntil([&] { return server.requestCount("/a") != aRequests; }, 300)) << "the first loop goes on";
     EXPECT_EQ(seen, (QStringList{"A - Song", "", "B - Song"}));
     EXPECT_TRUE(waitUntil([&] { return server.openConnections() == 0; })); // each look closes its connection
     poller.stop();
