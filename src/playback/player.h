@@ -1,0 +1,88 @@
+#pragma once
+
+#include "library/track.h"
+#include "library/transitionmode.h"
+#include "library/transitionplan.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+class AudioEngine;
+class LibraryStore;
+class TransitionSettings;
+
+// The player state: a queue of library tracks played on the engine's two decks, with the
+// transition of the chosen mode between them (planned in the background, run by a
+// periodic tick on the owner's thread).
+//
+// Lives on the GUI thread (in orvida-cli: the main thread). Every call and signal is on
+// that thread; plans are computed on the thread pool and delivered back to it.
+class Player : public QObject {
+    Q_OBJECT
+public:
+    enum class Status { stopped, playing, paused };
+    enum class Repeat { off, all, one };
+
+    // `library` may be null (then play counts are not stored). The engine and the settings
+    // must outlive the player.
+    Player(AudioEngine &engine, TransitionSettings &settings, LibraryStore *library, QObject *parent = nullptr);
+    ~Player() override;
+
+    // Replaces the queue and plays it from `startIndex`. Tracks without a file stay in the
+    // queue and are skipped with a notice when their turn comes.
+    void playQueue(const QList<Track> &tracks, int startIndex = 0);
+    void play();  // resumes, or starts the queue at its current entry
+    void pause();
+    void playPause();
+    void stop();
+    void next();
+    // Restarts the current track when more than 3 s of it have played, else goes back one.
+    void previous();
+    void seek(double seconds); // in the current track
+    void setShuffle(bool on);
+    void setRepeat(Repeat repeat);
+    void setVolume(double volume); // 0..1
+
+    [[nodiscard]] Status status() const;
+    [[nodiscard]] const QList<Track> &queue() const;
+    [[nodiscard]] int currentIndex() const; // -1 when nothing is current
+    [[nodiscard]] std::optional<Track> currentTrack() const;
+    [[nodiscard]] QList<Track> upNext() const; // the tracks that will follow, in play order
+    [[nodiscard]] std::optional<double> position() const; // seconds into the current track
+    [[nodiscard]] double duration() const; // of the current track, seconds
+    [[nodiscard]] bool shuffle() const;
+    [[nodiscard]] Repeat repeat() const;
+    [[nodiscard]] double volume() const;
+
+    // Offline output: plays the whole queue from its first entry into `wavPath` (32-bit
+    // float stereo WAV at the engine's rate) as fast as the CPU allows, running the same
+    // ticks and transitions as real-time play; returns when the queue has ended. False with
+    // `error` set when the file cannot be written.
+    [[nodiscard]] bool renderQueue(const QString &wavPath, QString *error);
+
+Q_SIGNALS:
+    void statusChanged(Player::Status status);
+    // An ordinary change or the incoming deck of a transition adopted; index -1 and no
+    // track when the queue ended or was stopped.
+    void currentTrackChanged(const std::optional<Track> &track, int index);
+    void queueChanged();
+    void seeked(double seconds); // the position jumped (seek, previous restarting a track)
+    void shuffleChanged(bool on);
+    void repeatChanged(Player::Repeat repeat);
+    void volumeChanged(double volume);
+    // A transition began: the sanitised plan, in the mode that made it.
+    void transitionStarted(TransitionMode mode, const TransitionPlan &plan);
+    // A track could not be played (missing or undecodable file) and was passed over.
+    void trackSkipped(const Track &track, const QString &reason);
+    void queueEnded();
+    // The track was heard past half its length; its play count has been raised.
+    void trackPlayed(const Track &track);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> d;
+};
