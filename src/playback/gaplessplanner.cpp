@@ -176,11 +176,12 @@ std::optional<Cut> trimEdges(std::span<const float> head, std::span<const float>
         const auto loud = std::find_if(head.begin(), head.end(), [](float p) { return p > kSilencePeak; });
         const qint64 found = loud - head.begin();
         start = loud == head.end() ? kMaxPriming : std::min(found, kMaxPriming);
-        // Silence longer than any priming is the music's own.
+        // Silence longer than any AAC priming is the music's own: the whole window counts
+        // as music.
         if (aac && loud != head.end() && found > kAacPrimingLimit)
             start = 0;
         // A weak burst in the first codec frame before a much louder second one is the
-        // decoder's pre-roll, not music.
+        // decoder's pre-roll, not music. (Two silent frames are no burst.)
         const auto maxOf = [&](qint64 from, qint64 to) {
             from = std::clamp<qint64>(from, 0, qint64(head.size()));
             to = std::clamp<qint64>(to, from, qint64(head.size()));
@@ -188,7 +189,7 @@ std::optional<Cut> trimEdges(std::span<const float> head, std::span<const float>
         };
         const float first = maxOf(0, frameSize - 64);
         const float second = maxOf(frameSize, frameSize + 1024);
-        if (first < 0.2f && first <= 0.25f * second)
+        if (second > kSilencePeak && first < 0.2f && first <= 0.25f * second)
             start = std::max(start, frameSize);
     }
     qint64 end = length;
