@@ -3,6 +3,7 @@
 #include <QIODevice>
 #include <QtEndian>
 
+#include <cstdlib>
 #include <cstring>
 
 namespace GaplessPlanner {
@@ -140,8 +141,10 @@ std::optional<PacketTable> packetTableFromMoov(std::span<const uchar> moov)
         const auto elst = path(trak.body, { "edts", "elst" });
         if (!scale || *scale == 0 || !stbl || !elst)
             return false;
+        const qint64 mediaScale = *scale;
+        const qint64 movieTicks = *movieScale;
         PacketTable t;
-        t.storedRate = *scale;
+        t.storedRate = double(mediaScale);
         if (const auto stsd = child(*stbl, "stsd"); stsd && stsd->size() >= 16)
             t.format = QByteArray(reinterpret_cast<const char *>(stsd->data() + 12), 4);
         qint64 total = 0;
@@ -165,8 +168,16 @@ std::optional<PacketTable> packetTableFromMoov(std::span<const uchar> moov)
             if (mediaTime < 0)
                 continue;
             t.priming = mediaTime;
-            t.valid = qint64(double(segment) * double(*scale) / double(*movieScale) + 0.5);
+            t.valid = qint64(double(segment) * double(mediaScale) / double(movieTicks) + 0.5);
             t.remainder = total - t.priming - t.valid;
+            // The segment duration is in the movie's time scale, often milliseconds, so it
+            // can miss the sample count by a tick. Muxers that end the sample table on the
+            // last valid frame (FFmpeg does) leave no remainder: then the table is exact.
+            const qint64 tick = (mediaScale + movieTicks - 1) / movieTicks;
+            if (mediaScale != movieTicks && std::abs(t.remainder) <= tick) {
+                t.valid = total - t.priming;
+                t.remainder = 0;
+            }
             if (t.valid >= 1 && t.remainder >= 0)
                 table = t;
             break;
