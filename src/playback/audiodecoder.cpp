@@ -615,8 +615,11 @@ bool FfmpegDecoder::decodeFrame()
             AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
             if (swr_alloc_set_opts2(&m_downmix, &stereo, AV_SAMPLE_FMT_FLT, m_frame->sample_rate, &m_frame->ch_layout,
                                     AVSampleFormat(m_frame->format), m_frame->sample_rate, 0, nullptr)
-                    < 0
-                || swr_init(m_downmix) < 0)
+                    < 0)
+                return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
+            // Float output would carry the sum of five channels past full scale.
+            av_opt_set_double(m_downmix, "rematrix_maxval", 1.0, 0);
+            if (swr_init(m_downmix) < 0)
                 return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
         }
         uint8_t *outPlanes[] = { reinterpret_cast<uint8_t *>(m_stage.data()) };
