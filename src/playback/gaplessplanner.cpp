@@ -233,15 +233,15 @@ std::optional<Bounds> analyze(const QString &path)
     if (fromTable && fromTable->cutKnown) {
         chosen = fromTable;
     } else if (fromTable) {
-        // The start is known but the end is not trusted: an encoder tag may know better,
-        // else the end is where the music stops.
-        chosen = fromHeaders(path, length);
-        if (!chosen) {
-            chosen = fromTable;
-            if (scannable) {
-                if (const auto end = scan(*decoder, length, aac, false))
-                    chosen->end = std::min(chosen->end, end->end);
-            }
+        // The start is known but the end is not trusted: an encoder tag may know better.
+        // Where the stream's end still rests on the decoder's word (it trims, or only the
+        // table's untrusted count says where the music stops), the end is also not later
+        // than the last sound.
+        const auto fromTag = fromHeaders(path, length);
+        chosen = fromTag ? fromTag : fromTable;
+        if (scannable && (!fromTag || chosen->source == Source::coreAudio)) {
+            if (const auto end = scan(*decoder, length, aac, false))
+                chosen->end = std::min(chosen->end, end->end);
         }
     } else {
         chosen = fromHeaders(path, length);

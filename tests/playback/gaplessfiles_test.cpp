@@ -187,3 +187,25 @@ TEST(GaplessAnalysis, CachedBoundsFollowTheFileAndPlanRunsInTheBackground)
     EXPECT_EQ(p->incomingStart, 0);
     EXPECT_FALSE(cacheKey(dir.filePath(QStringLiteral("missing.mp3"))));
 }
+
+// FFmpeg ends an M4A's sample table on the last valid frame, so its packet table has no
+// remainder and its end is not trusted: with no encoder tag to ask, the end comes down to
+// the last sound when silence closes the file.
+TEST(GaplessAnalysis, AacWithoutRemainderEndsAtTheLastSound)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("tail.m4a"));
+    const qint64 sweep = 88200;
+    const qint64 silence = 2000; // inside the 3,200-frame window
+    ASSERT_TRUE(make(path, { "-f", "lavfi", "-i", sweepSource(double(sweep) / kRate, kRate), "-f", "lavfi", "-i",
+                             "anullsrc=r=44100:cl=stereo:d=1", "-filter_complex",
+                             QStringLiteral("[0][1]concat=n=2:v=0:a=1,atrim=end_sample=%1").arg(sweep + silence),
+                             "-c:a", "aac" }));
+    const auto b = analyze(path);
+    ASSERT_TRUE(b);
+    EXPECT_EQ(b->source, Source::packetTable);
+    EXPECT_EQ(b->startFrame, 0);
+    EXPECT_LT(b->endFrame, sweep + silence);
+    EXPECT_GE(b->endFrame, sweep);
+    EXPECT_LT(b->endFrame, sweep + 1024); // the codec's ringing dies within a frame
+}
