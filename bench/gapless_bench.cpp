@@ -37,11 +37,10 @@ const QString &file(const QString &suffix)
         else
             codec = { "-c:a", "flac" };
         QString error;
-        const auto out = runProgram(
-            QStringLiteral("/usr/bin/ffmpeg"),
+        const auto out = runProgram(QStringLiteral("/usr/bin/ffmpeg"),
             QStringList { "-v", "error", "-y", "-f", "lavfi", "-i",
-                          QStringLiteral("aevalsrc=0.5*sin(2*PI*(60*t+20*t*t))|0.4*sin(2*PI*(200*t+9*t*t)):s=44100:d=%1")
-                              .arg(kSeconds) }
+                QStringLiteral("aevalsrc=0.5*sin(2*PI*(60*t+20*t*t))|0.4*sin(2*PI*(200*t+9*t*t)):s=44100:d=%1")
+                    .arg(kSeconds) }
                 + codec + QStringList { path },
             &error);
         if (!out)

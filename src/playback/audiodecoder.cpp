@@ -82,7 +82,11 @@ float sampleAt(const AVFrame *f, int channel, int i)
 
 class FfmpegDecoder final : public AudioDecoder {
 public:
-    FfmpegDecoder(const QString &path, int outputRate) : m_path(path), m_requestedRate(outputRate) {}
+    FfmpegDecoder(const QString &path, int outputRate)
+        : m_path(path)
+        , m_requestedRate(outputRate)
+    {
+    }
     ~FfmpegDecoder() override { closeAll(); }
 
     bool open(QString *error);
@@ -128,7 +132,7 @@ private:
     AVCodecContext *m_codec = nullptr;
     AVPacket *m_packet = nullptr;
     AVFrame *m_frame = nullptr;
-    SwrContext *m_downmix = nullptr;   // more than two channels -> stereo, at the file rate
+    SwrContext *m_downmix = nullptr; // more than two channels -> stereo, at the file rate
     SwrContext *m_resampler = nullptr; // stereo at the file rate -> stereo at the output rate
     int m_stream = -1;
     AVRational m_timeBase { 1, 1 };
@@ -142,26 +146,26 @@ private:
     GaplessPlanner::Mp3Start m_mp3;
     GaplessPlanner::Mp3Trim m_mp3Trim;
     std::vector<qint64> m_mp3Offsets; // empty until walked
-    qint64 m_mp3Frames = 0;           // frames the length is made of
+    qint64 m_mp3Frames = 0; // frames the length is made of
     qint64 m_nextPacket = 0;
     QByteArray m_packetBytes;
 
     // File-rate bookkeeping (file frames, counted from the first frame a full decode delivers).
-    qint64 m_fileNext = 0;      // index of the next file frame the decoder will give
+    qint64 m_fileNext = 0; // index of the next file frame the decoder will give
     qint64 m_fileDropBelow = 0; // frames before this (a seek target) are thrown away
-    qint64 m_fileAccepted = 0;  // index one past the last file frame passed on
+    qint64 m_fileAccepted = 0; // index one past the last file frame passed on
     bool m_syncFromPts = false; // the next frame's place comes from its timestamp (after a seek)
     bool m_restartedOnce = false; // a seek fell back to decoding from the start (once per seek)
     bool m_inputDone = false;
     bool m_flushed = false;
     bool m_failed = false;
-    std::vector<float> m_stage;     // one decoded frame as stereo float at the file rate
+    std::vector<float> m_stage; // one decoded frame as stereo float at the file rate
     std::vector<float> m_resampled; // the same at the output rate
 
     // Output-rate side.
     std::vector<float> m_pending; // stereo frames ready for read()
-    size_t m_pendingAt = 0;       // frames of m_pending already read
-    qint64 m_outDrop = 0;         // output frames still to drop after a resampled seek
+    size_t m_pendingAt = 0; // frames of m_pending already read
+    qint64 m_outDrop = 0; // output frames still to drop after a resampled seek
     qint64 m_pos = 0;
     qint64 m_outProduced = 0; // output index one past the last frame put into m_pending or dropped
     QString m_error;
@@ -223,7 +227,7 @@ bool FfmpegDecoder::openContainer(QString *error)
     if (durationIsExact(m_fmt->iformat, st->codecpar->codec_id) && st->duration > 0) {
         m_info.fileLength = av_rescale_q(st->duration, m_timeBase, AVRational { 1, m_info.fileRate });
     } else if (isMovFamily(m_fmt->iformat) && st->codecpar->codec_id == AV_CODEC_ID_AAC && m_codec->frame_size > 0
-               && m_origin != AV_NOPTS_VALUE) {
+        && m_origin != AV_NOPTS_VALUE) {
         // FFmpeg drops the priming named by the edit list but decodes every packet whole,
         // the last one's padding included: the length ends one codec frame after the last
         // packet's timestamp.
@@ -332,7 +336,7 @@ bool FfmpegDecoder::resetResampler()
     swr_free(&m_resampler);
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     if (swr_alloc_set_opts2(&m_resampler, &stereo, AV_SAMPLE_FMT_FLT, m_outRate, &stereo, AV_SAMPLE_FMT_FLT,
-                            m_info.fileRate, 0, nullptr)
+            m_info.fileRate, 0, nullptr)
         < 0)
         return false;
     return swr_init(m_resampler) >= 0;
@@ -423,7 +427,8 @@ bool FfmpegDecoder::seek(qint64 frame)
     } else if (fileTarget - m_lossyPreroll <= 0 || m_origin == AV_NOPTS_VALUE) {
         ok = restart();
     } else {
-        const qint64 ts = av_rescale_q(fileTarget - m_lossyPreroll + m_origin, AVRational { 1, m_info.fileRate }, m_timeBase);
+        const qint64 ts
+            = av_rescale_q(fileTarget - m_lossyPreroll + m_origin, AVRational { 1, m_info.fileRate }, m_timeBase);
         avcodec_flush_buffers(m_codec);
         const int rc = avformat_seek_file(m_fmt, m_stream, INT64_MIN, ts, ts, 0);
         if (rc < 0) {
@@ -484,10 +489,13 @@ bool FfmpegDecoder::produce()
             // than a codec frame means the file lost its end under us.
             if (m_length >= 0 && m_outProduced < m_length) {
                 const qint64 missing = m_length - m_outProduced;
-                const qint64 tolerance = std::max<qint64>(4608, m_codec && m_codec->frame_size > 0 ? m_codec->frame_size : 0)
-                    * m_outRate / m_info.fileRate + 2;
+                const qint64 tolerance
+                    = std::max<qint64>(4608, m_codec && m_codec->frame_size > 0 ? m_codec->frame_size : 0) * m_outRate
+                        / m_info.fileRate
+                    + 2;
                 if (missing > tolerance && m_pos < m_length)
-                    return fail(QStringLiteral("%1 ends %2 frames early: truncated or damaged").arg(m_path).arg(missing));
+                    return fail(
+                        QStringLiteral("%1 ends %2 frames early: truncated or damaged").arg(m_path).arg(missing));
                 m_pending.assign(size_t(2 * missing), 0.0f);
                 m_outProduced = m_length;
                 return true;
@@ -614,8 +622,8 @@ bool FfmpegDecoder::decodeFrame()
         if (!m_downmix) {
             AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
             if (swr_alloc_set_opts2(&m_downmix, &stereo, AV_SAMPLE_FMT_FLT, m_frame->sample_rate, &m_frame->ch_layout,
-                                    AVSampleFormat(m_frame->format), m_frame->sample_rate, 0, nullptr)
-                    < 0)
+                    AVSampleFormat(m_frame->format), m_frame->sample_rate, 0, nullptr)
+                < 0)
                 return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
             // Float output would carry the sum of five channels past full scale.
             av_opt_set_double(m_downmix, "rematrix_maxval", 1.0, 0);

@@ -114,12 +114,11 @@ TEST_P(GaplessFiles, TrimmedPartsJoinIntoTheWholeSweep)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, GaplessFiles,
+INSTANTIATE_TEST_SUITE_P(Formats, GaplessFiles,
     ::testing::Values(Format { "wav", { "-c:a", "pcm_s16le" }, Source::none, true },
-                      Format { "flac", { "-c:a", "flac" }, Source::none, true },
-                      Format { "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, Source::coreAudio, false },
-                      Format { "m4a", { "-c:a", "aac", "-b:a", "192k" }, Source::packetTable, false }),
+        Format { "flac", { "-c:a", "flac" }, Source::none, true },
+        Format { "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, Source::coreAudio, false },
+        Format { "m4a", { "-c:a", "aac", "-b:a", "192k" }, Source::packetTable, false }),
     [](const auto &param) { return std::string(param.param.suffix); });
 
 // Fewer than 50 ms of music is not worth cutting: the whole decode is used.
@@ -141,9 +140,9 @@ TEST(GaplessAnalysis, UntaggedMp3IsScannedAndNonAudioGivesNothing)
 {
     QTemporaryDir dir;
     const QString mp3 = dir.filePath(QStringLiteral("untagged.mp3"));
-    ASSERT_TRUE(make(mp3, { "-f", "lavfi", "-i", "anullsrc=r=44100:cl=stereo:d=0.5", "-f", "lavfi", "-i",
-                            sweepSource(2, kRate), "-filter_complex", "[0][1]concat=n=2:v=0:a=1", "-c:a", "libmp3lame",
-                            "-write_xing", "0" }));
+    ASSERT_TRUE(make(mp3,
+        { "-f", "lavfi", "-i", "anullsrc=r=44100:cl=stereo:d=0.5", "-f", "lavfi", "-i", sweepSource(2, kRate),
+            "-filter_complex", "[0][1]concat=n=2:v=0:a=1", "-c:a", "libmp3lame", "-write_xing", "0" }));
     const auto b = analyze(mp3);
     ASSERT_TRUE(b);
     EXPECT_EQ(b->source, Source::silence);
@@ -197,10 +196,10 @@ TEST(GaplessAnalysis, AacWithoutRemainderEndsAtTheLastSound)
     const QString path = dir.filePath(QStringLiteral("tail.m4a"));
     const qint64 sweep = 88200;
     const qint64 silence = 2000; // inside the 3,200-frame window
-    ASSERT_TRUE(make(path, { "-f", "lavfi", "-i", sweepSource(double(sweep) / kRate, kRate), "-f", "lavfi", "-i",
-                             "anullsrc=r=44100:cl=stereo:d=1", "-filter_complex",
-                             QStringLiteral("[0][1]concat=n=2:v=0:a=1,atrim=end_sample=%1").arg(sweep + silence),
-                             "-c:a", "aac" }));
+    ASSERT_TRUE(make(path,
+        { "-f", "lavfi", "-i", sweepSource(double(sweep) / kRate, kRate), "-f", "lavfi", "-i",
+            "anullsrc=r=44100:cl=stereo:d=1", "-filter_complex",
+            QStringLiteral("[0][1]concat=n=2:v=0:a=1,atrim=end_sample=%1").arg(sweep + silence), "-c:a", "aac" }));
     const auto b = analyze(path);
     ASSERT_TRUE(b);
     EXPECT_EQ(b->source, Source::packetTable);

@@ -108,7 +108,8 @@ TEST(GaplessHeaders, XingTagGivesFramesDelayAndPadding)
 TEST(GaplessHeaders, SmpbIsFoundAsNarrowAndWideText)
 {
     const QByteArray value = " 00000000 00000840 000001CA 00000000003F9E76 00000000 00000000";
-    const QByteArray narrow = QByteArray::fromHex("434f4d4d0000012000") + "eng" + "iTunSMPB" + QByteArray(1, '\0') + value;
+    const QByteArray narrow
+        = QByteArray::fromHex("434f4d4d0000012000") + "eng" + "iTunSMPB" + QByteArray(1, '\0') + value;
     const auto a = findSMPB(bytes(narrow));
     ASSERT_TRUE(a);
     EXPECT_EQ(a->delay, 0x840);
@@ -312,7 +313,7 @@ QByteArray be32(quint32 v)
 // edit list of `priming` and `segment` (movie ticks), a sample table of `packets` AAC
 // packets of 1024 and a last one of `lastDuration`.
 QByteArray moov(quint32 movieScale, quint32 priming, quint32 segment, quint32 packets, quint32 lastDuration,
-                const QByteArray &udta = {})
+    const QByteArray &udta = {})
 {
     const QByteArray mvhd = box("mvhd", be32(0) + be32(0) + be32(0) + be32(movieScale) + be32(0));
     const QByteArray mdhd = box("mdhd", be32(0) + be32(0) + be32(0) + be32(44100) + be32(0));
@@ -353,8 +354,9 @@ TEST(GaplessMp4, EditListAndSampleTableMakeThePacketTable)
 TEST(GaplessMp4, SmpbIsReadFromTheUserData)
 {
     const QByteArray value = " 00000000 00000840 000001CA 00000000003F9E76 00000000";
-    const QByteArray entry = box("----", box("mean", be32(0) + "com.apple.iTunes") + box("name", be32(0) + "iTunSMPB")
-                                             + box("data", be32(1) + be32(0) + value));
+    const QByteArray entry = box("----",
+        box("mean", be32(0) + "com.apple.iTunes") + box("name", be32(0) + "iTunSMPB")
+            + box("data", be32(1) + be32(0) + value));
     const QByteArray udta = box("meta", be32(0) + box("ilst", entry));
     const auto smpb = smpbFromMoov(bytes(moov(44100, 0, 100, 1, 100, udta)));
     ASSERT_TRUE(smpb);
