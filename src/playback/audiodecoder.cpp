@@ -25,6 +25,10 @@ constexpr qint64 kLossyPrerollFrames = 8192;
 constexpr int kMp3PrerollPackets = 10;
 // Frames the resampler is started ahead of a seek target, so its filter has settled.
 constexpr qint64 kResamplerLeadFrames = 512;
+// A few damaged frames (a glitch in a recorded stream) play as silence; this many in a row
+// is a file that cannot be read any more.
+constexpr int kMaxDamagedInARow = 64;
+constexpr int kMaxSilencedSeconds = 10;
 
 QString avError(int code)
 {
@@ -120,6 +124,9 @@ private:
     void finishInput();
     void emitOutput(const float *stereo, qint64 frames);
     bool fail(const QString &what);
+    // A frame the codec rejected: counted, and silence keeps the timeline (false once too
+    // many came in a row).
+    bool damagedFrame(int code);
     bool ensureMp3Walk();
 
     QString m_path;
@@ -155,6 +162,8 @@ private:
     qint64 m_fileDropBelow = 0; // frames before this (a seek target) are thrown away
     qint64 m_fileAccepted = 0; // index one past the last file frame passed on
     bool m_syncFromPts = false; // the next frame's place comes from its timestamp (after a seek)
+    bool m_resync = false; // frames were lost: the next frame's timestamp places it
+    int m_damagedInARow = 0;
     bool m_restartedOnce = false; // a seek fell back to decoding from the start (once per seek)
     bool m_inputDone = false;
     bool m_flushed = false;
@@ -365,6 +374,8 @@ bool FfmpegDecoder::restart()
 {
     m_fileNext = 0;
     m_fileAccepted = 0;
+    m_resync = false;
+    m_damagedInARow = 0;
     m_inputDone = false;
     m_flushed = false;
     m_syncFromPts = false;
@@ -437,6 +448,8 @@ bool FfmpegDecoder::seek(qint64 frame)
             m_inputDone = false;
             m_flushed = false;
             m_syncFromPts = true;
+            m_resync = false;
+            m_damagedInARow = 0;
         }
     }
     if (!ok) {
@@ -554,16 +567,9 @@ bool FfmpegDecoder::sendNextPacket(bool *ended)
         const int rc = avcodec_send_packet(m_codec, m_packet);
         av_packet_unref(m_packet);
         ++m_nextPacket;
-        if (rc < 0 && rc != AVERROR_INVALIDDATA)
+        if (rc == AVERROR(ENOMEM))
             return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(rc)));
-        if (rc == AVERROR_INVALIDDATA) {
-            // A damaged frame keeps its place in time as silence.
-            m_stage.assign(size_t(2 * m_mp3.header.samplesPerFrame), 0.0f);
-            const qint64 index = m_fileNext;
-            m_fileNext += m_mp3.header.samplesPerFrame;
-            acceptFileFrames(index, m_stage.data(), m_mp3.header.samplesPerFrame);
-        }
-        return true;
+        return rc == 0 || damagedFrame(rc);
     }
     while (true) {
         const int rc = av_read_frame(m_fmt, m_packet);
@@ -580,9 +586,11 @@ bool FfmpegDecoder::sendNextPacket(bool *ended)
         }
         const int sent = avcodec_send_packet(m_codec, m_packet);
         av_packet_unref(m_packet);
-        if (sent < 0 && sent != AVERROR_INVALIDDATA)
+        // Decoders name damage in many ways (AAC's is often a bare -1); only running out
+        // of memory is no damage.
+        if (sent == AVERROR(ENOMEM))
             return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(sent)));
-        return true;
+        return sent == 0 || damagedFrame(sent);
     }
 }
 
@@ -597,7 +605,11 @@ bool FfmpegDecoder::decodeFrame()
         } else if (rc == AVERROR_EOF) {
             return false;
         } else if (rc != AVERROR(EAGAIN)) {
-            return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(rc)));
+            if (!damagedFrame(rc))
+                return false;
+            if (m_ownMp3)
+                return true;
+            continue;
         }
         if (got)
             break;
@@ -609,6 +621,7 @@ bool FfmpegDecoder::decodeFrame()
         if (m_fileAccepted != acceptedBefore)
             return true; // a damaged MP3 frame stood in by silence
     }
+    m_damagedInARow = 0;
     const int n = m_frame->nb_samples;
     const int channels = m_frame->ch_layout.nb_channels;
     m_stage.resize(size_t(2 * n));
@@ -648,6 +661,17 @@ bool FfmpegDecoder::decodeFrame()
         const qint64 at = av_rescale_q(pts, m_timeBase, AVRational { 1, m_info.fileRate });
         if (m_origin == AV_NOPTS_VALUE)
             m_origin = at;
+        if (m_resync && !m_syncFromPts) {
+            // Frames were lost to damage: silence takes their place, so everything after
+            // stays where it belongs.
+            const qint64 placed = at - m_origin;
+            if (placed - m_fileNext > qint64(m_info.fileRate) * kMaxSilencedSeconds)
+                return fail(QStringLiteral("cannot decode %1: too much of it is damaged").arg(m_path));
+            std::vector<float> gap(size_t(2 * std::max<qint64>(placed - m_fileNext, 0)), 0.0f);
+            if (!gap.empty())
+                acceptFileFrames(m_fileNext, gap.data(), placed - m_fileNext);
+            index = placed;
+        }
         if (m_syncFromPts) {
             index = at - m_origin;
             m_syncFromPts = false;
@@ -659,15 +683,34 @@ bool FfmpegDecoder::decodeFrame()
             }
         }
     }
+    m_resync = false;
     av_frame_unref(m_frame);
     m_fileNext = index + n;
     acceptFileFrames(index, m_stage.data(), n);
     return true;
 }
 
+bool FfmpegDecoder::damagedFrame(int code)
+{
+    if (++m_damagedInARow > kMaxDamagedInARow)
+        return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(code)));
+    if (!m_ownMp3) {
+        m_resync = true; // the next frame's timestamp tells how much was lost
+        return true;
+    }
+    // One MP3 packet is one frame: silence of a frame's length keeps the rest in place.
+    const int spf = m_mp3.header.samplesPerFrame;
+    m_stage.assign(size_t(2 * spf), 0.0f);
+    const qint64 index = m_fileNext;
+    m_fileNext += spf;
+    acceptFileFrames(index, m_stage.data(), spf);
+    return true;
+}
+
 void FfmpegDecoder::acceptFileFrames(qint64 index, const float *stereo, qint64 frames)
 {
-    qint64 begin = std::max(index, m_fileDropBelow);
+    // Never the same frame twice, even when a timestamp after damage points back.
+    qint64 begin = std::max({ index, m_fileDropBelow, m_fileAccepted });
     qint64 end = index + frames;
     if (m_info.fileLength >= 0)
         end = std::min(end, m_info.fileLength);

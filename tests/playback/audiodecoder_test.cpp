@@ -246,6 +246,46 @@ TEST(AudioDecoder, FileTruncatedUnderTheReaderIsAnError)
     }
 }
 
+// Damaged frames in the middle (a glitch in a recorded stream) play as silence: the file
+// keeps its length, reports no error, and what follows the damage is where it belongs.
+TEST(AudioDecoder, DamagedFramesBecomeSilenceInPlace)
+{
+    QTemporaryDir dir;
+    for (const auto &[name, codec] : { std::pair { "hurt.mp3", QStringList { "-c:a", "libmp3lame" } },
+             std::pair { "hurt.m4a", QStringList { "-c:a", "aac", "-aac_pns", "0" } },
+             std::pair { "hurt.flac", QStringList { "-c:a", "flac" } } }) {
+        SCOPED_TRACE(name);
+        const QString path = dir.filePath(QString::fromLatin1(name));
+        ASSERT_TRUE(makeSweep(path, 5, 44100, 2, codec));
+        auto clean = AudioDecoder::open(path, 0);
+        ASSERT_TRUE(clean);
+        const std::vector<float> expected = readAll(*clean);
+
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        const qint64 size = file.size();
+        quint32 noise = 12345;
+        for (int k = 0; k < 30; ++k) {
+            ASSERT_TRUE(file.seek(size / 4 + k * (size / 4) / 30));
+            QByteArray junk(48, '\0');
+            for (char &c : junk)
+                c = char((noise = noise * 1103515245u + 12345u) >> 24);
+            file.write(junk);
+        }
+        file.close();
+
+        auto damaged = AudioDecoder::open(path, 0);
+        ASSERT_TRUE(damaged);
+        bool failed = false;
+        const std::vector<float> got = readAll(*damaged, &failed);
+        EXPECT_FALSE(failed) << damaged->lastError().toStdString();
+        ASSERT_EQ(got.size(), expected.size());
+        EXPECT_NE(got, expected);
+        const size_t tail = expected.size() * 7 / 10;
+        EXPECT_TRUE(std::equal(got.begin() + qsizetype(tail), got.end(), expected.begin() + qsizetype(tail)));
+    }
+}
+
 TEST(AudioDecoder, UnreadableFilesGiveAnError)
 {
     QTemporaryDir dir;
