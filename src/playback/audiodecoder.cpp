@@ -8,6 +8,7 @@
 #include <cmath>
 #include <mutex>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 extern "C" {
@@ -57,30 +58,69 @@ bool isLossless(AVCodecID codec)
     return d && (d->props & AV_CODEC_PROP_LOSSLESS) && !(d->props & AV_CODEC_PROP_LOSSY);
 }
 
-// One channel's sample `i` of a decoded frame as float; integer formats are scaled by
-// their full-scale value only, so that 16-bit audio comes out exactly as x / 32768.
-float sampleAt(const AVFrame *f, int channel, int i)
+// Integer formats are scaled by their full-scale value only, so that 16-bit audio comes out
+// exactly as x / 32768.
+template <typename T> float toFloat(T v)
+{
+    if constexpr (std::is_same_v<T, uint8_t>)
+        return float(int(v) - 128) * (1.0f / 128.0f);
+    else if constexpr (std::is_same_v<T, int16_t>)
+        return float(v) * (1.0f / 32768.0f);
+    else if constexpr (std::is_same_v<T, int32_t>)
+        return float(double(v) * (1.0 / 2147483648.0));
+    else if constexpr (std::is_same_v<T, int64_t>)
+        return float(double(v) * (1.0 / 9223372036854775808.0));
+    else
+        return float(v);
+}
+
+// A mono or stereo frame as interleaved stereo float, mono copied to both sides.
+template <typename T> void toStereo(const AVFrame *f, bool planar, float *out)
+{
+    const int n = f->nb_samples;
+    const bool mono = f->ch_layout.nb_channels == 1;
+    const auto *left = reinterpret_cast<const T *>(f->extended_data[0]);
+    if (mono) {
+        for (int i = 0; i < n; ++i)
+            out[2 * i] = out[2 * i + 1] = toFloat(left[i]);
+    } else if (planar) {
+        const auto *right = reinterpret_cast<const T *>(f->extended_data[1]);
+        for (int i = 0; i < n; ++i) {
+            out[2 * i] = toFloat(left[i]);
+            out[2 * i + 1] = toFloat(right[i]);
+        }
+    } else {
+        for (int i = 0; i < 2 * n; ++i)
+            out[i] = toFloat(left[i]);
+    }
+}
+
+// False for a sample format we do not know.
+bool toStereo(const AVFrame *f, float *out)
 {
     const auto fmt = AVSampleFormat(f->format);
-    const int channels = f->ch_layout.nb_channels;
     const bool planar = av_sample_fmt_is_planar(fmt);
-    const int idx = planar ? i : i * channels + channel;
-    const uint8_t *data = f->extended_data[planar ? channel : 0];
     switch (av_get_packed_sample_fmt(fmt)) {
     case AV_SAMPLE_FMT_U8:
-        return float(int(data[idx]) - 128) * (1.0f / 128.0f);
+        toStereo<uint8_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_S16:
-        return float(reinterpret_cast<const int16_t *>(data)[idx]) * (1.0f / 32768.0f);
+        toStereo<int16_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_S32:
-        return float(double(reinterpret_cast<const int32_t *>(data)[idx]) * (1.0 / 2147483648.0));
+        toStereo<int32_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_S64:
-        return float(double(reinterpret_cast<const int64_t *>(data)[idx]) * (1.0 / 9223372036854775808.0));
+        toStereo<int64_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_FLT:
-        return reinterpret_cast<const float *>(data)[idx];
+        toStereo<float>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_DBL:
-        return float(reinterpret_cast<const double *>(data)[idx]);
+        toStereo<double>(f, planar, out);
+        return true;
     default:
-        return 0;
+        return false;
     }
 }
 
@@ -626,11 +666,8 @@ bool FfmpegDecoder::decodeFrame()
     const int channels = m_frame->ch_layout.nb_channels;
     m_stage.resize(size_t(2 * n));
     if (channels <= 2) {
-        for (int i = 0; i < n; ++i) {
-            const float l = sampleAt(m_frame, 0, i);
-            m_stage[2 * i] = l;
-            m_stage[2 * i + 1] = channels == 2 ? sampleAt(m_frame, 1, i) : l;
-        }
+        if (!toStereo(m_frame, m_stage.data()))
+            return fail(QStringLiteral("cannot decode %1: unknown sample format").arg(m_path));
     } else {
         if (!m_downmix) {
             AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
