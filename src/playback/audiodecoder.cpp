@@ -686,6 +686,17 @@ bool FfmpegDecoder::decodeFrame()
             return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
     }
 
+    if (m_origin == AV_NOPTS_VALUE && !m_ownMp3 && m_frame->sample_rate > 0
+        && m_frame->sample_rate != m_info.fileRate) {
+        // HE-AAC: the container names the core rate, the decoder delivers twice that. The
+        // first frame, decoded while opening, says which.
+        m_info.fileRate = m_frame->sample_rate;
+        if (m_requestedRate <= 0)
+            m_outRate = m_info.fileRate;
+        swr_free(&m_resampler);
+        if (!resetResampler())
+            return fail(QStringLiteral("cannot resample %1 to %2 Hz").arg(m_path).arg(m_outRate));
+    }
     qint64 index = m_fileNext;
     const int64_t pts = m_frame->best_effort_timestamp;
     if (!m_ownMp3 && pts == AV_NOPTS_VALUE && m_syncFromPts) {
