@@ -317,9 +317,9 @@ int AudioDeck::produceStretched(float *stereo, int frames, bool wait, Pull *why)
         Pull fed = Pull::more;
         const int n = pull(m_scratch.data(), m_stretch.framesWanted(), wait, &fed);
         if (n > 0)
-            m_stretch.feed(m_scratch.data(), n, false);
+            m_stretch.feed(m_scratch.data(), n);
         if (fed == Pull::ended || fed == Pull::failed) {
-            m_stretch.feed(m_scratch.data(), 0, true);
+            m_stretch.finish();
             m_lastFed = true;
             m_stretchEnd = fed;
         } else if (n == 0) {

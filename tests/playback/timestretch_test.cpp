@@ -28,9 +28,12 @@ std::vector<float> stretchAll(TimeStretch &stretch, const std::vector<float> &in
         if (ready < 0 || last)
             break;
         const size_t n = std::min<size_t>(size_t(stretch.framesWanted()), frames - fed);
-        last = fed + n == frames;
-        stretch.feed(in.data() + 2 * fed, int(n), last);
+        stretch.feed(in.data() + 2 * fed, int(n));
         fed += n;
+        if (fed == frames) {
+            stretch.finish();
+            last = true;
+        }
     }
     return out;
 }
