@@ -249,3 +249,24 @@ TEST(AudioEngine, UnopenableFileLeavesTheDeckEmptyWithAReason)
     EXPECT_EQ(engine.state(0), State::empty);
     EXPECT_EQ(engine.duration(0), 0.0);
 }
+
+TEST(AudioEngine, NullOutputPlaysADeckToItsEndInRealTime)
+{
+    QTemporaryDir dir;
+    const QString path = makeTone(dir, QStringLiteral("short.wav"), 500, 0.6);
+    AudioEngine engine({ AudioEngine::Output::null, kRate, 512 });
+    QString error;
+    ASSERT_TRUE(engine.start(&error)) << error.toStdString();
+    ASSERT_TRUE(engine.load(0, path, 0, &error)) << error.toStdString();
+    ASSERT_TRUE(waitUntil([&] { return engine.hostFrame() > 0; }));
+    const quint64 start = engine.hostFrame() + kRate / 10;
+    engine.play(0, start);
+    EXPECT_FALSE(engine.position(0)); // scheduled, not sounding yet
+    ASSERT_TRUE(waitUntil([&] { return engine.position(0).value_or(0) > 0.2; }, 3000));
+    EXPECT_EQ(engine.state(0), State::playing);
+    // The position follows the host clock.
+    const double lag = double(engine.hostFrame() - start) / kRate - *engine.position(0);
+    EXPECT_NEAR(lag, 0.0, 0.05);
+    ASSERT_TRUE(waitUntil([&] { return engine.state(0) == State::ended; }, 3000));
+    EXPECT_GE(engine.hostFrame() - start, quint64(0.6 * kRate));
+}
