@@ -147,8 +147,12 @@ bool AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
     if (startAt >= hostFrame + uint64_t(frames))
         return false;
     m_waitPolls = 0;
-    if (!adopt(generation, wait))
+    if (!adopt(generation, wait)) {
+        // Due to sound, but its decoder has not delivered the first frames of the load or
+        // seek yet: a dropout like any other.
+        m_underruns.fetch_add(1, std::memory_order_relaxed);
         return false;
+    }
 
     const int offset = startAt > hostFrame ? int(startAt - hostFrame) : 0;
     float *out = stereo + 2 * offset;
