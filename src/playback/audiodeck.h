@@ -45,6 +45,7 @@ public:
     [[nodiscard]] std::optional<double> position(uint64_t hostFrame) const;
     [[nodiscard]] double duration() const;
     [[nodiscard]] double rate() const { return m_rateWanted.load(std::memory_order_relaxed); }
+    [[nodiscard]] float volume() const { return m_volume.load(std::memory_order_relaxed); }
     [[nodiscard]] uint64_t underruns() const { return m_underruns.load(std::memory_order_relaxed); }
 
     // Render thread. Fills `frames` stereo frames of `stereo` with the deck's output for the

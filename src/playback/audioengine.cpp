@@ -244,6 +244,23 @@ double AudioEngine::rate(int deck) const
     return dk ? dk->rate() : 1.0;
 }
 
+float AudioEngine::volume(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->volume() : 0.0f;
+}
+
+float AudioEngine::bandGain(int deck, int band) const
+{
+    AudioDeck *dk = d->deck(deck);
+    return dk ? dk->equaliser().gain(band) : 0.0f;
+}
+
+float AudioEngine::masterVolume() const
+{
+    return d->masterVolume.load(std::memory_order_relaxed);
+}
+
 qint64 AudioEngine::renderOffline(float *out, qint64 frames)
 {
     Q_ASSERT(d->options.output == Output::offline);

@@ -100,6 +100,10 @@ public:
     [[nodiscard]] std::optional<double> position(int deck) const;
     [[nodiscard]] double duration(int deck) const; // exact, seconds; 0 when empty
     [[nodiscard]] double rate(int deck) const;
+    // The settings last made (the render thread reaches them within a block).
+    [[nodiscard]] float volume(int deck) const;
+    [[nodiscard]] float bandGain(int deck, int band) const;
+    [[nodiscard]] float masterVolume() const;
 
     // Offline output only: renders `frames` stereo frames into `out` on the calling thread.
     // Waits for the decoders instead of letting a deck run dry, so the result does not

@@ -126,8 +126,15 @@ TEST(AudioEngine, StartsOnItsHostFrameStopsOnItsFileFrameAndSeeks)
     EXPECT_TRUE(sameFrames(out, start, reference, 22050, kRate));
     EXPECT_TRUE(silent(out, start + kRate, out.size() / 2));
 
-    // Seek while playing: the next frame out is the one asked for.
+    // A new load leaves the deck neutral whatever the last track had; then a seek while
+    // playing: the next frame out is the one asked for, bit for bit.
+    engine.setVolume(1, 0.3f);
+    engine.setBandGain(1, AudioEngine::kBassSwapBand, -24);
+    engine.setRate(1, 1.1);
     ASSERT_TRUE(engine.load(1, path, 0, &error));
+    EXPECT_EQ(engine.volume(1), 1.0f);
+    EXPECT_EQ(engine.bandGain(1, AudioEngine::kBassSwapBand), 0.0f);
+    EXPECT_EQ(engine.rate(1), 1.0);
     engine.play(1, engine.hostFrame());
     std::vector<float> block(2 * 1000);
     engine.renderOffline(block.data(), 1000);
