@@ -146,6 +146,32 @@ TEST(AudioEngine, StartsOnItsHostFrameStopsOnItsFileFrameAndSeeks)
     EXPECT_EQ(engine.state(1), State::playing);
 }
 
+TEST(AudioEngine, NextDeckStartedWhereTheFirstEndsJoinsWithoutAGap)
+{
+    QTemporaryDir dir;
+    const QString a = dir.filePath(QStringLiteral("a.mp3")), b = dir.filePath(QStringLiteral("b.mp3"));
+    ASSERT_TRUE(makeSweep(a, 2, kRate, 2, { "-c:a", "libmp3lame" }) && makeSweep(b, 1.5, kRate, 2, { "-c:a", "libmp3lame" }));
+    const std::vector<float> refA = decodeAll(a), refB = decodeAll(b);
+    const size_t lengthA = refA.size() / 2, lengthB = refB.size() / 2;
+    AudioEngine engine(offline());
+    QString error;
+    ASSERT_TRUE(engine.load(0, a, 0.5, &error)) << error.toStdString();
+    engine.play(0, 700);
+    EXPECT_EQ(engine.hostFrameAt(0, 1.0), 700u + 22050u); // scheduled: from its start frame
+    std::vector<float> out(2 * 3000);
+    engine.renderOffline(out.data(), 3000);
+    const std::optional<quint64> join = engine.hostFrameAt(0, engine.duration(0));
+    ASSERT_EQ(join, 700 + lengthA - 22050);
+    ASSERT_TRUE(engine.load(1, b, 0, &error)) << error.toStdString();
+    engine.play(1, *join);
+    const std::vector<float> rest = renderUntilSilent(engine, 10 * kRate);
+    out.insert(out.end(), rest.begin(), rest.end());
+    EXPECT_TRUE(silent(out, 0, 700));
+    EXPECT_TRUE(sameFrames(out, 700, refA, 22050, lengthA - 22050));
+    EXPECT_TRUE(sameFrames(out, *join, refB, 0, lengthB));
+    EXPECT_TRUE(silent(out, *join + lengthB, out.size() / 2));
+}
+
 TEST(AudioEngine, TwoDecksAreSummedWithTheirFaderGains)
 {
     QTemporaryDir dir;
