@@ -118,6 +118,12 @@ private:
     float m_fader = 1;
     int m_waitPolls = 0;
     std::vector<float> m_scratch;
+    // The latest decoded frames played without the stretcher (a ring), to prime it when
+    // the rate first leaves 1 mid-play.
+    std::vector<float> m_history;
+    uint64_t m_historyFrames = 0; // written since the last load or seek
+    void remember(const float *stereo, int frames);
+    void enterStretch(double rate);
 
     DecodeWorker m_worker { m_feed }; // last: its thread stops before the feed goes away
 };

@@ -252,6 +252,31 @@ TEST(AudioEngine, FasterRateShortensTheTrackKeepsThePitchAndTracksThePosition)
     EXPECT_NEAR(positionAtOnset, 2.0, 0.005);
 }
 
+TEST(AudioEngine, LeavingRateOneMidPlayNeitherClicksNorLeavesAGap)
+{
+    QTemporaryDir dir;
+    const QString path = makeTone(dir, QStringLiteral("tone.wav"), 300, 3);
+    AudioEngine engine(offline());
+    QString error;
+    ASSERT_TRUE(engine.load(0, path, 0, &error)) << error.toStdString();
+    engine.play(0);
+    std::vector<float> out(2 * 2 * kRate);
+    engine.renderOffline(out.data(), kRate);
+    engine.setRate(0, 1.02); // into the stretcher, whose latency must not show
+    engine.renderOffline(out.data() + 2 * kRate, kRate);
+    const auto largestStep = [&](size_t from, size_t to) {
+        float step = 0;
+        for (size_t i = from; i < to; ++i)
+            step = std::max(step, std::abs(out[2 * i] - out[2 * i - 2]));
+        return step;
+    };
+    const float before = largestStep(kRate / 2, kRate);
+    EXPECT_LT(largestStep(kRate, kRate + 8192), 1.5f * before);
+    // No dip either: the tone keeps its level through the switch.
+    for (size_t at = kRate - 2048; at < kRate + 8192; at += 1024)
+        EXPECT_NEAR(Signal::rmsDb(out, at, at + 1024), Signal::rmsDb(out, kRate / 2, kRate), 0.5) << at;
+}
+
 TEST(AudioEngine, FileCutShortWhilePlayingEndsTheDeckAsFailed)
 {
     QTemporaryDir dir;
