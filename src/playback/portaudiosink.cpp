@@ -55,7 +55,9 @@ bool PortAudioSink::start(QString *error)
     out.suggestedLatency = info ? info->defaultLowOutputLatency : 0.05;
     m_target = { m_render, m_context };
     PaStream *stream = nullptr;
-    if (const PaError e = Pa_OpenStream(&stream, nullptr, &out, m_rate, unsigned(m_blockFrames), paClipOff,
+    // PortAudio clips what lies beyond full scale (two decks at full level in a fade can
+    // add up to more): converted unclipped to the device's integers it would wrap around.
+    if (const PaError e = Pa_OpenStream(&stream, nullptr, &out, m_rate, unsigned(m_blockFrames), paNoFlag,
                                         callback, &m_target);
         e != paNoError)
         return fail(paError("Cannot open the audio output", e));
