@@ -116,8 +116,7 @@ AudioDeck::Published AudioDeck::published() const
     for (;;) {
         const uint32_t before = m_publishSequence.load(std::memory_order_acquire);
         const Published p { m_publishedGeneration.load(std::memory_order_relaxed),
-                            m_publishedHostFrame.load(std::memory_order_relaxed),
-                            m_publishedFrame.load(std::memory_order_relaxed) };
+            m_publishedHostFrame.load(std::memory_order_relaxed), m_publishedFrame.load(std::memory_order_relaxed) };
         std::atomic_thread_fence(std::memory_order_acquire);
         if (!(before & 1) && m_publishSequence.load(std::memory_order_relaxed) == before)
             return p;
@@ -164,8 +163,8 @@ double AudioDeck::duration() const
 void AudioDeck::finish(uint32_t generation, Pull why)
 {
     uint64_t expected = pack(generation, State::playing);
-    m_control.compare_exchange_strong(expected, pack(generation, why == Pull::failed ? State::failed : State::ended),
-                                      std::memory_order_acq_rel);
+    m_control.compare_exchange_strong(
+        expected, pack(generation, why == Pull::failed ? State::failed : State::ended), std::memory_order_acq_rel);
 }
 
 // ---- render thread ----

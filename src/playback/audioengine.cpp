@@ -25,7 +25,10 @@ public:
     {
         _mm_setcsr(m_saved | 0x8040); // flush-to-zero and denormals-are-zero
     }
-    ~DenormalsToZero() { _mm_setcsr(m_saved); }
+    ~DenormalsToZero()
+    {
+        _mm_setcsr(m_saved);
+    }
 
 private:
     unsigned m_saved;
@@ -86,7 +89,8 @@ struct AudioEngine::Impl {
             for (int i = span.begin; i < span.end; ++i) {
                 const bool overlap = i >= mixed.begin && i < mixed.end;
                 out[2 * i] = overlap ? out[2 * i] + deckBuffer[size_t(2 * i)] : deckBuffer[size_t(2 * i)];
-                out[2 * i + 1] = overlap ? out[2 * i + 1] + deckBuffer[size_t(2 * i + 1)] : deckBuffer[size_t(2 * i + 1)];
+                out[2 * i + 1]
+                    = overlap ? out[2 * i + 1] + deckBuffer[size_t(2 * i + 1)] : deckBuffer[size_t(2 * i + 1)];
             }
             mixed = { std::min(mixed.begin, span.begin), std::max(mixed.end, span.end) };
         }

@@ -71,8 +71,8 @@ void DecodeWorker::wake()
 void DecodeWorker::consumed()
 {
     // A worker asleep at the end of its file stays asleep: only a command has work for it.
-    if (m_sleeping.load() && m_canFill.load(std::memory_order_relaxed)
-        && m_feed.frames.writable() >= 2 * kRefillFrames && m_sleeping.exchange(false))
+    if (m_sleeping.load() && m_canFill.load(std::memory_order_relaxed) && m_feed.frames.writable() >= 2 * kRefillFrames
+        && m_sleeping.exchange(false))
         wake();
 }
 

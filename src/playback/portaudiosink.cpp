@@ -4,8 +4,8 @@
 
 namespace {
 
-int callback(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *,
-             PaStreamCallbackFlags, void *userData)
+int callback(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags,
+    void *userData)
 {
     auto *sink = static_cast<std::pair<AudioSink::RenderFunction, void *> *>(userData);
     sink->first(sink->second, static_cast<float *>(output), int(frames));
@@ -57,8 +57,8 @@ bool PortAudioSink::start(QString *error)
     PaStream *stream = nullptr;
     // PortAudio clips what lies beyond full scale (two decks at full level in a fade can
     // add up to more): converted unclipped to the device's integers it would wrap around.
-    if (const PaError e = Pa_OpenStream(&stream, nullptr, &out, m_rate, unsigned(m_blockFrames), paNoFlag,
-                                        callback, &m_target);
+    if (const PaError e
+        = Pa_OpenStream(&stream, nullptr, &out, m_rate, unsigned(m_blockFrames), paNoFlag, callback, &m_target);
         e != paNoError)
         return fail(paError("Cannot open the audio output", e));
     m_stream = stream;

@@ -15,8 +15,7 @@ TimeStretch::TimeStretch(int sampleRate, int maxFrames)
     // The finer (R3) engine with its short window: the faster R2 engine lowers a steady
     // tone by about 1 % at rate 1.05 (440 Hz comes out at 435 Hz), an audible detune, while
     // R3's standard window costs about four times the CPU of the short one.
-    m_stretcher = std::make_unique<RubberBandStretcher>(
-        size_t(sampleRate), 2,
+    m_stretcher = std::make_unique<RubberBandStretcher>(size_t(sampleRate), 2,
         RubberBandStretcher::OptionProcessRealTime | RubberBandStretcher::OptionEngineFiner
             | RubberBandStretcher::OptionWindowShort | RubberBandStretcher::OptionChannelsTogether);
     m_stretcher->setMaxProcessSize(size_t(maxFrames));

@@ -27,8 +27,8 @@ AudioEngine::Options offline()
 // Renders in calls of `chunk` frames (deliberately not a multiple of the engine's block)
 // until no deck is playing any more or `maxFrames` have been rendered; `afterChunk` runs
 // between calls with the frames rendered so far.
-std::vector<float> renderUntilSilent(AudioEngine &engine, qint64 maxFrames, int chunk = 1000,
-                                     const std::function<void(qint64)> &afterChunk = {})
+std::vector<float> renderUntilSilent(
+    AudioEngine &engine, qint64 maxFrames, int chunk = 1000, const std::function<void(qint64)> &afterChunk = {})
 {
     std::vector<float> out;
     std::vector<float> block(size_t(2 * chunk));
@@ -68,8 +68,9 @@ bool sameFrames(const std::vector<float> &a, size_t aFrame, const std::vector<fl
 QString makeTone(const QTemporaryDir &dir, const QString &name, double hz, double seconds)
 {
     const QString path = dir.filePath(name);
-    make(path, { "-f", "lavfi", "-i", QStringLiteral("sine=f=%1:r=%2:d=%3").arg(hz).arg(kRate).arg(seconds), "-ac",
-                 "2", "-c:a", "pcm_f32le" });
+    make(path,
+        { "-f", "lavfi", "-i", QStringLiteral("sine=f=%1:r=%2:d=%3").arg(hz).arg(kRate).arg(seconds), "-ac", "2",
+            "-c:a", "pcm_f32le" });
     return path;
 }
 
@@ -79,7 +80,7 @@ TEST(AudioEngine, DeckAtRateOneOutputsTheDecodedFramesBitForBit)
 {
     QTemporaryDir dir;
     for (const auto &[name, codec] : { std::pair { "a.mp3", QStringList { "-c:a", "libmp3lame", "-b:a", "192k" } },
-                                       std::pair { "a.flac", QStringList { "-c:a", "flac" } } }) {
+             std::pair { "a.flac", QStringList { "-c:a", "flac" } } }) {
         SCOPED_TRACE(name);
         const QString path = dir.filePath(QString::fromLatin1(name));
         ASSERT_TRUE(makeSweep(path, 4, kRate, 2, codec));
@@ -151,7 +152,8 @@ TEST(AudioEngine, NextDeckStartedWhereTheFirstEndsJoinsWithoutAGap)
 {
     QTemporaryDir dir;
     const QString a = dir.filePath(QStringLiteral("a.mp3")), b = dir.filePath(QStringLiteral("b.mp3"));
-    ASSERT_TRUE(makeSweep(a, 2, kRate, 2, { "-c:a", "libmp3lame" }) && makeSweep(b, 1.5, kRate, 2, { "-c:a", "libmp3lame" }));
+    ASSERT_TRUE(
+        makeSweep(a, 2, kRate, 2, { "-c:a", "libmp3lame" }) && makeSweep(b, 1.5, kRate, 2, { "-c:a", "libmp3lame" }));
     const std::vector<float> refA = decodeAll(a), refB = decodeAll(b);
     const size_t lengthA = refA.size() / 2, lengthB = refB.size() / 2;
     AudioEngine engine(offline());
@@ -212,8 +214,8 @@ TEST(AudioEngine, BassBandAtMinus24TakesOutTheBassAndLeavesTheTop)
         engine.setBandGain(0, AudioEngine::kBassSwapBand, -24);
         engine.play(0);
         const std::vector<float> out = renderUntilSilent(engine, 4 * kRate);
-        const double change = Signal::rmsDb(out, kRate / 2, kRate + kRate / 2)
-            - Signal::rmsDb(reference, kRate / 2, kRate + kRate / 2);
+        const double change
+            = Signal::rmsDb(out, kRate / 2, kRate + kRate / 2) - Signal::rmsDb(reference, kRate / 2, kRate + kRate / 2);
         EXPECT_NEAR(change, expectedDb, tolerance) << hz << " Hz";
     }
 }
@@ -223,8 +225,9 @@ TEST(AudioEngine, FasterRateShortensTheTrackKeepsThePitchAndTracksThePosition)
     QTemporaryDir dir;
     // Two seconds of silence, then two of a tone: the tone's onset is a landmark in the file.
     const QString path = dir.filePath(QStringLiteral("late.wav"));
-    ASSERT_TRUE(make(path, { "-f", "lavfi", "-i", QStringLiteral("sine=f=440:r=%1:d=2").arg(kRate), "-af",
-                             "adelay=2000:all=1", "-ac", "2", "-c:a", "pcm_f32le" }));
+    ASSERT_TRUE(make(path,
+        { "-f", "lavfi", "-i", QStringLiteral("sine=f=440:r=%1:d=2").arg(kRate), "-af", "adelay=2000:all=1", "-ac", "2",
+            "-c:a", "pcm_f32le" }));
     AudioEngine engine(offline());
     QString error;
     ASSERT_TRUE(engine.load(0, path, 0, &error)) << error.toStdString();
@@ -233,9 +236,8 @@ TEST(AudioEngine, FasterRateShortensTheTrackKeepsThePitchAndTracksThePosition)
     engine.setRate(0, 1.05);
     engine.play(0);
     std::vector<double> positions; // after each 512-frame call
-    const std::vector<float> out = renderUntilSilent(engine, 10 * kRate, 512, [&](qint64) {
-        positions.push_back(engine.position(0).value_or(-1));
-    });
+    const std::vector<float> out = renderUntilSilent(
+        engine, 10 * kRate, 512, [&](qint64) { positions.push_back(engine.position(0).value_or(-1)); });
     EXPECT_EQ(engine.state(0), State::ended);
     size_t length = out.size() / 2;
     while (length > 0 && out[2 * length - 2] == 0.0f)
