@@ -172,15 +172,17 @@ Player::~Player()
 
 void Player::playQueue(const QList<Track> &tracks, int startIndex)
 {
+    setQueue(tracks, startIndex);
+    if (!tracks.isEmpty())
+        d->startFrom(d->queue.current());
+}
+
+void Player::setQueue(const QList<Track> &tracks, int startIndex)
+{
     Q_ASSERT(QThread::currentThread() == thread());
-    d->resetTransitions();
+    stop();
     d->queue.setTracks(tracks, startIndex);
     Q_EMIT queueChanged();
-    if (tracks.isEmpty()) {
-        stop();
-        return;
-    }
-    d->startFrom(d->queue.current());
 }
 
 void Player::play()
@@ -358,6 +360,12 @@ void Player::setPlanner(TransitionMode mode, Planner planner)
         d->planners[mode] = std::move(planner);
     else
         d->planners.erase(mode);
+    d->settleTransitionIfIdle();
+}
+
+void Player::setModeOverride(std::optional<TransitionMode> mode)
+{
+    d->modeOverride = mode;
     d->settleTransitionIfIdle();
 }
 

@@ -49,6 +49,8 @@ public:
     // Replaces the queue and plays it from `startIndex`. Tracks without a file stay in the
     // queue and are skipped with a notice when their turn comes.
     void playQueue(const QList<Track> &tracks, int startIndex = 0);
+    // Replaces the queue without playing it (what played stops); play() starts it.
+    void setQueue(const QList<Track> &tracks, int startIndex = 0);
     void play();  // resumes, or starts the queue at its current entry
     void pause();
     void playPause();
@@ -81,6 +83,9 @@ public:
     // The planner of a transition mode (none for `off`). Gapless has GaplessPlanner from
     // the start; a mode without a planner changes tracks the ordinary way.
     void setPlanner(TransitionMode mode, Planner planner);
+    // A transition mode for this player alone instead of the settings' (orvida-cli play
+    // --mode, which must not change the user's choice); absent follows the settings.
+    void setModeOverride(std::optional<TransitionMode> mode);
     // Consecutive tracks of one album (same non-empty album and artist) join gapless in
     // the crossfade and automix modes too. Preference "ov.player.albumGapless", default on.
     void setAlbumGapless(bool on);

@@ -34,6 +34,7 @@ struct Player::Impl {
     int shuffleNextIndex = -1; // queue index of mix.shuffleNext's track
     std::map<TransitionMode, Planner> planners;
     bool albumGapless = true;
+    std::optional<TransitionMode> modeOverride;
     bool rendering = false;
     QTimer timer;
 
@@ -69,6 +70,7 @@ struct Player::Impl {
     // Drops a plan that a changed setting made stale, unless its transition already runs.
     void settleTransitionIfIdle();
     void resetTransitions();
+    [[nodiscard]] bool currentAtEnd();
     // Frames the offline render may produce before the executor must look again.
     [[nodiscard]] qint64 framesToNextEvent(qint64 block);
 };

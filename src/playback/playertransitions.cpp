@@ -34,7 +34,7 @@ void Player::Impl::transitionTick()
 
     const AudioEngine::DeckState state = engine.state(cur);
     if (state == AudioEngine::DeckState::ended || state == AudioEngine::DeckState::failed
-        || state == AudioEngine::DeckState::empty) {
+        || state == AudioEngine::DeckState::empty || currentAtEnd()) {
         if (state == AudioEngine::DeckState::failed && current().track)
             Q_EMIT q.trackSkipped(*current().track, engine.deckError(cur));
         // The ordinary change: the next entry starts on the deck that just fell silent.
@@ -50,6 +50,7 @@ void Player::Impl::transitionTick()
     }
 
     refreshPlanIfNeeded();
+    collectPlan();
     if (!mix.plan || !mix.nextTrack)
         return;
     const auto at = currentPositionAt();
@@ -81,7 +82,7 @@ void Player::Impl::collectPlan()
 
 TransitionMode Player::Impl::effectiveMode(const Track &from, const Track &to) const
 {
-    const TransitionMode mode = settings.mode();
+    const TransitionMode mode = modeOverride.value_or(settings.mode());
     if (albumGapless && (mode == TransitionMode::crossfade || mode == TransitionMode::automix) && sameAlbum(from, to))
         return TransitionMode::gapless;
     return mode;
@@ -283,6 +284,15 @@ void Player::Impl::resetTransitions()
         mix.rateReturn.reset();
     }
     settleTransition();
+}
+
+bool Player::Impl::currentAtEnd()
+{
+    // A deck whose last frame went out on the last frame of a block still says it plays
+    // until the next block finds nothing more; the next track starts on that frame instead.
+    const std::optional<double> pos = current().position();
+    return pos && engine.duration(cur) > 0 && engine.rate(cur) == 1
+        && TransitionMath::framesUntil(*pos, current().endSec(), engine.rate(cur), sampleRate()) == 0;
 }
 
 qint64 Player::Impl::framesToNextEvent(qint64 block)
