@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -44,5 +45,10 @@ private:
     int m_maxFrames;
     double m_rate = 1;
     int m_discard = 0; // output frames still to drop after restart()
+    // Output the input fed since restart() accounts for (sum of frames / rate), and what
+    // was retrieved: the flush after the last frame pads beyond it, and that is cut off.
+    double m_expectedOutput = 0;
+    int64_t m_retrieved = 0;
+    bool m_last = false;
     std::vector<float> m_left, m_right;
 };
