@@ -21,6 +21,11 @@ struct Format {
     bool lossless;
 };
 
+void PrintTo(const Format &format, std::ostream *os)
+{
+    *os << format.name;
+}
+
 class GaplessRender : public ::testing::TestWithParam<Format> {
 protected:
     std::vector<float> render(const SweepParts &sweep)
@@ -72,4 +77,4 @@ INSTANTIATE_TEST_SUITE_P(
                       Format { "flac", "flac", { "-c:a", "flac" }, true },
                       Format { "mp3", "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, false },
                       Format { "m4a", "m4a", { "-c:a", "aac", "-b:a", "192k" }, false }),
-    [](const ::testing::TestParamInfo<Format> &info) { return std::string(info.param.name); });
+    [](const ::testing::TestParamInfo<Format> &param) { return std::string(param.param.name); });

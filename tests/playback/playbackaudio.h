@@ -30,8 +30,9 @@ inline bool encode(const QString &path, const QStringList &arguments, QString *e
 // (constants: each deck's contribution to a mix can then be read off one channel).
 inline bool makeLevels(const QString &path, double left, double right, qint64 frames)
 {
-    const QString source = QStringLiteral("aevalsrc=%1|%2:s=%3:n=%4").arg(left).arg(right).arg(kRate).arg(frames);
-    return encode(path, { "-f", "lavfi", "-i", source, "-c:a", "pcm_f32le" });
+    const QString source = QStringLiteral("aevalsrc=%1|%2:s=%3:d=%4").arg(left).arg(right).arg(kRate).arg(double(frames) / kRate + 1);
+    return encode(path, { "-f", "lavfi", "-i", source, "-af", QStringLiteral("atrim=end_sample=%1").arg(frames), "-c:a",
+                          "pcm_f32le" });
 }
 
 // Interleaved stereo float samples of a 32-bit float WAV (what the render writes); empty

@@ -24,10 +24,11 @@ struct SweepParts {
             total += n;
         s.full = folder + QStringLiteral("/full.wav");
         const QString sweep = QStringLiteral(
-            "aevalsrc=0.5*sin(2*PI*(40*t+700*t*t))|0.4*sin(2*PI*(90*t+450*t*t)):s=%1:n=%2")
+            "aevalsrc=0.5*sin(2*PI*(40*t+700*t*t))|0.4*sin(2*PI*(90*t+450*t*t)):s=%1:d=%2")
                                   .arg(PlaybackAudio::kRate)
-                                  .arg(total);
-        if (!PlaybackAudio::encode(s.full, { "-f", "lavfi", "-i", sweep, "-c:a", "pcm_s16le" }, error))
+                                  .arg(double(total) / PlaybackAudio::kRate + 1);
+        if (!PlaybackAudio::encode(s.full, { "-f", "lavfi", "-i", sweep, "-af", QStringLiteral("atrim=end_sample=%1").arg(total),
+                                             "-c:a", "pcm_s16le" }, error))
             return s;
         qint64 from = 0;
         for (int i = 0; i < s.lengths.size(); ++i) {
