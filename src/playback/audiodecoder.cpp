@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <numeric>
 #include <vector>
 
@@ -690,6 +691,10 @@ void FfmpegDecoder::emitOutput(const float *stereo, qint64 frames)
 
 std::unique_ptr<AudioDecoder> AudioDecoder::open(const QString &path, int outputRate, QString *error)
 {
+    // Failures reach the user through our own errors; FFmpeg's console chatter ("Estimating
+    // duration from bitrate") would only clutter orvida-cli's stderr.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_FATAL); });
     QString ignored;
     QString &why = error ? *error : ignored;
     auto decoder = std::make_unique<FfmpegDecoder>(path, outputRate);
