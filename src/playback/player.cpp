@@ -4,6 +4,7 @@
 #include "library/transitionsettings.h"
 #include "platform/preferences.h"
 #include "playback/audioengine.h"
+#include "playback/gaplessplanner.h"
 #include "playback/playerimpl.h"
 #include "playback/transitionmath.h"
 #include "playback/wavwriter.h"
@@ -160,6 +161,9 @@ Player::Player(AudioEngine &engine, TransitionSettings &settings, LibraryStore *
     d->timer.setTimerType(Qt::PreciseTimer);
     connect(&d->timer, &QTimer::timeout, this, &Player::transitionTick);
     engine.setMasterVolume(float(d->volume));
+    d->planners[TransitionMode::gapless] = [](const Track &from, const Track &to) {
+        return GaplessPlanner::plan(from.filePath.value_or(QString()), to.filePath.value_or(QString()));
+    };
 }
 
 Player::~Player()

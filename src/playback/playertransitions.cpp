@@ -51,6 +51,11 @@ void Player::Impl::transitionTick()
 
     refreshPlanIfNeeded();
     collectPlan();
+    if (mix.plan && !mix.nextTrack) {
+        if (current().stopAt != mix.plan->outgoingEnd && mix.plan->outgoingEnd < engine.duration(cur))
+            current().setStopAt(mix.plan->outgoingEnd);
+        return;
+    }
     if (!mix.plan || !mix.nextTrack)
         return;
     const auto at = currentPositionAt();
@@ -112,12 +117,21 @@ void Player::Impl::refreshPlanIfNeeded()
 {
     const auto upcoming = upcomingTrack();
     const std::optional<Track> playing = currentTrack();
+    if (playing && !upcoming && modeOverride.value_or(settings.mode()) == TransitionMode::gapless) {
+        // The last track ends where its music does, not after the encoder's padding: the
+        // gapless plan from it into itself says where that is.
+        const QString key = QStringLiteral("end|%1|%2").arg(playing->filePath.value_or(QString())).arg(queue.current());
+        if (mix.key == key)
+            return;
+        settleTransition();
+        mix.key = key;
+        planMode = TransitionMode::gapless;
+        if (const auto planner = planners.find(TransitionMode::gapless); planner != planners.end())
+            mix.planTask = planner->second(*playing, *playing);
+        return;
+    }
     if (!upcoming || !playing) {
-        mix.key.reset();
-        mix.nextTrack.reset();
-        mix.plan.reset();
-        mix.planTask.reset();
-        nextIndex = -1;
+        settleTransition();
         return;
     }
     const auto &[index, next] = *upcoming;
