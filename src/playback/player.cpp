@@ -100,6 +100,7 @@ void Player::Impl::startFrom(std::optional<int> index, const QList<int> &passedO
             current().play(engine.hostFrame());
             engine.setPaused(false);
             hasCurrent = true;
+            queueFinished = false;
             counted = false;
             setStatus(Status::playing);
             Q_EMIT q.currentTrackChanged(track, *index);
@@ -118,6 +119,7 @@ void Player::Impl::startFrom(std::optional<int> index, const QList<int> &passedO
 
 void Player::Impl::endQueue()
 {
+    queueFinished = true;
     resetTransitions();
     decks[0].unload();
     decks[1].unload();
@@ -196,7 +198,8 @@ void Player::play()
         d->engine.setPaused(false);
         d->setStatus(Status::playing);
     } else if (d->status == Status::stopped && !d->queue.isEmpty()) {
-        d->startFrom(std::max(d->queue.current(), 0));
+        // After the end of the queue, play starts it over; after a stop, where it stood.
+        d->startFrom(d->queueFinished || d->queue.current() < 0 ? d->queue.firstInOrder() : d->queue.current());
     }
 }
 

@@ -26,6 +26,7 @@ struct Player::Impl {
     Status status = Status::stopped;
     bool hasCurrent = false; // queue.current() is loaded on decks[cur]
     bool counted = false;    // the current play was counted
+    bool queueFinished = false; // the queue played to its end (play() starts it over)
     double volume = 1;
     MixState mix;
     TransitionMode planMode = TransitionMode::off; // the mode that made mix.plan

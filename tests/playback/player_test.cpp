@@ -188,3 +188,35 @@ TEST_F(PlayerTest, ShuffleKeepsItsChoiceWhileThePlanIsComputed)
     ASSERT_FALSE(changed.isEmpty());
     EXPECT_EQ(changed[0][0].value<std::optional<Track>>(), std::optional(chosen));
 }
+
+TEST_F(PlayerTest, TracksOfOneAlbumJoinGaplessInCrossfadeMode)
+{
+    Player player(engine, settings, nullptr);
+    player.setModeOverride(TransitionMode::crossfade);
+    QList<QString> asked;
+    auto recording = [&](const QString &name) {
+        return [&asked, name](const Track &, const Track &) {
+            asked << name;
+            return QtFuture::makeReadyFuture(std::optional<TransitionPlan>());
+        };
+    };
+    player.setPlanner(TransitionMode::crossfade, recording(QStringLiteral("crossfade")));
+    player.setPlanner(TransitionMode::gapless, recording(QStringLiteral("gapless")));
+    QList<Track> queue { makeTrack(0, 0.5), makeTrack(1, 0.5), makeTrack(2, 0.5), makeTrack(3, 0.5) };
+    queue[0].album = queue[1].album = QStringLiteral("One");
+    queue[2].album = QStringLiteral("Other");
+    queue[3].album = QStringLiteral("One");
+    queue[3].artist = QStringLiteral("Someone else");
+    player.playQueue(queue);
+    playFor(player, 2.2);
+    EXPECT_EQ(asked, QList<QString>({ "gapless", "crossfade", "crossfade" }));
+
+    asked.clear();
+    player.setAlbumGapless(false);
+    player.playQueue(queue);
+    playFor(player, 0.1);
+    EXPECT_EQ(asked, QList<QString>({ "crossfade" }));
+    // The choice is kept for the next start.
+    Player again(engine, settings, nullptr);
+    EXPECT_FALSE(again.albumGapless());
+}
