@@ -44,20 +44,6 @@ std::optional<Track> Player::Impl::currentTrack() const
     return decks[size_t(cur)].track;
 }
 
-std::optional<std::pair<double, quint64>> Player::Impl::currentPositionAt()
-{
-    // The real-time outputs advance both between two reads; a pair read inside one
-    // unchanged host frame belongs together.
-    for (int attempt = 0; attempt < 8; ++attempt) {
-        const quint64 before = engine.hostFrame();
-        const std::optional<double> pos = current().position();
-        if (engine.hostFrame() == before)
-            return pos ? std::optional(std::pair(*pos, before)) : std::nullopt;
-    }
-    const std::optional<double> pos = current().position();
-    return pos ? std::optional(std::pair(*pos, engine.hostFrame())) : std::nullopt;
-}
-
 void Player::Impl::setStatus(Status s)
 {
     if (s == status)

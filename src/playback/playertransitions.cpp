@@ -58,19 +58,19 @@ void Player::Impl::transitionTick()
     }
     if (!mix.plan || !mix.nextTrack)
         return;
-    const auto at = currentPositionAt();
-    if (!at)
+    // The engine answers from one snapshot of the render thread's clock and the deck's
+    // place, so the frame is exact however far the output ran between two calls here.
+    const std::optional<double> pos = current().position();
+    const std::optional<quint64> startHost = engine.hostFrameAt(cur, mix.plan->outgoingStart);
+    if (!pos || !startHost)
         return;
-    const auto [pos, hostNow] = *at;
-    const double rate = engine.rate(cur);
-    const qint64 framesLeft = TransitionMath::framesUntil(pos, mix.plan->outgoingStart, rate, sampleRate());
-    if (framesLeft > qint64(Player::kLookaheadSec * sampleRate()))
+    if (*startHost > engine.hostFrame() + quint64(Player::kLookaheadSec * sampleRate()))
         return;
     // A start that has already passed (a plan that came late, a seek past it) still runs
     // when it has an overlap; a join without one would only cut the end off.
-    if (framesLeft == 0 && mix.plan->fadeDuration <= 0 && pos > mix.plan->outgoingStart + 0.05)
+    if (mix.plan->fadeDuration <= 0 && *pos > mix.plan->outgoingStart + 0.05)
         return;
-    startTransition(*mix.plan, *mix.nextTrack, pos, hostNow);
+    startTransition(*mix.plan, *mix.nextTrack, *startHost);
 }
 
 void Player::Impl::collectPlan()
@@ -155,8 +155,7 @@ void Player::Impl::refreshPlanIfNeeded()
     mix.planTask = planner->second(*playing, next);
 }
 
-bool Player::Impl::startTransition(const TransitionPlan &plan, const Track &next, double outgoingPosition,
-                                   quint64 hostNow)
+bool Player::Impl::startTransition(const TransitionPlan &plan, const Track &next, quint64 startHost)
 {
     EngineDeck &outgoing = current();
     EngineDeck &incoming = other();
@@ -167,11 +166,6 @@ bool Player::Impl::startTransition(const TransitionPlan &plan, const Track &next
         settleTransition();
         return false;
     }
-    // The incoming deck's first frame is the output frame on which the outgoing deck
-    // reaches the plan's start; at rate 1 that is exact, so a join without a fade has
-    // neither a gap nor an overlap of a single frame.
-    const quint64 startHost = TransitionMath::hostFrameAt(hostNow, outgoingPosition, plan.outgoingStart,
-                                                          engine.rate(cur), sampleRate());
     if (plan.incomingRate != 1)
         engine.setRate(incoming.index(), plan.incomingRate);
     if (plan.fadeDuration > 0)

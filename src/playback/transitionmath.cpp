@@ -63,9 +63,4 @@ qint64 framesUntil(double positionSec, double targetSec, double rate, int sample
     return qint64(std::ceil(double(fileFrames) / rate));
 }
 
-quint64 hostFrameAt(quint64 hostNow, double positionSec, double targetSec, double rate, int sampleRate) noexcept
-{
-    return hostNow + quint64(framesUntil(positionSec, targetSec, rate, sampleRate));
-}
-
 } // namespace TransitionMath
