@@ -29,14 +29,15 @@ QList<Track> makeQueue(const QTemporaryDir &dir)
     for (int i = 0; i < kTracks; ++i) {
         const QString path = dir.filePath(QStringLiteral("track%1.mp3").arg(i));
         // A sweep per track, so every part of the decoder has work to do.
-        const QString source = QStringLiteral("aevalsrc=0.4*sin(2*PI*(%1*t+3*t*t))|0.4*sin(2*PI*(%2*t+2*t*t)):s=%3:d=%4")
-                                   .arg(60 + 10 * i)
-                                   .arg(90 + 7 * i)
-                                   .arg(kRate)
-                                   .arg(kTrackSeconds);
+        const QString source
+            = QStringLiteral("aevalsrc=0.4*sin(2*PI*(%1*t+3*t*t))|0.4*sin(2*PI*(%2*t+2*t*t)):s=%3:d=%4")
+                  .arg(60 + 10 * i)
+                  .arg(90 + 7 * i)
+                  .arg(kRate)
+                  .arg(kTrackSeconds);
         QProcess ffmpeg;
         ffmpeg.start(QStringLiteral("/usr/bin/ffmpeg"),
-                     { "-v", "error", "-y", "-f", "lavfi", "-i", source, "-c:a", "libmp3lame", "-b:a", "192k", path });
+            { "-v", "error", "-y", "-f", "lavfi", "-i", source, "-c:a", "libmp3lame", "-b:a", "192k", path });
         if (!ffmpeg.waitForFinished(600'000) || ffmpeg.exitCode() != 0)
             return {};
         Track t;
@@ -71,8 +72,8 @@ void BM_RenderHourGapless(benchmark::State &state)
             return;
         }
     }
-    state.counters["xRealTime"] = benchmark::Counter(double(kTracks * kTrackSeconds) * double(state.iterations()),
-                                                     benchmark::Counter::kIsRate);
+    state.counters["xRealTime"]
+        = benchmark::Counter(double(kTracks * kTrackSeconds) * double(state.iterations()), benchmark::Counter::kIsRate);
     state.counters["transitions"] = double(transitions) / double(state.iterations());
 }
 

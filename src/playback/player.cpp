@@ -27,8 +27,12 @@ bool readAlbumGapless()
 } // namespace
 
 Player::Impl::Impl(Player &owner, AudioEngine &audio, TransitionSettings &transitionSettings, LibraryStore *store)
-    : q(owner), engine(audio), settings(transitionSettings), library(store),
-      decks { EngineDeck(audio, 0), EngineDeck(audio, 1) }, albumGapless(readAlbumGapless())
+    : q(owner)
+    , engine(audio)
+    , settings(transitionSettings)
+    , library(store)
+    , decks { EngineDeck(audio, 0), EngineDeck(audio, 1) }
+    , albumGapless(readAlbumGapless())
 {
 }
 
@@ -136,14 +140,15 @@ void Player::Impl::countPlay()
             track.playCount = stored->playCount;
             if (!library->save(*stored))
                 qWarning("Player: the play count of track %lld was not saved: %s", track.id,
-                         qPrintable(library->lastError()));
+                    qPrintable(library->lastError()));
         }
     }
     Q_EMIT q.trackPlayed(track);
 }
 
 Player::Player(AudioEngine &engine, TransitionSettings &settings, LibraryStore *library, QObject *parent)
-    : QObject(parent), d(std::make_unique<Impl>(*this, engine, settings, library))
+    : QObject(parent)
+    , d(std::make_unique<Impl>(*this, engine, settings, library))
 {
     d->timer.setInterval(kTickIntervalMs);
     d->timer.setTimerType(Qt::PreciseTimer);
@@ -303,16 +308,46 @@ void Player::setVolume(double volume)
     Q_EMIT volumeChanged(v);
 }
 
-Player::Status Player::status() const { return d->status; }
-const QList<Track> &Player::queue() const { return d->queue.tracks(); }
-int Player::currentIndex() const { return d->hasCurrent ? d->queue.current() : -1; }
-std::optional<Track> Player::currentTrack() const { return d->currentTrack(); }
-bool Player::shuffle() const { return d->queue.shuffle(); }
-Player::Repeat Player::repeat() const { return Repeat(int(d->queue.repeat())); }
-double Player::volume() const { return d->volume; }
-const MixState &Player::mixState() const { return d->mix; }
-int Player::currentDeck() const { return d->cur; }
-bool Player::albumGapless() const { return d->albumGapless; }
+Player::Status Player::status() const
+{
+    return d->status;
+}
+const QList<Track> &Player::queue() const
+{
+    return d->queue.tracks();
+}
+int Player::currentIndex() const
+{
+    return d->hasCurrent ? d->queue.current() : -1;
+}
+std::optional<Track> Player::currentTrack() const
+{
+    return d->currentTrack();
+}
+bool Player::shuffle() const
+{
+    return d->queue.shuffle();
+}
+Player::Repeat Player::repeat() const
+{
+    return Repeat(int(d->queue.repeat()));
+}
+double Player::volume() const
+{
+    return d->volume;
+}
+const MixState &Player::mixState() const
+{
+    return d->mix;
+}
+int Player::currentDeck() const
+{
+    return d->cur;
+}
+bool Player::albumGapless() const
+{
+    return d->albumGapless;
+}
 
 QList<Track> Player::upNext() const
 {

@@ -25,12 +25,12 @@ struct Player::Impl {
     PlayQueue queue;
     Status status = Status::stopped;
     bool hasCurrent = false; // queue.current() is loaded on decks[cur]
-    bool counted = false;    // the current play was counted
+    bool counted = false; // the current play was counted
     bool queueFinished = false; // the queue played to its end (play() starts it over)
     double volume = 1;
     MixState mix;
     TransitionMode planMode = TransitionMode::off; // the mode that made mix.plan
-    int nextIndex = -1;  // queue index of mix.nextTrack
+    int nextIndex = -1; // queue index of mix.nextTrack
     QList<int> nextPassedOver; // entries without a file between the current one and it
     int shuffleNextIndex = -1; // queue index of mix.shuffleNext's track
     std::map<TransitionMode, Planner> planners;

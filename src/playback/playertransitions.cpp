@@ -138,7 +138,7 @@ void Player::Impl::refreshPlanIfNeeded()
     const TransitionMode mode = effectiveMode(*playing, next);
     const QString key = QStringLiteral("%1|%2|%3|%4|%5")
                             .arg(TransitionModes::rawValue(mode), playing->filePath.value_or(QString()),
-                                 next.filePath.value_or(QString()))
+                                next.filePath.value_or(QString()))
                             .arg(queue.current())
                             .arg(index);
     if (mix.key == key)

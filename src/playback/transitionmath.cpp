@@ -29,8 +29,8 @@ BandGains bassSwapGains(double bassSwapAt, double p) noexcept
     return { float(u * kBassSwapCutDb), float((1 - u) * kBassSwapCutDb) };
 }
 
-bool finished(const TransitionPlan &plan, double p, double elapsedSec,
-              std::optional<double> outgoingPositionSec) noexcept
+bool finished(
+    const TransitionPlan &plan, double p, double elapsedSec, std::optional<double> outgoingPositionSec) noexcept
 {
     if (p < 1)
         return false;

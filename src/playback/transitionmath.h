@@ -37,8 +37,8 @@ struct BandGains {
 // reached its end (or fell silent: no position), or the fade has run its course and the
 // time the outgoing deck still had is up (half a second of grace for a join without a
 // fade, where the end is the whole point).
-[[nodiscard]] bool finished(const TransitionPlan &plan, double p, double elapsedSec,
-                            std::optional<double> outgoingPositionSec) noexcept;
+[[nodiscard]] bool finished(
+    const TransitionPlan &plan, double p, double elapsedSec, std::optional<double> outgoingPositionSec) noexcept;
 
 // Rate of a deck returning from `startRate` to 1 over `durationSec`, `elapsedSec` into the
 // return: a straight line that ends on exactly 1.

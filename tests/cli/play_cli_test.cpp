@@ -30,7 +30,8 @@ TEST(PlayCli, RenderJoinsPartsIntoTheSignalTheyWereCutFrom)
     const SweepParts sweep = SweepParts::make(home.path(), QStringLiteral("flac"), { "-c:a", "flac" }, &error);
     ASSERT_EQ(sweep.parts.size(), 4) << error.toStdString();
     const QString out = home.file("out.wav");
-    const CliRun run = runCli(QStringList { "play" } + sweep.parts + QStringList { "--mode", "gapless", "--render", out });
+    const CliRun run
+        = runCli(QStringList { "play" } + sweep.parts + QStringList { "--mode", "gapless", "--render", out });
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
 
     const QList<QByteArray> printed = lines(run.out);

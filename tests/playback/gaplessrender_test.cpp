@@ -75,8 +75,8 @@ TEST_P(GaplessRender, PartsJoinWithoutAGapOrAnOverlap)
             ASSERT_TRUE(bounds) << part.toStdString();
             const std::vector<float> decoded = ffmpegDecode(part);
             ASSERT_GE(qint64(decoded.size()), 2 * bounds->endFrame);
-            expected.insert(expected.end(), decoded.begin() + 2 * bounds->startFrame,
-                            decoded.begin() + 2 * bounds->endFrame);
+            expected.insert(
+                expected.end(), decoded.begin() + 2 * bounds->startFrame, decoded.begin() + 2 * bounds->endFrame);
             valid << bounds->endFrame - bounds->startFrame;
         }
         // MP3's LAME tag knows each part's length to the frame. (FFmpeg's own AAC encoder
@@ -94,10 +94,9 @@ TEST_P(GaplessRender, PartsJoinWithoutAGapOrAnOverlap)
     EXPECT_EQ(at, -1) << format.name << ": first difference at frame " << at / 2;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, GaplessRender,
+INSTANTIATE_TEST_SUITE_P(Formats, GaplessRender,
     ::testing::Values(Format { "wav", "wav", { "-c:a", "pcm_s16le" }, true },
-                      Format { "flac", "flac", { "-c:a", "flac" }, true },
-                      Format { "mp3", "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, false },
-                      Format { "m4a", "m4a", { "-c:a", "aac", "-b:a", "192k" }, false }),
+        Format { "flac", "flac", { "-c:a", "flac" }, true },
+        Format { "mp3", "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, false },
+        Format { "m4a", "m4a", { "-c:a", "aac", "-b:a", "192k" }, false }),
     [](const ::testing::TestParamInfo<Format> &param) { return std::string(param.param.name); });

@@ -27,7 +27,7 @@ protected:
         const QString path = home.file(QStringLiteral("t%1.wav").arg(n));
         EXPECT_TRUE(makeLevels(path, 0.1 * (n + 1), -0.1 * (n + 1), qint64(seconds * kRate)));
         Track t(QStringLiteral("Track %1").arg(n), QStringLiteral("Artist"), QString(), seconds,
-                QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"), std::nullopt, path);
+            QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"), std::nullopt, path);
         t.id = n + 1;
         return t;
     }
@@ -105,7 +105,7 @@ TEST_F(PlayerTest, PlayCountRisesOncePastHalfTheTrack)
     player.playQueue(queue);
     playFor(player, 0.9);
     player.next(); // the first track is left before its middle
-    playFor(player, 4.5);  // the other two to their ends
+    playFor(player, 4.5); // the other two to their ends
 
     EXPECT_EQ(store.track(queue[0].id)->playCount, 0);
     EXPECT_EQ(store.track(queue[1].id)->playCount, 1);
