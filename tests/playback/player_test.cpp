@@ -220,3 +220,20 @@ TEST_F(PlayerTest, TracksOfOneAlbumJoinGaplessInCrossfadeMode)
     Player again(engine, settings, nullptr);
     EXPECT_FALSE(again.albumGapless());
 }
+
+// A file cut short under the player (a disk going away, another program rewriting it)
+// ends its track early and the queue goes on; the player never waits for it.
+TEST_F(PlayerTest, FileCutShortWhilePlayingEndsItsTrack)
+{
+    Player player(engine, settings, nullptr);
+    player.setModeOverride(TransitionMode::off);
+    const QList<Track> queue { makeTrack(0, 20), makeTrack(1, 1) };
+    player.playQueue(queue);
+    playFor(player, 0.5);
+    ASSERT_TRUE(QFile::resize(queue[0].filePath.value(), 8 * kRate * 2));
+    QSignalSpy changed(&player, &Player::currentTrackChanged);
+    playFor(player, 8);
+    ASSERT_FALSE(changed.isEmpty());
+    EXPECT_EQ(changed[0][1].toInt(), 1);
+    EXPECT_LT(engine.hostFrame(), quint64(8 * kRate)); // long before the 20 s it had
+}
