@@ -37,7 +37,8 @@ int analyzeCommand(CliServices &, const QStringList &args)
     // Straight from the file: a command run once gains nothing from the cache.
     const auto bounds = GaplessPlanner::analyze(path);
     if (!bounds)
-        return Cli::fail(QStringLiteral("no gapless bounds for %1: not a readable audio file of known length").arg(path));
+        return Cli::fail(
+            QStringLiteral("no gapless bounds for %1: not a readable audio file of known length").arg(path));
     const QList<std::pair<QString, QJsonValue>> fields = {
         { QStringLiteral("startFrame"), double(bounds->startFrame) },
         { QStringLiteral("endFrame"), double(bounds->endFrame) },
@@ -65,12 +66,14 @@ int planCommand(CliServices &, const QStringList &args)
         return Cli::usageError(QString::fromLatin1(kPlanUsage), error);
     const auto mode = TransitionModes::fromRawValue(parsed->value(QStringLiteral("mode")));
     if (!mode || *mode == TransitionMode::off)
-        return Cli::usageError(QString::fromLatin1(kPlanUsage), QStringLiteral("--mode must be gapless, crossfade or automix"));
+        return Cli::usageError(
+            QString::fromLatin1(kPlanUsage), QStringLiteral("--mode must be gapless, crossfade or automix"));
     if (parsed->has(QStringLiteral("seconds"))) {
         bool ok = false;
         const double seconds = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
         if (!ok || !(seconds > 0))
-            return Cli::usageError(QString::fromLatin1(kPlanUsage), QStringLiteral("--seconds must be a positive number"));
+            return Cli::usageError(
+                QString::fromLatin1(kPlanUsage), QStringLiteral("--seconds must be a positive number"));
     }
     const QString outgoing = QFileInfo(parsed->positional.at(0)).absoluteFilePath();
     const QString incoming = QFileInfo(parsed->positional.at(1)).absoluteFilePath();

@@ -17,48 +17,49 @@ namespace GaplessPlanner {
 
 namespace {
 
-constexpr float kSilencePeak = 0.0001f;
-constexpr qint64 kMaxPriming = 2112;      // the largest AAC priming in use
-constexpr qint64 kAacPrimingLimit = 1920 + 192;
-constexpr qint64 kMinScanLength = 12800;
-constexpr double kMinMusicSec = 0.05;
+    constexpr float kSilencePeak = 0.0001f;
+    constexpr qint64 kMaxPriming = 2112; // the largest AAC priming in use
+    constexpr qint64 kAacPrimingLimit = 1920 + 192;
+    constexpr qint64 kMinScanLength = 12800;
+    constexpr double kMinMusicSec = 0.05;
 
-bool isAacFormat(const QByteArray &format)
-{
-    return format == "mp4a" || format == "aac " || format == "aach" || format == "aacp";
-}
-
-// The per-frame peaks of `frames` frames from `from`; absent when the read fails.
-std::optional<std::vector<float>> peaks(AudioDecoder &decoder, qint64 from, qint64 frames)
-{
-    if (decoder.position() != from && !decoder.seek(from))
-        return std::nullopt;
-    std::vector<float> stereo(size_t(2 * frames));
-    qint64 got = 0;
-    while (got < frames) {
-        const qint64 n = decoder.read(stereo.data() + 2 * got, frames - got);
-        if (n <= 0)
-            break;
-        got += n;
+    bool isAacFormat(const QByteArray &format)
+    {
+        return format == "mp4a" || format == "aac " || format == "aach" || format == "aacp";
     }
-    if (got != frames)
-        return std::nullopt;
-    std::vector<float> result(static_cast<size_t>(frames));
-    for (size_t i = 0; i < result.size(); ++i)
-        result[i] = std::max(std::abs(stereo[2 * i]), std::abs(stereo[2 * i + 1]));
-    return result;
-}
 
-std::optional<Cut> scan(AudioDecoder &decoder, qint64 length, bool aac, bool full)
-{
-    if (length <= kMinScanLength)
-        return std::nullopt;
-    const auto head = full ? peaks(decoder, 0, kEdgeWindowFrames) : std::vector<float>(size_t(kEdgeWindowFrames), 1.0f);
-    const auto tail = peaks(decoder, length - kEdgeWindowFrames, kEdgeWindowFrames);
-    if (!head || !tail)
-        return std::nullopt;
-    return trimEdges(*head, *tail, length, aac, full);
-}
+    // The per-frame peaks of `frames` frames from `from`; absent when the read fails.
+    std::optional<std::vector<float>> peaks(AudioDecoder &decoder, qint64 from, qint64 frames)
+    {
+        if (decoder.position() != from && !decoder.seek(from))
+            return std::nullopt;
+        std::vector<float> stereo(size_t(2 * frames));
+        qint64 got = 0;
+        while (got < frames) {
+            const qint64 n = decoder.read(stereo.data() + 2 * got, frames - got);
+            if (n <= 0)
+                break;
+            got += n;
+        }
+        if (got != frames)
+            return std::nullopt;
+        std::vector<float> result(static_cast<size_t>(frames));
+        for (size_t i = 0; i < result.size(); ++i)
+            result[i] = std::max(std::abs(stereo[2 * i]), std::abs(stereo[2 * i + 1]));
+        return result;
+    }
+
+    std::optional<Cut> scan(AudioDecoder &decoder, qint64 length, bool aac, bool full)
+    {
+        if (length <= kMinScanLength)
+            return std::nullopt;
+        const auto head
+            = full ? peaks(decoder, 0, kEdgeWindowFrames) : std::vector<float>(size_t(kEdgeWindowFrames), 1.0f);
+        const auto tail = peaks(decoder, length - kEdgeWindowFrames, kEdgeWindowFrames);
+        if (!head || !tail)
+            return std::nullopt;
+        return trimEdges(*head, *tail, length, aac, full);
+    }
 
 } // namespace
 
@@ -81,8 +82,8 @@ QString rawValue(Source source)
     return QStringLiteral("none");
 }
 
-std::optional<Cut> fromPacketTable(const PacketTable &table, qint64 length, double rate, const QString &decodedCodec,
-                                   int frameSize)
+std::optional<Cut> fromPacketTable(
+    const PacketTable &table, qint64 length, double rate, const QString &decodedCodec, int frameSize)
 {
     if (table.valid < 1 || table.priming < 0 || table.remainder < 0 || table.priming + table.remainder < 1)
         return std::nullopt;
@@ -166,7 +167,8 @@ std::optional<Cut> fromHeaders(const QString &path, qint64 length)
     return start ? fromMp3Start(*start, length) : std::nullopt;
 }
 
-std::optional<Cut> trimEdges(std::span<const float> head, std::span<const float> tail, qint64 length, bool aac, bool full)
+std::optional<Cut> trimEdges(
+    std::span<const float> head, std::span<const float> tail, qint64 length, bool aac, bool full)
 {
     if (length <= kMinScanLength || head.empty() || tail.empty())
         return std::nullopt;
@@ -233,15 +235,15 @@ std::optional<Bounds> analyze(const QString &path)
     if (fromTable && fromTable->cutKnown) {
         chosen = fromTable;
     } else if (fromTable) {
-        // The start is known but the end is not trusted: an encoder tag may know better,
-        // else the end is where the music stops.
-        chosen = fromHeaders(path, length);
-        if (!chosen) {
-            chosen = fromTable;
-            if (scannable) {
-                if (const auto end = scan(*decoder, length, aac, false))
-                    chosen->end = std::min(chosen->end, end->end);
-            }
+        // The start is known but the end is not trusted: an encoder tag may know better.
+        // Where the stream's end still rests on the decoder's word (it trims, or only the
+        // table's untrusted count says where the music stops), the end is also not later
+        // than the last sound.
+        const auto fromTag = fromHeaders(path, length);
+        chosen = fromTag ? fromTag : fromTable;
+        if (scannable && (!fromTag || chosen->source == Source::coreAudio)) {
+            if (const auto end = scan(*decoder, length, aac, false))
+                chosen->end = std::min(chosen->end, end->end);
         }
     } else {
         chosen = fromHeaders(path, length);
@@ -310,8 +312,8 @@ std::optional<TransitionPlan> planNow(const QString &outgoingPath, const QString
 
 QFuture<std::optional<TransitionPlan>> plan(const QString &outgoingPath, const QString &incomingPath)
 {
-    return QtConcurrent::run(QThreadPool::globalInstance(),
-                             [outgoingPath, incomingPath] { return planNow(outgoingPath, incomingPath); });
+    return QtConcurrent::run(
+        QThreadPool::globalInstance(), [outgoingPath, incomingPath] { return planNow(outgoingPath, incomingPath); });
 }
 
 BoundsCache &BoundsCache::shared()

@@ -22,19 +22,19 @@
 namespace GaplessPlanner {
 
 enum class Source {
-    coreAudio,   // the decoder already delivers music only: the whole stream is used
+    coreAudio, // the decoder already delivers music only: the whole stream is used
     packetTable, // the container's edit list and sample table
-    lameTag,     // the encoder tag in the first MP3 frame
-    iTunSMPB,    // an "iTunSMPB" text
-    silence,     // digital silence found at the edges
-    none,        // nothing known: the whole stream is used
+    lameTag, // the encoder tag in the first MP3 frame
+    iTunSMPB, // an "iTunSMPB" text
+    silence, // digital silence found at the edges
+    none, // nothing known: the whole stream is used
 };
 [[nodiscard]] QString rawValue(Source source);
 
 struct Bounds {
     qint64 startFrame = 0; // first frame of music in the decoded stream
-    qint64 endFrame = 0;   // one past the last
-    qint64 length = 0;     // frames the decoder delivers
+    qint64 endFrame = 0; // one past the last
+    qint64 length = 0; // frames the decoder delivers
     double sampleRate = 0; // Hz
     Source source = Source::none;
 
@@ -54,8 +54,8 @@ struct Cut {
 // "the decoder drops the priming (as FFmpeg does for an MP4 edit list) but keeps the
 // padding" or "the decoder trims nothing" the numbers describe. `decodedCodec` is
 // FFmpeg's codec name; `frameSize` the codec's frame (the rounding of the last packet).
-[[nodiscard]] std::optional<Cut> fromPacketTable(const PacketTable &table, qint64 length, double rate,
-                                                 const QString &decodedCodec, int frameSize);
+[[nodiscard]] std::optional<Cut> fromPacketTable(
+    const PacketTable &table, qint64 length, double rate, const QString &decodedCodec, int frameSize);
 
 // Delay, padding and valid count measured against the decode: start offsets `delay`,
 // `delay` - 529 and `delay` + `frameSize` are tried in that order.
@@ -71,8 +71,8 @@ struct Cut {
 // first and the last kEdgeWindowFrames frames. Only for AAC and MP3 (`aac` picks the codec
 // frame size); `full` also looks for the start, otherwise only the end.
 inline constexpr qint64 kEdgeWindowFrames = 3200;
-[[nodiscard]] std::optional<Cut> trimEdges(std::span<const float> headPeaks, std::span<const float> tailPeaks,
-                                           qint64 length, bool aac, bool full);
+[[nodiscard]] std::optional<Cut> trimEdges(
+    std::span<const float> headPeaks, std::span<const float> tailPeaks, qint64 length, bool aac, bool full);
 
 // Opens `path` and works its bounds out; absent when the file cannot be decoded, its length
 // is unknown or it is implausibly small for its length (still being written).

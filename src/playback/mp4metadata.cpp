@@ -10,79 +10,78 @@ namespace GaplessPlanner {
 
 namespace {
 
-// A moov of a few hours of AAC is a few MB; anything beyond this is not worth reading.
-constexpr qint64 kMaxMoovBytes = 32 << 20;
-constexpr int kMaxTopLevelBoxes = 1024;
+    // A moov of a few hours of AAC is a few MB; anything beyond this is not worth reading.
+    constexpr qint64 kMaxMoovBytes = 32 << 20;
+    constexpr int kMaxTopLevelBoxes = 1024;
 
-struct Box {
-    QByteArray type;
-    std::span<const uchar> body; // after the header
-};
+    struct Box {
+        QByteArray type;
+        std::span<const uchar> body; // after the header
+    };
 
-// The child boxes of `bytes`, stopping at the first box whose size does not fit.
-template <typename Visit>
-void forEachBox(std::span<const uchar> bytes, Visit visit)
-{
-    size_t at = 0;
-    while (at + 8 <= bytes.size()) {
-        quint64 size = qFromBigEndian<quint32>(bytes.data() + at);
-        size_t header = 8;
-        if (size == 1) {
-            if (at + 16 > bytes.size())
+    // The child boxes of `bytes`, stopping at the first box whose size does not fit.
+    template <typename Visit> void forEachBox(std::span<const uchar> bytes, Visit visit)
+    {
+        size_t at = 0;
+        while (at + 8 <= bytes.size()) {
+            quint64 size = qFromBigEndian<quint32>(bytes.data() + at);
+            size_t header = 8;
+            if (size == 1) {
+                if (at + 16 > bytes.size())
+                    return;
+                size = qFromBigEndian<quint64>(bytes.data() + at + 8);
+                header = 16;
+            } else if (size == 0) {
+                size = bytes.size() - at;
+            }
+            if (size < header || size > bytes.size() - at)
                 return;
-            size = qFromBigEndian<quint64>(bytes.data() + at + 8);
-            header = 16;
-        } else if (size == 0) {
-            size = bytes.size() - at;
+            const QByteArray type(reinterpret_cast<const char *>(bytes.data() + at + 4), 4);
+            if (!visit(Box { type, bytes.subspan(at + header, size_t(size) - header) }))
+                return;
+            at += size_t(size);
         }
-        if (size < header || size > bytes.size() - at)
-            return;
-        const QByteArray type(reinterpret_cast<const char *>(bytes.data() + at + 4), 4);
-        if (!visit(Box { type, bytes.subspan(at + header, size_t(size) - header) }))
-            return;
-        at += size_t(size);
     }
-}
 
-std::optional<std::span<const uchar>> child(std::span<const uchar> bytes, const char *type)
-{
-    std::optional<std::span<const uchar>> found;
-    forEachBox(bytes, [&](const Box &box) {
-        if (box.type == type) {
-            found = box.body;
-            return false;
+    std::optional<std::span<const uchar>> child(std::span<const uchar> bytes, const char *type)
+    {
+        std::optional<std::span<const uchar>> found;
+        forEachBox(bytes, [&](const Box &box) {
+            if (box.type == type) {
+                found = box.body;
+                return false;
+            }
+            return true;
+        });
+        return found;
+    }
+
+    std::optional<std::span<const uchar>> path(std::span<const uchar> bytes, std::initializer_list<const char *> types)
+    {
+        std::optional<std::span<const uchar>> at = bytes;
+        for (const char *type : types) {
+            at = child(*at, type);
+            if (!at)
+                return std::nullopt;
         }
-        return true;
-    });
-    return found;
-}
+        return at;
+    }
 
-std::optional<std::span<const uchar>> path(std::span<const uchar> bytes, std::initializer_list<const char *> types)
-{
-    std::optional<std::span<const uchar>> at = bytes;
-    for (const char *type : types) {
-        at = child(*at, type);
-        if (!at)
+    // The media time scale from mdhd (version 0 or 1).
+    std::optional<quint32> mediaTimescale(std::span<const uchar> mdhd)
+    {
+        if (mdhd.empty())
             return std::nullopt;
+        const size_t at = mdhd[0] == 1 ? 4 + 16 : 4 + 8;
+        if (mdhd.size() < at + 4)
+            return std::nullopt;
+        return qFromBigEndian<quint32>(mdhd.data() + at);
     }
-    return at;
-}
 
-// The media time scale from mdhd (version 0 or 1).
-std::optional<quint32> mediaTimescale(std::span<const uchar> mdhd)
-{
-    if (mdhd.empty())
-        return std::nullopt;
-    const size_t at = mdhd[0] == 1 ? 4 + 16 : 4 + 8;
-    if (mdhd.size() < at + 4)
-        return std::nullopt;
-    return qFromBigEndian<quint32>(mdhd.data() + at);
-}
-
-std::optional<quint32> movieTimescale(std::span<const uchar> mvhd)
-{
-    return mediaTimescale(mvhd); // same layout up to the time scale
-}
+    std::optional<quint32> movieTimescale(std::span<const uchar> mvhd)
+    {
+        return mediaTimescale(mvhd); // same layout up to the time scale
+    }
 
 } // namespace
 

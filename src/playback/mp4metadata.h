@@ -22,7 +22,7 @@ struct PacketTable {
     qint64 valid = 0;
     qint64 remainder = 0;
     double storedRate = 0; // the media time scale the three counts are in (Hz)
-    QByteArray format;     // the sample entry's four characters ("mp4a", "alac", ...)
+    QByteArray format; // the sample entry's four characters ("mp4a", "alac", ...)
 };
 
 // The moov box of an MP4 family file (anywhere among the top-level boxes), absent when the

@@ -15,10 +15,10 @@ QString makeTone(const QTemporaryDir &dir, const QString &name, double seconds, 
     const QString path = dir.filePath(name);
     QString error;
     const auto out = runProgram(QStringLiteral("/usr/bin/ffmpeg"),
-                                QStringList { "-v", "error", "-y", "-f", "lavfi", "-i",
-                                              QStringLiteral("sine=f=440:r=%1:d=%2").arg(rate).arg(seconds), "-ac", "2" }
-                                    + codec + QStringList { path },
-                                &error);
+        QStringList { "-v", "error", "-y", "-f", "lavfi", "-i",
+            QStringLiteral("sine=f=440:r=%1:d=%2").arg(rate).arg(seconds), "-ac", "2" }
+            + codec + QStringList { path },
+        &error);
     EXPECT_TRUE(out) << error.toStdString();
     return path;
 }

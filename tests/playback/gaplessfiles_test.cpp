@@ -114,12 +114,11 @@ TEST_P(GaplessFiles, TrimmedPartsJoinIntoTheWholeSweep)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, GaplessFiles,
+INSTANTIATE_TEST_SUITE_P(Formats, GaplessFiles,
     ::testing::Values(Format { "wav", { "-c:a", "pcm_s16le" }, Source::none, true },
-                      Format { "flac", { "-c:a", "flac" }, Source::none, true },
-                      Format { "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, Source::coreAudio, false },
-                      Format { "m4a", { "-c:a", "aac", "-b:a", "192k" }, Source::packetTable, false }),
+        Format { "flac", { "-c:a", "flac" }, Source::none, true },
+        Format { "mp3", { "-c:a", "libmp3lame", "-b:a", "192k" }, Source::coreAudio, false },
+        Format { "m4a", { "-c:a", "aac", "-b:a", "192k" }, Source::packetTable, false }),
     [](const auto &param) { return std::string(param.param.suffix); });
 
 // Fewer than 50 ms of music is not worth cutting: the whole decode is used.
@@ -141,9 +140,9 @@ TEST(GaplessAnalysis, UntaggedMp3IsScannedAndNonAudioGivesNothing)
 {
     QTemporaryDir dir;
     const QString mp3 = dir.filePath(QStringLiteral("untagged.mp3"));
-    ASSERT_TRUE(make(mp3, { "-f", "lavfi", "-i", "anullsrc=r=44100:cl=stereo:d=0.5", "-f", "lavfi", "-i",
-                            sweepSource(2, kRate), "-filter_complex", "[0][1]concat=n=2:v=0:a=1", "-c:a", "libmp3lame",
-                            "-write_xing", "0" }));
+    ASSERT_TRUE(make(mp3,
+        { "-f", "lavfi", "-i", "anullsrc=r=44100:cl=stereo:d=0.5", "-f", "lavfi", "-i", sweepSource(2, kRate),
+            "-filter_complex", "[0][1]concat=n=2:v=0:a=1", "-c:a", "libmp3lame", "-write_xing", "0" }));
     const auto b = analyze(mp3);
     ASSERT_TRUE(b);
     EXPECT_EQ(b->source, Source::silence);
@@ -186,4 +185,26 @@ TEST(GaplessAnalysis, CachedBoundsFollowTheFileAndPlanRunsInTheBackground)
     EXPECT_DOUBLE_EQ(p->outgoingEnd, double(second->endFrame) / 48000);
     EXPECT_EQ(p->incomingStart, 0);
     EXPECT_FALSE(cacheKey(dir.filePath(QStringLiteral("missing.mp3"))));
+}
+
+// FFmpeg ends an M4A's sample table on the last valid frame, so its packet table has no
+// remainder and its end is not trusted: with no encoder tag to ask, the end comes down to
+// the last sound when silence closes the file.
+TEST(GaplessAnalysis, AacWithoutRemainderEndsAtTheLastSound)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("tail.m4a"));
+    const qint64 sweep = 88200;
+    const qint64 silence = 2000; // inside the 3,200-frame window
+    ASSERT_TRUE(make(path,
+        { "-f", "lavfi", "-i", sweepSource(double(sweep) / kRate, kRate), "-f", "lavfi", "-i",
+            "anullsrc=r=44100:cl=stereo:d=1", "-filter_complex",
+            QStringLiteral("[0][1]concat=n=2:v=0:a=1,atrim=end_sample=%1").arg(sweep + silence), "-c:a", "aac" }));
+    const auto b = analyze(path);
+    ASSERT_TRUE(b);
+    EXPECT_EQ(b->source, Source::packetTable);
+    EXPECT_EQ(b->startFrame, 0);
+    EXPECT_LT(b->endFrame, sweep + silence);
+    EXPECT_GE(b->endFrame, sweep);
+    EXPECT_LT(b->endFrame, sweep + 1024); // the codec's ringing dies within a frame
 }

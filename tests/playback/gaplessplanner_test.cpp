@@ -108,7 +108,8 @@ TEST(GaplessHeaders, XingTagGivesFramesDelayAndPadding)
 TEST(GaplessHeaders, SmpbIsFoundAsNarrowAndWideText)
 {
     const QByteArray value = " 00000000 00000840 000001CA 00000000003F9E76 00000000 00000000";
-    const QByteArray narrow = QByteArray::fromHex("434f4d4d0000012000") + "eng" + "iTunSMPB" + QByteArray(1, '\0') + value;
+    const QByteArray narrow
+        = QByteArray::fromHex("434f4d4d0000012000") + "eng" + "iTunSMPB" + QByteArray(1, '\0') + value;
     const auto a = findSMPB(bytes(narrow));
     ASSERT_TRUE(a);
     EXPECT_EQ(a->delay, 0x840);
@@ -290,4 +291,77 @@ TEST(GaplessSource, RawValuesAreTheCaseNames)
     EXPECT_EQ(rawValue(Source::iTunSMPB), "iTunSMPB");
     EXPECT_EQ(rawValue(Source::silence), "silence");
     EXPECT_EQ(rawValue(Source::none), "none");
+}
+
+namespace {
+
+QByteArray box(const char *type, const QByteArray &body)
+{
+    QByteArray b(4, '\0');
+    qToBigEndian<quint32>(quint32(8 + body.size()), b.data());
+    return b + QByteArray(type, 4) + body;
+}
+
+QByteArray be32(quint32 v)
+{
+    QByteArray b(4, '\0');
+    qToBigEndian(v, b.data());
+    return b;
+}
+
+// A moov with one sound track: movie time scale `movieScale`, media time scale 44100, an
+// edit list of `priming` and `segment` (movie ticks), a sample table of `packets` AAC
+// packets of 1024 and a last one of `lastDuration`.
+QByteArray moov(quint32 movieScale, quint32 priming, quint32 segment, quint32 packets, quint32 lastDuration,
+    const QByteArray &udta = {})
+{
+    const QByteArray mvhd = box("mvhd", be32(0) + be32(0) + be32(0) + be32(movieScale) + be32(0));
+    const QByteArray mdhd = box("mdhd", be32(0) + be32(0) + be32(0) + be32(44100) + be32(0));
+    const QByteArray hdlr = box("hdlr", be32(0) + be32(0) + QByteArray("soun") + QByteArray(12, '\0'));
+    const QByteArray stsd = box("stsd", be32(0) + be32(1) + be32(36) + QByteArray("mp4a") + QByteArray(28, '\0'));
+    const QByteArray stts = box("stts", be32(0) + be32(2) + be32(packets) + be32(1024) + be32(1) + be32(lastDuration));
+    const QByteArray stbl = box("stbl", stsd + stts);
+    const QByteArray mdia = box("mdia", mdhd + hdlr + box("minf", stbl));
+    const QByteArray elst = box("elst", be32(0) + be32(1) + be32(segment) + be32(priming) + be32(0x00010000));
+    const QByteArray trak = box("trak", box("tkhd", QByteArray(84, '\0')) + box("edts", elst) + mdia);
+    return mvhd + trak + (udta.isEmpty() ? QByteArray() : box("udta", udta));
+}
+
+} // namespace
+
+TEST(GaplessMp4, EditListAndSampleTableMakeThePacketTable)
+{
+    // Time scales equal: the counts are exact and the remainder is what the table holds beyond.
+    auto table = packetTableFromMoov(bytes(moov(44100, 2112, 100000, 100, 960)));
+    ASSERT_TRUE(table);
+    EXPECT_EQ(table->priming, 2112);
+    EXPECT_EQ(table->valid, 100000);
+    EXPECT_EQ(table->remainder, 100 * 1024 + 960 - 2112 - 100000);
+    EXPECT_EQ(table->storedRate, 44100);
+    EXPECT_EQ(table->format, "mp4a");
+
+    // Milliseconds: 1134 ms is 50009.4 frames, but the table ends 9 frames earlier, on the
+    // valid frames FFmpeg wrote: the table's own count wins and nothing remains.
+    table = packetTableFromMoov(bytes(moov(1000, 1024, 1134, 49, 848)));
+    ASSERT_TRUE(table);
+    EXPECT_EQ(table->valid, 50000);
+    EXPECT_EQ(table->remainder, 0);
+
+    // A segment longer than the table describes another file.
+    EXPECT_FALSE(packetTableFromMoov(bytes(moov(44100, 1024, 200000, 100, 1024))));
+}
+
+TEST(GaplessMp4, SmpbIsReadFromTheUserData)
+{
+    const QByteArray value = " 00000000 00000840 000001CA 00000000003F9E76 00000000";
+    const QByteArray entry = box("----",
+        box("mean", be32(0) + "com.apple.iTunes") + box("name", be32(0) + "iTunSMPB")
+            + box("data", be32(1) + be32(0) + value));
+    const QByteArray udta = box("meta", be32(0) + box("ilst", entry));
+    const auto smpb = smpbFromMoov(bytes(moov(44100, 0, 100, 1, 100, udta)));
+    ASSERT_TRUE(smpb);
+    EXPECT_EQ(smpb->delay, 0x840);
+    EXPECT_EQ(smpb->padding, 0x1CA);
+    EXPECT_EQ(smpb->valid, 0x3F9E76);
+    EXPECT_FALSE(smpbFromMoov(bytes(moov(44100, 0, 100, 1, 100))));
 }
