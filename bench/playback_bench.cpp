@@ -39,14 +39,16 @@ struct Files {
     Files()
     {
         make(a, "aevalsrc=0.4*sin(2*PI*(60*t+90*t*t))|0.3*sin(2*PI*(200*t+50*t*t)):s=44100:d=60");
-        make(b, "aevalsrc=0.2*sin(2*PI*220*t)+0.2*sin(2*PI*277*t)+0.1*(random(0)-0.5)|0.2*sin(2*PI*330*t)+0.1*(random(1)-0.5):s=44100:d=60");
+        make(b,
+            "aevalsrc=0.2*sin(2*PI*220*t)+0.2*sin(2*PI*277*t)+0.1*(random(0)-0.5)|0.2*sin(2*PI*330*t)+0.1*(random(1)-0."
+            "5):s=44100:d=60");
     }
     void make(QString &path, const char *source)
     {
         path = dir.filePath(QStringLiteral("%1.mp3").arg(a.isEmpty() ? "a" : "b"));
         QProcess::execute(QStringLiteral("/usr/bin/ffmpeg"),
-                          { "-v", "error", "-y", "-f", "lavfi", "-i", QString::fromLatin1(source), "-c:a", "libmp3lame",
-                            "-b:a", "192k", path });
+            { "-v", "error", "-y", "-f", "lavfi", "-i", QString::fromLatin1(source), "-c:a", "libmp3lame", "-b:a",
+                "192k", path });
     }
     QTemporaryDir dir;
     QString a, b;
@@ -117,10 +119,22 @@ void renderOffline(benchmark::State &state, int decks, double rate)
     }
 }
 
-void NullOneDeckMp3(benchmark::State &state) { playNull(state, 1, 1.0); }
-void NullTwoDecksStretched(benchmark::State &state) { playNull(state, 2, 1.04); }
-void OfflineOneDeckMp3(benchmark::State &state) { renderOffline(state, 1, 1.0); }
-void OfflineTwoDecksStretched(benchmark::State &state) { renderOffline(state, 2, 1.04); }
+void NullOneDeckMp3(benchmark::State &state)
+{
+    playNull(state, 1, 1.0);
+}
+void NullTwoDecksStretched(benchmark::State &state)
+{
+    playNull(state, 2, 1.04);
+}
+void OfflineOneDeckMp3(benchmark::State &state)
+{
+    renderOffline(state, 1, 1.0);
+}
+void OfflineTwoDecksStretched(benchmark::State &state)
+{
+    renderOffline(state, 2, 1.04);
+}
 
 } // namespace
 

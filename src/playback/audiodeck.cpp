@@ -22,6 +22,7 @@ AudioDeck::AudioDeck(int sampleRate)
     , m_equaliser(sampleRate)
     , m_stretch(sampleRate, kStretchFrames)
     , m_scratch(size_t(2 * kStretchFrames))
+    , m_history(size_t(2 * kStretchFrames))
 {
 }
 
@@ -115,8 +116,7 @@ AudioDeck::Published AudioDeck::published() const
     for (;;) {
         const uint32_t before = m_publishSequence.load(std::memory_order_acquire);
         const Published p { m_publishedGeneration.load(std::memory_order_relaxed),
-                            m_publishedHostFrame.load(std::memory_order_relaxed),
-                            m_publishedFrame.load(std::memory_order_relaxed) };
+            m_publishedHostFrame.load(std::memory_order_relaxed), m_publishedFrame.load(std::memory_order_relaxed) };
         std::atomic_thread_fence(std::memory_order_acquire);
         if (!(before & 1) && m_publishSequence.load(std::memory_order_relaxed) == before)
             return p;
@@ -163,8 +163,8 @@ double AudioDeck::duration() const
 void AudioDeck::finish(uint32_t generation, Pull why)
 {
     uint64_t expected = pack(generation, State::playing);
-    m_control.compare_exchange_strong(expected, pack(generation, why == Pull::failed ? State::failed : State::ended),
-                                      std::memory_order_acq_rel);
+    m_control.compare_exchange_strong(
+        expected, pack(generation, why == Pull::failed ? State::failed : State::ended), std::memory_order_acq_rel);
 }
 
 // ---- render thread ----
@@ -190,17 +190,16 @@ AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame,
     float *out = stereo + 2 * offset;
     const int wanted = frames - offset;
     const double rate = m_rateWanted.load(std::memory_order_relaxed);
-    if (!m_stretching && rate != 1.0) {
-        // From here until the next load the deck stays in the stretcher, even back at rate
-        // 1: leaving it would jump by the stretcher's latency, an audible click.
-        m_stretching = true;
-        m_stretch.restart(rate);
-        m_outputFrame = double(m_fileFrame);
-        m_lastFed = false;
-        m_stretchEnd.reset();
-    }
+    if (!m_stretching && rate != 1.0)
+        enterStretch(rate);
     Pull why = Pull::more;
-    const int got = m_stretching ? produceStretched(out, wanted, wait, &why) : pull(out, wanted, wait, &why);
+    int got = 0;
+    if (m_stretching) {
+        got = produceStretched(out, wanted, wait, &why);
+    } else {
+        got = pull(out, wanted, wait, &why);
+        remember(out, got);
+    }
 
     std::memset(stereo, 0, sizeof(float) * size_t(2 * offset));
     std::memset(out + 2 * got, 0, sizeof(float) * size_t(2 * (wanted - got)));
@@ -233,6 +232,37 @@ AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame,
     return Span { offset, offset + got };
 }
 
+void AudioDeck::remember(const float *stereo, int frames)
+{
+    const size_t capacity = m_history.size() / 2;
+    const size_t keep = std::min(size_t(frames), capacity);
+    const float *from = stereo + 2 * (size_t(frames) - keep);
+    const size_t at = size_t((m_historyFrames + uint64_t(frames - int(keep))) % capacity);
+    const size_t first = std::min(keep, capacity - at);
+    std::memcpy(m_history.data() + 2 * at, from, 2 * first * sizeof(float));
+    std::memcpy(m_history.data(), from + 2 * first, 2 * (keep - first) * sizeof(float));
+    m_historyFrames += uint64_t(frames);
+}
+
+void AudioDeck::enterStretch(double rate)
+{
+    // From here until the next load the deck stays in the stretcher, even back at rate 1:
+    // leaving it would jump by the stretcher's latency, an audible click. Entering it is
+    // seamless because the stretcher is primed with the frames just played.
+    const size_t capacity = m_history.size() / 2;
+    const int known = int(std::min<uint64_t>(m_historyFrames, capacity));
+    for (int i = 0; i < known; ++i) {
+        const size_t at = size_t((m_historyFrames - uint64_t(known) + uint64_t(i)) % capacity);
+        m_scratch[size_t(2 * i)] = m_history[2 * at];
+        m_scratch[size_t(2 * i + 1)] = m_history[2 * at + 1];
+    }
+    m_stretching = true;
+    m_stretch.restart(rate, m_scratch.data(), known);
+    m_outputFrame = double(m_fileFrame);
+    m_lastFed = false;
+    m_stretchEnd.reset();
+}
+
 bool AudioDeck::waitForFeed()
 {
     if (++m_waitPolls > kMaxWaitPolls)
@@ -253,6 +283,7 @@ void AudioDeck::takeMarker(const FeedMarker &marker)
     m_adopted = true;
     m_fileFrame = marker.fileFrame;
     m_feedEnd.reset();
+    m_historyFrames = 0;
     if (marker.newSource) {
         m_stretching = false;
         m_fader = m_volume.load(std::memory_order_relaxed);

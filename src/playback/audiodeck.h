@@ -108,16 +108,22 @@ private:
 
     // Render thread only.
     uint32_t m_feedGeneration = 0; // the generation the feed's frames belong to now
-    bool m_adopted = false;        // m_feedGeneration has had its start marker
+    bool m_adopted = false; // m_feedGeneration has had its start marker
     std::optional<Pull> m_feedEnd; // the current generation's end marker was reached
-    int64_t m_fileFrame = 0;       // file position of the next frame taken from the feed
-    bool m_stretching = false;     // the rate left 1 since the last load
-    bool m_lastFed = false;        // the stretcher has been told the stream ended
+    int64_t m_fileFrame = 0; // file position of the next frame taken from the feed
+    bool m_stretching = false; // the rate left 1 since the last load
+    bool m_lastFed = false; // the stretcher has been told the stream ended
     std::optional<Pull> m_stretchEnd;
-    double m_outputFrame = 0;      // file position of the next stretched output frame
+    double m_outputFrame = 0; // file position of the next stretched output frame
     float m_fader = 1;
     int m_waitPolls = 0;
     std::vector<float> m_scratch;
+    // The latest decoded frames played without the stretcher (a ring), to prime it when
+    // the rate first leaves 1 mid-play.
+    std::vector<float> m_history;
+    uint64_t m_historyFrames = 0; // written since the last load or seek
+    void remember(const float *stereo, int frames);
+    void enterStretch(double rate);
 
     DecodeWorker m_worker { m_feed }; // last: its thread stops before the feed goes away
 };

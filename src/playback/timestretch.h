@@ -26,7 +26,12 @@ public:
     TimeStretch &operator=(const TimeStretch &) = delete;
 
     // Forgets all audio and starts a new stream at `rate` (output runs 1/rate as long).
-    void restart(double rate);
+    // `before` (interleaved, `beforeFrames` long) is what preceded the stream, if anything:
+    // it fills the stretcher's start pad instead of silence, so that a stream taken over
+    // from plain playback continues without a step.
+    void restart(double rate, const float *before = nullptr, int beforeFrames = 0);
+    // How much of what came before restart() can use.
+    [[nodiscard]] int padFrames() const;
     void setRate(double rate);
     [[nodiscard]] double rate() const { return m_rate; }
 

@@ -14,8 +14,7 @@ constexpr int kRate = 44100;
 
 // Runs `signal` through `bank` in blocks of `block` frames, calling `between(blockIndex)`
 // before each block.
-template<typename F>
-std::vector<float> run(EqualiserBank &bank, std::vector<float> signal, int block, F between)
+template <typename F> std::vector<float> run(EqualiserBank &bank, std::vector<float> signal, int block, F between)
 {
     const int frames = int(signal.size() / 2);
     for (int at = 0, index = 0; at < frames; at += block, ++index) {

@@ -102,11 +102,21 @@ TEST(RenderPath, TwoDecksWithEqualiserFaderStretchAndSeekNeitherAllocateNorLock)
     int loudBlocks = 0;
     for (int call = 0; call < 600; ++call) { // 9.5 s
         switch (call % 50) {
-        case 5: engine.setBandGain(0, call % 11, -6.0f + float(call % 7)); break;
-        case 15: engine.setBandGain(1, AudioEngine::kBassSwapBand, call % 100 < 50 ? -24.0f : 0.0f); break;
-        case 25: engine.setVolume(0, float(call % 9) / 8); break;
-        case 35: engine.setRate(1, call % 100 < 50 ? 0.97 : 1.04); break;
-        case 45: engine.setBandBypass(0, call % 11, call % 100 < 50); break;
+        case 5:
+            engine.setBandGain(0, call % 11, -6.0f + float(call % 7));
+            break;
+        case 15:
+            engine.setBandGain(1, AudioEngine::kBassSwapBand, call % 100 < 50 ? -24.0f : 0.0f);
+            break;
+        case 25:
+            engine.setVolume(0, float(call % 9) / 8);
+            break;
+        case 35:
+            engine.setRate(1, call % 100 < 50 ? 0.97 : 1.04);
+            break;
+        case 45:
+            engine.setBandBypass(0, call % 11, call % 100 < 50);
+            break;
         }
         if (call == 300) {
             ASSERT_TRUE(engine.seek(1, 2.0)); // the stretcher restarts on the render thread
