@@ -1,5 +1,7 @@
 #include "playback/audiodeck.h"
 
+#include "playback/transitionmath.h"
+
 #include "playback/audiodecoder.h"
 
 #include <algorithm>
@@ -31,7 +33,7 @@ AudioDeck::~AudioDeck() = default;
 bool AudioDeck::load(const QString &path, double fromSec, QString *error)
 {
     std::unique_ptr<AudioDecoder> decoder = AudioDecoder::open(path, m_rate, error);
-    const int64_t from = std::llround(std::max(0.0, fromSec) * m_rate);
+    const int64_t from = TransitionMath::frameAt(std::max(0.0, fromSec), m_rate);
     if (decoder && from > 0 && !decoder->seek(from)) {
         if (error)
             *error = QStringLiteral("Cannot start %1 at %2 s: %3").arg(path).arg(fromSec).arg(decoder->lastError());
@@ -66,7 +68,7 @@ bool AudioDeck::seek(double sec)
     const State now = state();
     if (now == State::empty || now == State::failed)
         return false;
-    int64_t frame = std::llround(std::max(0.0, sec) * m_rate);
+    int64_t frame = TransitionMath::frameAt(std::max(0.0, sec), m_rate);
     const int64_t length = m_lengthFrames >= 0 ? m_lengthFrames : m_worker.knownLength();
     if (length >= 0)
         frame = std::min(frame, length);
@@ -88,7 +90,7 @@ void AudioDeck::play(uint64_t atHostFrame)
 
 void AudioDeck::setStopAt(std::optional<double> sec)
 {
-    m_stopFrame = sec ? std::llround(std::max(0.0, *sec) * m_rate) : -1;
+    m_stopFrame = sec ? TransitionMath::frameAt(std::max(0.0, *sec), m_rate) : -1;
 }
 
 void AudioDeck::setVolume(float gain)

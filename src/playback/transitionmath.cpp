@@ -50,7 +50,7 @@ double returningRate(double startRate, double durationSec, double elapsedSec) no
 
 qint64 frameAt(double seconds, int sampleRate) noexcept
 {
-    return std::llround(seconds * sampleRate);
+    return qint64(std::floor(seconds * sampleRate + 1e-6));
 }
 
 qint64 framesUntil(double positionSec, double targetSec, double rate, int sampleRate) noexcept

@@ -44,7 +44,9 @@ struct BandGains {
 // return: a straight line that ends on exactly 1.
 [[nodiscard]] double returningRate(double startRate, double durationSec, double elapsedSec) noexcept;
 
-// A file position in seconds as the frame the engine counts it as.
+// The frame that sounds at `seconds`: the one whose span contains it. Planners aim half a
+// frame into the first frame they want, so rounding to the nearest would land one late;
+// the slack keeps a time computed as frame / rate from falling to the frame before.
 [[nodiscard]] qint64 frameAt(double seconds, int sampleRate) noexcept;
 
 // Output frames from a file position to a target (0 when the target has passed) at

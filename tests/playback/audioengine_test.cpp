@@ -146,6 +146,13 @@ TEST(AudioEngine, StartsOnItsHostFrameStopsOnItsFileFrameAndSeeks)
     EXPECT_TRUE(sameFrames(block, 0, reference, 3 * kRate, 1000));
     EXPECT_NEAR(*engine.position(1), 3.0 + 1000.0 / kRate, 1e-9);
     EXPECT_EQ(engine.state(1), State::playing);
+
+    // The gapless planner starts a track half a frame into its first real frame: that
+    // frame, not the next, comes out first.
+    ASSERT_TRUE(engine.load(1, path, (1234 + 0.5) / kRate, &error));
+    engine.play(1, engine.hostFrame());
+    engine.renderOffline(block.data(), 1000);
+    EXPECT_TRUE(sameFrames(block, 0, reference, 1234, 1000));
 }
 
 TEST(AudioEngine, NextDeckStartedWhereTheFirstEndsJoinsWithoutAGap)
