@@ -4,6 +4,8 @@
 
 #include "playerfixture.h"
 
+#include <QtConcurrent/QtConcurrentRun>
+
 namespace {
 
 class ApplicationPlayerTest : public PlayerFixture {};
@@ -50,18 +52,31 @@ TEST_F(ApplicationPlayerTest, ShutDownStopsThePlayerFirst)
     EXPECT_TRUE(stoppedWithLibraryOpen);
 }
 
-TEST_F(ApplicationPlayerTest, PlayerUsesTheApplicationsTransitionSettings)
+// The mode chosen in the window's settings is the one the player plans with, from the
+// next pair of tracks on.
+TEST_F(ApplicationPlayerTest, PlayerFollowsTheApplicationsTransitionSettings)
 {
-    app->transitionSettings().setMode(TransitionMode::gapless);
-    EXPECT_EQ(TransitionSettings::readMode(), TransitionMode::gapless);
-    const QList<Track> songs = addSongs(2, 1.0);
-    player().playQueue(songs);
+    player().setPlanner(TransitionMode::crossfade, [](const Track &from, const Track &) {
+        TransitionPlan plan;
+        plan.outgoingStart = from.duration - 0.5;
+        plan.outgoingEnd = from.duration;
+        plan.fadeDuration = 0.5;
+        return QtConcurrent::run([plan] { return std::optional(plan); });
+    });
+    const QList<Track> songs = addSongs(3, 1.5);
     QList<TransitionMode> modes;
     QObject::connect(&player(), &Player::transitionStarted,
                      [&](TransitionMode mode, const TransitionPlan &) { modes << mode; });
-    advance(1.5);
-    EXPECT_EQ(modes, QList<TransitionMode>({TransitionMode::gapless}));
+    player().playQueue(songs);
+    advance(1.6); // off: the ordinary change
     EXPECT_EQ(player().currentIndex(), 1);
+    EXPECT_TRUE(modes.isEmpty());
+
+    app->transitionSettings().setMode(TransitionMode::crossfade);
+    EXPECT_EQ(TransitionSettings::readMode(), TransitionMode::crossfade);
+    advance(1.2);
+    EXPECT_EQ(modes, QList<TransitionMode>({TransitionMode::crossfade}));
+    EXPECT_EQ(player().currentIndex(), 2);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "app/application.h"
 #include "library/librarystore.h"
 #include "playback/audioengine.h"
+#include "playback/mixstate.h"
 #include "playback/player.h"
 
 #include "appfixture.h"
@@ -39,16 +40,26 @@ protected:
         return tracks;
     }
 
-    // Lets `seconds` of output pass.
+    // Lets `seconds` of output pass, in blocks of the real-time tick's length. A plan the
+    // player is computing is waited for, as a render does, so the result does not depend
+    // on the machine's speed.
     void advance(double seconds)
     {
         AudioEngine &engine = app->audioEngine();
-        constexpr qint64 kBlock = 1024;
-        std::vector<float> block(2 * kBlock);
-        for (qint64 left = std::llround(seconds * engine.sampleRate()); left > 0; left -= kBlock) {
-            engine.renderOffline(block.data(), std::min(left, kBlock));
-            app->player().transitionTick();
+        Player &player = app->player();
+        const qint64 blockFrames = engine.sampleRate() / 50;
+        std::vector<float> block(size_t(2 * blockFrames));
+        for (qint64 left = std::llround(seconds * engine.sampleRate()); left > 0; left -= blockFrames) {
+            player.transitionTick();
+            if (std::optional<QFuture<std::optional<TransitionPlan>>> task = player.mixState().planTask;
+                task && !task->isFinished()) {
+                task->waitForFinished();
+                QCoreApplication::processEvents(); // the plan comes back as a queued call
+                player.transitionTick();
+            }
+            engine.renderOffline(block.data(), std::min(left, blockFrames));
         }
+        player.transitionTick();
         QCoreApplication::processEvents();
     }
 
