@@ -6,9 +6,11 @@
 #include <QString>
 
 // Finds and decodes the cover of the playing track off the GUI thread: the file's embedded
-// picture or a picture beside it (CoverArt), scaled to the size the window shows. Only the
-// newest request is answered; a track whose cover was the last one loaded is answered at
-// once.
+// picture or a picture beside it (CoverArt), scaled to the size the window shows. An
+// answer that comes after a newer request has been made is dropped. A track without a
+// file, a track whose cover was the last one loaded, and a task that finished before
+// request() returned are answered from within request(): callers set up what the answer
+// is compared with before they ask.
 //
 // Lives on the GUI thread; the work runs on the global thread pool and comes back as a
 // continuation on this object, so nothing arrives after it is gone.
