@@ -110,14 +110,46 @@ QString AudioDeck::error() const
     return state() == State::failed ? m_worker.error() : QString();
 }
 
+AudioDeck::Published AudioDeck::published() const
+{
+    for (;;) {
+        const uint32_t before = m_publishSequence.load(std::memory_order_acquire);
+        const Published p { m_publishedGeneration.load(std::memory_order_relaxed),
+                            m_publishedHostFrame.load(std::memory_order_relaxed),
+                            m_publishedFrame.load(std::memory_order_relaxed) };
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (!(before & 1) && m_publishSequence.load(std::memory_order_relaxed) == before)
+            return p;
+    }
+}
+
 std::optional<double> AudioDeck::position(uint64_t hostFrame) const
 {
     const uint64_t control = m_control.load(std::memory_order_acquire);
     if (State(control & 0xff) != State::playing || m_startAt.load(std::memory_order_relaxed) > hostFrame)
         return std::nullopt;
-    if (m_publishedGeneration.load(std::memory_order_acquire) != uint32_t(control >> 8))
+    const Published p = published();
+    if (p.generation != uint32_t(control >> 8))
         return m_seekTargetSec; // the render thread has not reached the new place yet
-    return m_publishedFrame.load(std::memory_order_relaxed) / m_rate;
+    return p.fileFrame / m_rate;
+}
+
+std::optional<uint64_t> AudioDeck::hostFrameAt(double fileSec, uint64_t hostFrame) const
+{
+    const uint64_t control = m_control.load(std::memory_order_acquire);
+    if (State(control & 0xff) != State::playing)
+        return std::nullopt;
+    const Published p = published();
+    uint64_t baseHost = p.hostFrame;
+    double baseFrame = p.fileFrame;
+    if (p.generation != uint32_t(control >> 8)) {
+        // Not started yet, or a seek not yet taken up: it sounds from its start frame or
+        // from the next block on.
+        baseHost = std::max(m_startAt.load(std::memory_order_relaxed), hostFrame);
+        baseFrame = m_seekTargetSec * m_rate;
+    }
+    const double frames = (fileSec * m_rate - baseFrame) / rate();
+    return frames <= 0 ? baseHost : baseHost + uint64_t(std::llround(frames));
 }
 
 double AudioDeck::duration() const
@@ -137,18 +169,22 @@ void AudioDeck::finish(uint32_t generation, Pull why)
 
 // ---- render thread ----
 
-bool AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
+AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
 {
     const uint64_t control = m_control.load(std::memory_order_acquire);
     if (State(control & 0xff) != State::playing)
-        return false;
+        return {};
     const uint32_t generation = uint32_t(control >> 8);
     const uint64_t startAt = m_startAt.load(std::memory_order_relaxed);
     if (startAt >= hostFrame + uint64_t(frames))
-        return false;
+        return {};
     m_waitPolls = 0;
-    if (!adopt(generation, wait))
-        return false;
+    if (!adopt(generation, wait)) {
+        // Due to sound, but its decoder has not delivered the first frames of the load or
+        // seek yet: a dropout like any other.
+        m_underruns.fetch_add(1, std::memory_order_relaxed);
+        return {};
+    }
 
     const int offset = startAt > hostFrame ? int(startAt - hostFrame) : 0;
     float *out = stereo + 2 * offset;
@@ -182,14 +218,19 @@ bool AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
             m_fader = target;
         }
     }
+    const uint32_t sequence = m_publishSequence.load(std::memory_order_relaxed);
+    m_publishSequence.store(sequence + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    m_publishedGeneration.store(generation, std::memory_order_relaxed);
+    m_publishedHostFrame.store(hostFrame + uint64_t(frames), std::memory_order_relaxed);
     m_publishedFrame.store(m_stretching ? m_outputFrame : double(m_fileFrame), std::memory_order_relaxed);
-    m_publishedGeneration.store(generation, std::memory_order_release);
+    m_publishSequence.store(sequence + 2, std::memory_order_release);
     if (why == Pull::ended || why == Pull::failed)
         finish(generation, why);
     else if (why == Pull::starved && !wait)
         m_underruns.fetch_add(1, std::memory_order_relaxed);
     m_worker.consumed();
-    return true;
+    return Span { offset, offset + got };
 }
 
 bool AudioDeck::waitForFeed()
@@ -317,9 +358,9 @@ int AudioDeck::produceStretched(float *stereo, int frames, bool wait, Pull *why)
         Pull fed = Pull::more;
         const int n = pull(m_scratch.data(), m_stretch.framesWanted(), wait, &fed);
         if (n > 0)
-            m_stretch.feed(m_scratch.data(), n, false);
+            m_stretch.feed(m_scratch.data(), n);
         if (fed == Pull::ended || fed == Pull::failed) {
-            m_stretch.feed(m_scratch.data(), 0, true);
+            m_stretch.finish();
             m_lastFed = true;
             m_stretchEnd = fed;
         } else if (n == 0) {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <numeric>
 #include <vector>
 
@@ -150,7 +151,7 @@ private:
     qint64 m_fileDropBelow = 0; // frames before this (a seek target) are thrown away
     qint64 m_fileAccepted = 0;  // index one past the last file frame passed on
     bool m_syncFromPts = false; // the next frame's place comes from its timestamp (after a seek)
-    bool m_restartedOnce = false;
+    bool m_restartedOnce = false; // a seek fell back to decoding from the start (once per seek)
     bool m_inputDone = false;
     bool m_flushed = false;
     bool m_failed = false;
@@ -162,7 +163,7 @@ private:
     size_t m_pendingAt = 0;       // frames of m_pending already read
     qint64 m_outDrop = 0;         // output frames still to drop after a resampled seek
     qint64 m_pos = 0;
-    qint64 m_outProduced = 0; // output frames put into m_pending (or dropped) since the last seek, plus the seek target
+    qint64 m_outProduced = 0; // output index one past the last frame put into m_pending or dropped
     QString m_error;
 };
 
@@ -614,8 +615,11 @@ bool FfmpegDecoder::decodeFrame()
             AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
             if (swr_alloc_set_opts2(&m_downmix, &stereo, AV_SAMPLE_FMT_FLT, m_frame->sample_rate, &m_frame->ch_layout,
                                     AVSampleFormat(m_frame->format), m_frame->sample_rate, 0, nullptr)
-                    < 0
-                || swr_init(m_downmix) < 0)
+                    < 0)
+                return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
+            // Float output would carry the sum of five channels past full scale.
+            av_opt_set_double(m_downmix, "rematrix_maxval", 1.0, 0);
+            if (swr_init(m_downmix) < 0)
                 return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
         }
         uint8_t *outPlanes[] = { reinterpret_cast<uint8_t *>(m_stage.data()) };
@@ -626,6 +630,12 @@ bool FfmpegDecoder::decodeFrame()
 
     qint64 index = m_fileNext;
     const int64_t pts = m_frame->best_effort_timestamp;
+    if (!m_ownMp3 && pts == AV_NOPTS_VALUE && m_syncFromPts) {
+        // After a seek, a frame without a timestamp has no known place.
+        m_syncFromPts = false;
+        av_frame_unref(m_frame);
+        return restart();
+    }
     if (!m_ownMp3 && pts != AV_NOPTS_VALUE) {
         const qint64 at = av_rescale_q(pts, m_timeBase, AVRational { 1, m_info.fileRate });
         if (m_origin == AV_NOPTS_VALUE)
@@ -690,6 +700,10 @@ void FfmpegDecoder::emitOutput(const float *stereo, qint64 frames)
 
 std::unique_ptr<AudioDecoder> AudioDecoder::open(const QString &path, int outputRate, QString *error)
 {
+    // Failures reach the user through our own errors; FFmpeg's console chatter ("Estimating
+    // duration from bitrate") would only clutter orvida-cli's stderr.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_FATAL); });
     QString ignored;
     QString &why = error ? *error : ignored;
     auto decoder = std::make_unique<FfmpegDecoder>(path, outputRate);

@@ -43,20 +43,27 @@ struct AudioEngine::Impl {
             return;
         }
         const quint64 host = hostFrame.load(std::memory_order_relaxed);
-        bool sounding = false;
+        // Where one deck sounds alone its frames are copied, not added to zeros: adding
+        // would turn a decoded -0.0f into +0.0f, and a lone deck, or the two sides of a
+        // gapless join, would no longer be bit-exact.
+        AudioDeck::Span mixed;
         for (auto &deck : decks) {
-            // The first deck that sounds is copied, not added to zeros: adding would turn a
-            // decoded -0.0f into +0.0f and a lone deck would no longer be bit-exact.
-            float *target = sounding ? deckBuffer.data() : out;
-            if (!deck->render(target, frames, host, wait))
+            float *target = mixed.empty() ? out : deckBuffer.data();
+            const AudioDeck::Span span = deck->render(target, frames, host, wait);
+            if (span.empty())
                 continue;
-            if (sounding) {
-                for (int i = 0; i < 2 * frames; ++i)
-                    out[i] += deckBuffer[size_t(i)];
+            if (mixed.empty()) {
+                mixed = span;
+                continue;
             }
-            sounding = true;
+            for (int i = span.begin; i < span.end; ++i) {
+                const bool overlap = i >= mixed.begin && i < mixed.end;
+                out[2 * i] = overlap ? out[2 * i] + deckBuffer[size_t(2 * i)] : deckBuffer[size_t(2 * i)];
+                out[2 * i + 1] = overlap ? out[2 * i + 1] + deckBuffer[size_t(2 * i + 1)] : deckBuffer[size_t(2 * i + 1)];
+            }
+            mixed = { std::min(mixed.begin, span.begin), std::max(mixed.end, span.end) };
         }
-        if (!sounding)
+        if (mixed.empty())
             std::memset(out, 0, sizeof(float) * size_t(2 * frames));
         const float target = masterVolume.load(std::memory_order_relaxed);
         if (target != master || master != 1.0f) {
@@ -232,6 +239,12 @@ std::optional<double> AudioEngine::position(int deck) const
     return dk ? dk->position(hostFrame()) : std::nullopt;
 }
 
+std::optional<quint64> AudioEngine::hostFrameAt(int deck, double sec) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->hostFrameAt(sec, hostFrame()) : std::nullopt;
+}
+
 double AudioEngine::duration(int deck) const
 {
     const AudioDeck *dk = d->deck(deck);
@@ -242,6 +255,23 @@ double AudioEngine::rate(int deck) const
 {
     const AudioDeck *dk = d->deck(deck);
     return dk ? dk->rate() : 1.0;
+}
+
+float AudioEngine::volume(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->volume() : 0.0f;
+}
+
+float AudioEngine::bandGain(int deck, int band) const
+{
+    AudioDeck *dk = d->deck(deck);
+    return dk ? dk->equaliser().gain(band) : 0.0f;
+}
+
+float AudioEngine::masterVolume() const
+{
+    return d->masterVolume.load(std::memory_order_relaxed);
 }
 
 qint64 AudioEngine::renderOffline(float *out, qint64 frames)

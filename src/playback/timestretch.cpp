@@ -57,7 +57,7 @@ int TimeStretch::framesWanted() const
     return int(std::clamp<size_t>(m_stretcher->getSamplesRequired(), 1, size_t(m_maxFrames)));
 }
 
-void TimeStretch::feed(const float *stereo, int frames, bool last)
+void TimeStretch::feed(const float *stereo, int frames)
 {
     frames = std::min(frames, m_maxFrames);
     for (int i = 0; i < frames; ++i) {
@@ -65,9 +65,27 @@ void TimeStretch::feed(const float *stereo, int frames, bool last)
         m_right[size_t(i)] = stereo[2 * i + 1];
     }
     const float *channels[2] = { m_left.data(), m_right.data() };
-    m_stretcher->process(channels, size_t(frames), last);
+    m_stretcher->process(channels, size_t(frames), false);
     m_expectedOutput += frames / m_rate;
-    m_last = m_last || last;
+}
+
+void TimeStretch::finish()
+{
+    if (m_last)
+        return;
+    // The R3 engine drops the input it still holds when the final call brings no frames,
+    // so the end goes in with a start pad's worth of silence behind it; retrieve() cuts
+    // the output where the real frames end.
+    std::fill(m_left.begin(), m_left.end(), 0.0f);
+    std::fill(m_right.begin(), m_right.end(), 0.0f);
+    const float *channels[2] = { m_left.data(), m_right.data() };
+    size_t pad = std::max<size_t>(m_stretcher->getPreferredStartPad(), 1);
+    while (pad > 0) {
+        const size_t n = std::min(pad, size_t(m_maxFrames));
+        pad -= n;
+        m_stretcher->process(channels, n, pad == 0);
+    }
+    m_last = true;
 }
 
 int TimeStretch::available() const

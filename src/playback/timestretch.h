@@ -33,9 +33,11 @@ public:
     // How many input frames the stretcher wants before it can give more output (at most
     // maxFrames).
     [[nodiscard]] int framesWanted() const;
-    // Feeds up to maxFrames frames; `last` marks the end of the stream (then `frames` may be 0).
-    void feed(const float *stereo, int frames, bool last);
-    // Frames ready to retrieve; -1 once everything after a `last` feed has been retrieved.
+    // Feeds up to maxFrames frames.
+    void feed(const float *stereo, int frames);
+    // The stream has ended: what the stretcher still holds comes out.
+    void finish();
+    // Frames ready to retrieve; -1 once everything after finish() has been retrieved.
     [[nodiscard]] int available() const;
     // Copies up to `frames` frames out; returns how many.
     int retrieve(float *stereo, int frames);
