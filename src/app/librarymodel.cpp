@@ -135,7 +135,9 @@ QVariant LibraryModel::data(const QModelIndex &index, int role) const
     const bool sort = role == kSortRole;
     switch (index.column()) {
     case FavoriteColumn:
-        return sort ? QVariant(int(track->isFavorite)) : QVariant(track->isFavorite ? QStringLiteral("★") : QStringLiteral("☆"));
+        if (sort)
+            return int(track->isFavorite);
+        return track->isFavorite ? QStringLiteral("★") : QStringLiteral("☆");
     case TitleColumn: return track->title;
     case ArtistColumn: return track->artist;
     case AlbumColumn: return track->album;

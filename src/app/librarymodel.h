@@ -9,9 +9,10 @@ class QMimeData;
 class LibraryStore;
 
 // Every library track as a table row: favourite star, title, artist, album, duration,
-// station, date added, play count; the track the player plays is bold. The sort role carries the raw value so durations, dates and counts
-// sort as numbers (LibraryFilterModel sorts and filters the tracks' own fields). Rows drag
-// out as a list of track ids (kTrackIdsMimeType), which the playlists accept.
+// station, date added, play count; the track the player plays is bold. The sort role
+// carries the raw value so stars, durations, dates and counts sort as numbers
+// (LibraryFilterModel sorts and filters the tracks' own fields). Rows drag out as a list
+// of track ids (kTrackIdsMimeType), which the playlists accept.
 //
 // Lives on the GUI thread. Nothing is read until load(): the window builds the library
 // page at start but shows it later, and 100,000 tracks are the most expensive thing on

@@ -23,6 +23,7 @@
 #include "tools/youtubeservice.h"
 
 #include <QCloseEvent>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -177,7 +178,9 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     }
     connect(&player, &Player::trackSkipped, this, [this](const Track &track, const QString &reason) {
         const QString name = track.title.isEmpty() ? track.filePath.value_or(QString()) : track.title;
-        m_messages->add(Texts::text("player.skippedFormat").arg(name, reason));
+        // The commonest cause in the user's language; a decoder's own explanation as it is.
+        const bool missing = !track.filePath || track.filePath->isEmpty() || !QFileInfo::exists(*track.filePath);
+        m_messages->add(Texts::text("player.skippedFormat").arg(name, missing ? tx("player.fileMissing") : reason));
     });
 
     m_toast = new QLabel(this);

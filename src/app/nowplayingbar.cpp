@@ -63,7 +63,7 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
     m_artist = new QLabel(this);
     m_artist->setTextFormat(Qt::PlainText);
     m_artist->setForegroundRole(QPalette::PlaceholderText);
-    for (QLabel *label : {m_title, m_artist}) {
+    for (QLabel *label : { m_title, m_artist }) {
         label->setFixedWidth(220);
         label->setTextInteractionFlags(Qt::NoTextInteraction);
     }
@@ -89,7 +89,7 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
     m_repeat = makeButton(this, tx("player.repeatOff"));
     m_repeat->setCheckable(true);
     buttons->addStretch();
-    for (QToolButton *button : {m_shuffle, m_previous, m_playPause, m_next, m_repeat})
+    for (QToolButton *button : { m_shuffle, m_previous, m_playPause, m_next, m_repeat })
         buttons->addWidget(button);
     buttons->addStretch();
     center->addLayout(buttons);
@@ -97,7 +97,7 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
     auto *timeline = new QHBoxLayout;
     m_elapsed = new QLabel(this);
     m_remaining = new QLabel(this);
-    for (QLabel *label : {m_elapsed, m_remaining}) {
+    for (QLabel *label : { m_elapsed, m_remaining }) {
         label->setMinimumWidth(fontMetrics().horizontalAdvance(QStringLiteral("-00:00")) + 4);
         label->setForegroundRole(QPalette::PlaceholderText);
     }
@@ -141,8 +141,8 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
         // off -> all -> one -> off, as the button is pressed again and again.
         const Player::Repeat now = m_player.repeat();
         m_player.setRepeat(now == Player::Repeat::off ? Player::Repeat::all
-                           : now == Player::Repeat::all ? Player::Repeat::one
-                                                        : Player::Repeat::off);
+                : now == Player::Repeat::all          ? Player::Repeat::one
+                                                      : Player::Repeat::off);
         showRepeat(m_player.repeat()); // the button's own toggle is undone if nothing changed
     });
     connect(m_upNextButton, &QToolButton::clicked, this, [this] { m_upNext->openAbove(m_upNextButton); });
@@ -161,7 +161,7 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
     });
 
     connect(&m_player, &Player::currentTrackChanged, this,
-            [this](const std::optional<Track> &track, int) { showTrack(track); });
+        [this](const std::optional<Track> &track, int) { showTrack(track); });
     connect(&m_player, &Player::statusChanged, this, &NowPlayingBar::showStatus);
     connect(&m_player, &Player::queueChanged, this, [this] { showStatus(m_player.status()); });
     connect(&m_player, &Player::seeked, this, &NowPlayingBar::refreshPosition);
@@ -209,8 +209,8 @@ void NowPlayingBar::showCover(const QString &audioPath, const QImage &image)
         m_cover->setPixmap(CoverLoader::placeholder(kCoverSize));
         return;
     }
-    QPixmap pixmap = QPixmap::fromImage(
-        image.scaled(QSize(kCoverSize, kCoverSize) * devicePixelRatioF(), Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    QPixmap pixmap = QPixmap::fromImage(image.scaled(
+        QSize(kCoverSize, kCoverSize) * devicePixelRatioF(), Qt::KeepAspectRatio, Qt::SmoothTransformation));
     pixmap.setDevicePixelRatio(devicePixelRatioF());
     m_cover->setPixmap(pixmap);
 }
@@ -230,7 +230,7 @@ void NowPlayingBar::showStatus(Player::Status status)
 
 void NowPlayingBar::showRepeat(Player::Repeat repeat)
 {
-    static constexpr const char *kTips[] = {"player.repeatOff", "player.repeatAll", "player.repeatOne"};
+    static constexpr const char *kTips[] = { "player.repeatOff", "player.repeatAll", "player.repeatOne" };
     m_repeat->setChecked(repeat != Player::Repeat::off);
     m_repeat->setText(repeat == Player::Repeat::one ? QStringLiteral("↻1") : QStringLiteral("↻"));
     m_repeat->setToolTip(tx(kTips[int(repeat)]));

@@ -27,7 +27,7 @@ class NowPlayingBar : public QFrame {
     Q_OBJECT
 
 public:
-    static constexpr int kCoverSize = 52;     // logical pixels
+    static constexpr int kCoverSize = 52; // logical pixels
     static constexpr int kPositionTickMs = 250;
 
     NowPlayingBar(Player &player, TransitionSettings &settings, QWidget *parent = nullptr);

@@ -256,6 +256,7 @@ constexpr Entry kEntries[] = {
     {"player.upNext", "Up Next", "Als Nächstes"},
     {"player.upNextEmpty", "Nothing follows.", "Danach kommt nichts mehr."},
     {"player.upNextMoreFormat", "…and %1 more", "…und %1 weitere"},
+    {"player.fileMissing", "the file is missing", "die Datei fehlt"},
     {"player.skippedFormat", "“%1” was skipped: %2", "„%1“ wurde übersprungen: %2"},
     {"player.noDeviceFormat", "No sound output could be opened (%1). Orvida plays without sound.",
      "Keine Tonausgabe ließ sich öffnen (%1). Orvida spielt ohne Ton."},

@@ -54,7 +54,7 @@ TransitionMenuButton::TransitionMenuButton(TransitionSettings &settings, QWidget
         connect(action, &QAction::hovered, this, [this, mode] { showHint(mode); });
     }
     connect(m_modes, &QActionGroup::triggered, this,
-            [this](QAction *action) { m_settings.setMode(action->data().value<TransitionMode>()); });
+        [this](QAction *action) { m_settings.setMode(action->data().value<TransitionMode>()); });
 
     m_hint = new QLabel(m_menu);
     m_hint->setWordWrap(true);
@@ -72,7 +72,7 @@ TransitionMenuButton::TransitionMenuButton(TransitionSettings &settings, QWidget
         m_menu->addAction(action);
     };
     addRow(lengthRow(texts.crossfadeLength, &m_crossfade, &m_crossfadeValue, TransitionSettings::kMinCrossfadeSeconds,
-                     TransitionSettings::kMaxCrossfadeSeconds));
+        TransitionSettings::kMaxCrossfadeSeconds));
     addRow(lengthRow(texts.automixLength, &m_automix, &m_automixValue, kMinAutomixSeconds, kMaxAutomixSeconds));
     // Written on release (and by the keyboard), not at every step of a drag: each write
     // goes through the preferences file's lock.
@@ -109,8 +109,7 @@ TransitionMenuButton::TransitionMenuButton(TransitionSettings &settings, QWidget
     refresh();
 }
 
-QWidget *TransitionMenuButton::lengthRow(const QString &label, QSlider **slider, QLabel **value, qint64 min,
-                                         qint64 max)
+QWidget *TransitionMenuButton::lengthRow(const QString &label, QSlider **slider, QLabel **value, qint64 min, qint64 max)
 {
     auto *row = new QWidget(m_menu);
     auto *layout = new QVBoxLayout(row);

@@ -38,13 +38,13 @@ QString sidecarPath(const QString &audioPath)
 {
     const QFileInfo audio(audioPath);
     const QDir folder = audio.absoluteDir();
-    static const QStringList kSuffixes{QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("png")};
+    static const QStringList kSuffixes { QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("png") };
     // One listing, looked up case-insensitively: "Cover.JPG" is as good as "cover.jpg".
     QHash<QString, QString> byLowerName;
     const QStringList files = folder.entryList(QDir::Files | QDir::Readable);
     for (const QString &name : files)
         byLowerName.insert(name.toLower(), name);
-    QStringList stems{audio.completeBaseName().toLower()};
+    QStringList stems { audio.completeBaseName().toLower() };
     stems << QStringLiteral("cover") << QStringLiteral("folder") << QStringLiteral("front") << QStringLiteral("album");
     for (const QString &stem : std::as_const(stems)) {
         for (const QString &suffix : kSuffixes) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-class ApplicationPlayerTest : public PlayerFixture {};
+class ApplicationPlayerTest : public PlayerFixture { };
 
 // This machine has no sound card; a developer's may have one. Either way the player
 // plays: on the device, or paced by the null output with a notice saying so.
@@ -23,7 +23,7 @@ TEST_F(ApplicationPlayerTest, PlaysOnTheDeviceOrSaysWhyItPlaysSilently)
 
     const QString notice = Texts::text("player.noDeviceFormat").section(QLatin1Char('('), 0, 0);
     const bool noticed = std::any_of(app->startupProblems().cbegin(), app->startupProblems().cend(),
-                                     [&](const QString &problem) { return problem.startsWith(notice); });
+        [&](const QString &problem) { return problem.startsWith(notice); });
     if (app->audioEngine().output() == AudioEngine::Output::device) {
         EXPECT_FALSE(noticed);
     } else {
@@ -65,8 +65,8 @@ TEST_F(ApplicationPlayerTest, PlayerFollowsTheApplicationsTransitionSettings)
     });
     const QList<Track> songs = addSongs(3, 1.5);
     QList<TransitionMode> modes;
-    QObject::connect(&player(), &Player::transitionStarted,
-                     [&](TransitionMode mode, const TransitionPlan &) { modes << mode; });
+    QObject::connect(
+        &player(), &Player::transitionStarted, [&](TransitionMode mode, const TransitionPlan &) { modes << mode; });
     player().playQueue(songs);
     advance(1.6); // off: the ordinary change
     EXPECT_EQ(player().currentIndex(), 1);
@@ -75,7 +75,7 @@ TEST_F(ApplicationPlayerTest, PlayerFollowsTheApplicationsTransitionSettings)
     app->transitionSettings().setMode(TransitionMode::crossfade);
     EXPECT_EQ(TransitionSettings::readMode(), TransitionMode::crossfade);
     advance(1.2);
-    EXPECT_EQ(modes, QList<TransitionMode>({TransitionMode::crossfade}));
+    EXPECT_EQ(modes, QList<TransitionMode>({ TransitionMode::crossfade }));
     EXPECT_EQ(player().currentIndex(), 2);
 }
 

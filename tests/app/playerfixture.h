@@ -29,9 +29,9 @@ protected:
         for (int i = 1; i <= count; ++i) {
             const QString path = home.file(QStringLiteral("Music/song%1.wav").arg(i));
             TestAudio::makeTone(path, seconds, 220 * i);
-            tracks << Track(QStringLiteral("Song %1").arg(i), QStringLiteral("Artist %1").arg(i), QStringLiteral("Album"),
-                            seconds, base.addSecs(60 * i), QString(), false, 0, QStringLiteral("radio"),
-                            QStringLiteral("FM"), path);
+            tracks << Track(QStringLiteral("Song %1").arg(i), QStringLiteral("Artist %1").arg(i),
+                QStringLiteral("Album"), seconds, base.addSecs(60 * i), QString(), false, 0, QStringLiteral("radio"),
+                QStringLiteral("FM"), path);
         }
         const QList<qint64> ids = app->library()->insertTracks(tracks);
         EXPECT_EQ(ids.size(), count);

@@ -159,9 +159,9 @@ TEST_F(PlayerScreenshotTest, NowPlayingBarAndTransitionMenuRenderInBothLanguages
     TestAudio::makePicture(home.file("cover.jpg"), "orange", 120, 120);
     const QString path = home.file("Music/Nachtfahrt.flac");
     TestAudio::makeTone(path, 200, 330, home.file("cover.jpg"));
-    QList<Track> tracks{Track(QStringLiteral("Nachtfahrt"), QStringLiteral("Die Orvidas"), QStringLiteral("Stadtlichter"),
-                              200, QDateTime::currentDateTimeUtc(), QString(), true, 3, QStringLiteral("radio"),
-                              QStringLiteral("Jazz Lounge"), path)};
+    QList<Track> tracks{Track(QStringLiteral("Nachtfahrt"), QStringLiteral("Die Orvidas"),
+                              QStringLiteral("Stadtlichter"), 200, QDateTime::currentDateTimeUtc(), QString(), true, 3,
+                              QStringLiteral("radio"), QStringLiteral("Jazz Lounge"), path)};
     for (int i = 1; i <= 3; ++i)
         tracks << Track(QStringLiteral("Song %1").arg(i), QStringLiteral("Artist %1").arg(i), QString(), 180,
                         QDateTime::currentDateTimeUtc().addDays(-i), QString(), false, 0, QStringLiteral("radio"),
@@ -173,7 +173,9 @@ TEST_F(PlayerScreenshotTest, NowPlayingBarAndTransitionMenuRenderInBothLanguages
     app->transitionSettings().setMode(TransitionMode::crossfade);
     app->transitionSettings().setCrossfadeSeconds(8);
 
-    for (const auto &[language, suffix] : {std::pair{Texts::Language::English, "en"}, std::pair{Texts::Language::German, "de"}}) {
+    const std::pair<Texts::Language, const char *> languages[] = {{Texts::Language::English, "en"},
+                                                                   {Texts::Language::German, "de"}};
+    for (const auto &[language, suffix] : languages) {
         Texts::setLanguage(language);
         MainWindow window(*app, MainWindowOptions{1800, false});
         window.resize(1100, 700);

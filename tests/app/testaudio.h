@@ -19,14 +19,26 @@ inline constexpr int kRate = 44100;
 inline void makeTone(const QString &path, double seconds, int hz, const QString &picture = QString())
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
-    QStringList args{"-v", "error", "-y", "-f", "lavfi", "-i",
-                     QStringLiteral("sine=frequency=%1:duration=%2:sample_rate=%3").arg(hz).arg(seconds).arg(kRate)};
+    QStringList args { "-v", "error", "-y", "-f", "lavfi", "-i",
+        QStringLiteral("sine=frequency=%1:duration=%2:sample_rate=%3").arg(hz).arg(seconds).arg(kRate) };
     if (!picture.isEmpty())
-        args << "-i" << picture << "-map" << "0:a" << "-map" << "1:v" << "-c:v" << "copy" << "-disposition:v"
+        args << "-i" << picture << "-map"
+             << "0:a"
+             << "-map"
+             << "1:v"
+             << "-c:v"
+             << "copy"
+             << "-disposition:v"
              << "attached_pic";
-    args << "-ac" << "2";
+    args << "-ac"
+         << "2";
     if (path.endsWith(QStringLiteral(".mp3")))
-        args << "-c:a" << "libmp3lame" << "-b:a" << "128k" << "-id3v2_version" << "3";
+        args << "-c:a"
+             << "libmp3lame"
+             << "-b:a"
+             << "128k"
+             << "-id3v2_version"
+             << "3";
     args << path;
     QString error;
     ASSERT_TRUE(runProgram(QStringLiteral("/usr/bin/ffmpeg"), args, &error)) << error.toStdString();
@@ -38,10 +50,9 @@ inline void makePicture(const QString &path, const QString &colour, int width, i
     QDir().mkpath(QFileInfo(path).absolutePath());
     QString error;
     ASSERT_TRUE(runProgram(QStringLiteral("/usr/bin/ffmpeg"),
-                           {"-v", "error", "-y", "-f", "lavfi", "-i",
-                            QStringLiteral("color=c=%1:s=%2x%3:d=1").arg(colour).arg(width).arg(height),
-                            "-frames:v", "1", path},
-                           &error))
+        { "-v", "error", "-y", "-f", "lavfi", "-i",
+            QStringLiteral("color=c=%1:s=%2x%3:d=1").arg(colour).arg(width).arg(height), "-frames:v", "1", path },
+        &error))
         << error.toStdString();
 }
 

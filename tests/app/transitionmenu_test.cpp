@@ -34,7 +34,7 @@ TEST_F(TransitionMenuTest, ChoosingAModeOrALengthChangesTheSharedSettings)
     EXPECT_EQ(Preferences::string(QStringLiteral("ov.transition.mode")), QStringLiteral("crossfade"));
     EXPECT_EQ(button.text(), QStringLiteral("Crossfade"));
     EXPECT_EQ(button.toolTip(),
-              QStringLiteral("Transition: Crossfade. The end of a track fades into the start of the next."));
+        QStringLiteral("Transition: Crossfade. The end of a track fades into the start of the next."));
     EXPECT_FALSE(button.modeAction(TransitionMode::off)->isChecked());
 
     button.crossfadeSlider()->setValue(9);
@@ -65,7 +65,7 @@ TEST_F(TransitionMenuTest, ChoosingAModeOrALengthChangesTheSharedSettings)
 TEST_F(TransitionMenuTest, AutomixLengthIsAPreferenceWithASafeDefault)
 {
     EXPECT_EQ(TransitionMenuButton::automixSeconds(), 10);
-    for (qint64 bad : {0LL, 1LL, 31LL, -4LL}) {
+    for (qint64 bad : { 0LL, 1LL, 31LL, -4LL }) {
         Preferences::setValue(QStringLiteral("ov.transition.automixSeconds"), bad);
         EXPECT_EQ(TransitionMenuButton::automixSeconds(), 10) << bad;
     }
@@ -103,17 +103,15 @@ TEST_F(TransitionMenuTest, MenuIsWrittenInTheInterfaceLanguage)
 // The chooser's thirteen keys, each in both languages, and the record made from them.
 TEST_F(TransitionMenuTest, TransitionTextsAreCompleteInBothLanguages)
 {
-    const char *keys[] = {"trans.title",          "trans.crossfadeLength", "trans.automixLength",
-                          "trans.name.off",       "trans.name.gapless",    "trans.name.crossfade",
-                          "trans.name.automix",   "trans.hint.off",        "trans.hint.gapless",
-                          "trans.hint.crossfade", "trans.hint.automix",    "trans.secondsFormat",
-                          "trans.helpFormat"};
-    for (Texts::Language language : {Texts::Language::English, Texts::Language::German}) {
+    const char *keys[] = { "trans.title", "trans.crossfadeLength", "trans.automixLength", "trans.name.off",
+        "trans.name.gapless", "trans.name.crossfade", "trans.name.automix", "trans.hint.off", "trans.hint.gapless",
+        "trans.hint.crossfade", "trans.hint.automix", "trans.secondsFormat", "trans.helpFormat" };
+    for (Texts::Language language : { Texts::Language::English, Texts::Language::German }) {
         for (const char *key : keys)
             EXPECT_TRUE(Texts::has(key, language)) << key;
         Texts::setLanguage(language);
         const TransitionTexts texts = Texts::transitionTexts();
-        for (const QString &text : {texts.title, texts.crossfadeLength, texts.automixLength})
+        for (const QString &text : { texts.title, texts.crossfadeLength, texts.automixLength })
             EXPECT_FALSE(text.isEmpty());
         EXPECT_TRUE(texts.secondsFormat.contains(QStringLiteral("%1")));
         EXPECT_TRUE(texts.helpFormat.contains(QStringLiteral("%1")) && texts.helpFormat.contains(QStringLiteral("%2")));
