@@ -93,7 +93,8 @@ void Application::startPlayer(AudioEngine::Output output)
         m_startupProblems << Texts::text("player.noDeviceFormat").arg(error);
         audio.output = AudioEngine::Output::null;
         m_audio = std::make_unique<AudioEngine>(audio);
-        (void)m_audio->start(&error);
+        if (!m_audio->start(&error))
+            m_startupProblems << error;
     }
     m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
 }
