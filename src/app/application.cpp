@@ -11,7 +11,9 @@
 #include "engine/sniperscheduler.h"
 #include "engine/trackinfolookup.h"
 #include "library/librarystore.h"
+#include "library/transitionsettings.h"
 #include "platform/desktopnotifier.h"
+#include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
@@ -66,6 +68,7 @@ Application::Application(ApplicationOptions options, QObject *parent)
     // Said during construction, when nobody listened yet.
     if (!m_libraryError.isEmpty())
         m_startupProblems << m_libraryError;
+    startPlayer(options.audioOutput);
     for (const QString &problem : {m_favorites->loadProblem(), stats().loadProblem(), scheduler.loadProblem()}) {
         if (!problem.isEmpty())
             m_startupProblems << problem;
@@ -75,6 +78,25 @@ Application::Application(ApplicationOptions options, QObject *parent)
     connect(&stats(), &RecordingStats::storageProblem, this, &Application::reportProblem);
     connect(&scheduler, &SniperScheduler::storageProblem, this, &Application::reportProblem);
     connect(m_recording.get(), &RecorderServices::libraryProblem, this, &Application::reportProblem);
+}
+
+void Application::startPlayer(AudioEngine::Output output)
+{
+    m_transitions = std::make_unique<TransitionSettings>();
+    AudioEngine::Options audio;
+    audio.output = output;
+    m_audio = std::make_unique<AudioEngine>(audio);
+    QString error;
+    if (!m_audio->start(&error) && output == AudioEngine::Output::device) {
+        // No sound card, no sound server: the player still runs, on time and silent, so
+        // the library, the queue and the media keys work as they would.
+        m_startupProblems << Texts::text("player.noDeviceFormat").arg(error);
+        audio.output = AudioEngine::Output::null;
+        m_audio = std::make_unique<AudioEngine>(audio);
+        if (!m_audio->start(&error))
+            m_startupProblems << error;
+    }
+    m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
 }
 
 void Application::reportProblem(const QString &message)
@@ -147,7 +169,12 @@ void Application::shutDown()
     if (m_shutDown)
         return;
     m_shutDown = true;
-    // The recordings end first: their last songs still go into the library.
+    // The player first: a play count it raises goes into the library, which closes below.
+    m_player->stop();
+    m_player.reset();
+    m_audio->stop();
+    m_audio.reset();
+    // The recordings end next: their last songs still go into the library.
     m_recording->shutDown();
     m_directory.reset();
     m_globe.reset();

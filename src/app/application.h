@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/dbuslink.h"
+#include "playback/audioengine.h"
 #include "platform/httpclient.h"
 
 #include <QDateTime>
@@ -18,6 +19,7 @@ class EngineSettingsStore;
 class FavoriteStations;
 class GlobeStationStore;
 class LibraryStore;
+class Player;
 class RadioRecorder;
 class RecentStations;
 class RecorderServices;
@@ -26,6 +28,7 @@ class RecordingStats;
 class SleepGuard;
 class SniperScheduler;
 class StationDirectory;
+class TransitionSettings;
 class YouTubeService;
 struct ScheduledRecording;
 struct Station;
@@ -46,6 +49,9 @@ struct ApplicationOptions {
     std::function<QDateTime()> clock = [] { return QDateTime::currentDateTimeUtc(); };
     // The scheduler's periodic check.
     std::chrono::milliseconds scheduleTickInterval{20000};
+    // Where the player sounds. A device that cannot be opened falls back to the null
+    // output (paced silence), with a notice among the startup problems.
+    AudioEngine::Output audioOutput = AudioEngine::Output::device;
 };
 
 // The composition root of the window: one instance of every long-lived service, created
@@ -55,7 +61,8 @@ struct ApplicationOptions {
 // before the library closes. The scheduler holds the sleep guard while anything records
 // or is planned, keeps the lid switch when the user asked for that, and every window it
 // records is announced on the desktop when it starts and when it ends, and so is a
-// recording that gives up.
+// recording that gives up. The player comes last, on the audio engine and the library,
+// and ends first: its play counts still reach the library.
 //
 // Lives on the GUI thread, like every service it owns.
 class Application : public QObject {
@@ -84,6 +91,10 @@ public:
     LibraryStore *library();
     [[nodiscard]] const QString &libraryError() const { return m_libraryError; }
     [[nodiscard]] const QString &directoryBase() const { return m_directoryBase; }
+    TransitionSettings &transitionSettings() { return *m_transitions; }
+    AudioEngine &audioEngine() { return *m_audio; }
+    // Until shutDown().
+    Player &player() { return *m_player; }
 
     // Records a station by hand, its saved songs filed into the library. False when it
     // records already.
@@ -101,8 +112,8 @@ public:
     // What the desktop notification of a scheduled recording says about its plan.
     [[nodiscard]] static QString notificationBody(const ScheduledRecording &plan);
 
-    // Stops every recording, waits for its last songs and closes the library. Idempotent;
-    // also run by the destructor.
+    // Stops the player and its output, then every recording, waits for its last songs and
+    // closes the library. Idempotent; also run by the destructor.
     void shutDown();
 
 Q_SIGNALS:
@@ -111,6 +122,7 @@ Q_SIGNALS:
 
 private:
     void announce(const char *summaryKey, const ScheduledRecording &plan);
+    void startPlayer(AudioEngine::Output output);
 
     HttpClient m_http;
     QString m_directoryBase;
@@ -126,6 +138,9 @@ private:
     std::unique_ptr<YouTubeService> m_tools;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<RecorderServices> m_recording;
+    std::unique_ptr<TransitionSettings> m_transitions;
+    std::unique_ptr<AudioEngine> m_audio;
+    std::unique_ptr<Player> m_player;
     QString m_libraryError;
     QStringList m_startupProblems;
     bool m_shutDown = false;

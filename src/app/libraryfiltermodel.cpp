@@ -118,6 +118,7 @@ double LibraryFilterModel::numberKey(int sourceRow) const
     if (!track)
         return 0;
     switch (m_sortColumn) {
+    case LibraryModel::FavoriteColumn: return track->isFavorite ? 1 : 0;
     case LibraryModel::DurationColumn: return track->duration;
     // Milliseconds since 1970 stay exact in a double for the next 280,000 years.
     case LibraryModel::DateAddedColumn: return double(LibraryModel::dateSortKey(track->dateAdded));

@@ -4,6 +4,7 @@
 #include "library/librarystore.h"
 
 #include <QDataStream>
+#include <QFont>
 #include <QIODevice>
 #include <QLocale>
 #include <QMimeData>
@@ -120,10 +121,23 @@ QVariant LibraryModel::data(const QModelIndex &index, int role) const
         return track->filePath.value_or(QString());
     if (role == Qt::TextAlignmentRole && (index.column() == DurationColumn || index.column() == PlayCountColumn))
         return int(Qt::AlignRight | Qt::AlignVCenter);
+    if (role == Qt::TextAlignmentRole && index.column() == FavoriteColumn)
+        return int(Qt::AlignCenter);
+    if (role == Qt::ToolTipRole && index.column() == FavoriteColumn)
+        return tx("lib.favoriteTip");
+    if (role == Qt::FontRole && m_playingTrack != 0 && track->id == m_playingTrack) {
+        QFont bold;
+        bold.setBold(true);
+        return bold;
+    }
     if (role != Qt::DisplayRole && role != kSortRole)
         return {};
     const bool sort = role == kSortRole;
     switch (index.column()) {
+    case FavoriteColumn:
+        if (sort)
+            return int(track->isFavorite);
+        return track->isFavorite ? QStringLiteral("★") : QStringLiteral("☆");
     case TitleColumn: return track->title;
     case ArtistColumn: return track->artist;
     case AlbumColumn: return track->album;
@@ -138,14 +152,32 @@ QVariant LibraryModel::data(const QModelIndex &index, int role) const
     }
 }
 
+void LibraryModel::setPlayingTrack(qint64 trackId)
+{
+    if (trackId == m_playingTrack)
+        return;
+    const int before = rowOf(m_playingTrack);
+    m_playingTrack = trackId;
+    for (const int row : {before, rowOf(trackId)}) {
+        if (row >= 0)
+            Q_EMIT dataChanged(index(row, 0), index(row, ColumnCount - 1), {Qt::FontRole});
+    }
+}
+
 QVariant LibraryModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
-    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+    if (orientation != Qt::Horizontal)
         return {};
-    static constexpr const char *kKeys[ColumnCount] = {"lib.colTitle",   "lib.colArtist",    "lib.colAlbum",
+    if (section == FavoriteColumn && role == Qt::ToolTipRole)
+        return tx("lib.colFavorite");
+    if (role != Qt::DisplayRole)
+        return {};
+    if (section == FavoriteColumn)
+        return QStringLiteral("★");
+    static constexpr const char *kKeys[ColumnCount] = {nullptr, "lib.colTitle",   "lib.colArtist",    "lib.colAlbum",
                                                       "lib.colDuration", "lib.colStation",   "lib.colDateAdded",
                                                       "lib.colPlayCount"};
-    return section >= 0 && section < ColumnCount ? QVariant(tx(kKeys[section])) : QVariant();
+    return section > FavoriteColumn && section < ColumnCount ? QVariant(tx(kKeys[section])) : QVariant();
 }
 
 Qt::ItemFlags LibraryModel::flags(const QModelIndex &index) const

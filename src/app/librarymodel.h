@@ -8,10 +8,11 @@
 class QMimeData;
 class LibraryStore;
 
-// Every library track as a table row: title, artist, album, duration, station, date
-// added, play count. The sort role carries the raw value so durations, dates and counts
-// sort as numbers (LibraryFilterModel sorts and filters the tracks' own fields). Rows drag
-// out as a list of track ids (kTrackIdsMimeType), which the playlists accept.
+// Every library track as a table row: favourite star, title, artist, album, duration,
+// station, date added, play count; the track the player plays is bold. The sort role
+// carries the raw value so stars, durations, dates and counts sort as numbers
+// (LibraryFilterModel sorts and filters the tracks' own fields). Rows drag out as a list
+// of track ids (kTrackIdsMimeType), which the playlists accept.
 //
 // Lives on the GUI thread. Nothing is read until load(): the window builds the library
 // page at start but shows it later, and 100,000 tracks are the most expensive thing on
@@ -24,6 +25,7 @@ class LibraryModel : public QAbstractTableModel {
 
 public:
     enum Column {
+        FavoriteColumn,
         TitleColumn,
         ArtistColumn,
         AlbumColumn,
@@ -47,6 +49,10 @@ public:
     [[nodiscard]] const Track *trackAt(int row) const;
     // -1 when the track is not (or not yet) listed.
     [[nodiscard]] int rowOf(qint64 trackId) const;
+    // The track shown bold (0: none).
+    void setPlayingTrack(qint64 trackId);
+    // A track's newer fields (a play count the player raised), when it is listed.
+    void updateTrack(const Track &track) { updateRow(track); }
 
     // The track ids a drag carries, in their order; empty for any other payload.
     [[nodiscard]] static QList<qint64> trackIds(const QMimeData *data);
@@ -73,4 +79,5 @@ private:
     LibraryStore *m_store;
     QList<Track> m_tracks;
     bool m_loaded = false;
+    qint64 m_playingTrack = 0;
 };

@@ -11,6 +11,7 @@
 #include "app/texts.h"
 #include "app/uikit.h"
 #include "library/librarystore.h"
+#include "playback/player.h"
 
 #include <QAction>
 #include <QDesktopServices>
@@ -78,6 +79,8 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     QHeaderView *header = m_table->horizontalHeader();
     header->setSectionResizeMode(QHeaderView::Interactive);
     header->setSectionResizeMode(LibraryModel::TitleColumn, QHeaderView::Stretch);
+    header->setSectionResizeMode(LibraryModel::FavoriteColumn, QHeaderView::Fixed);
+    header->resizeSection(LibraryModel::FavoriteColumn, 30);
     header->resizeSection(LibraryModel::ArtistColumn, 150);
     header->resizeSection(LibraryModel::AlbumColumn, 130);
     header->resizeSection(LibraryModel::DurationColumn, 70);
@@ -120,6 +123,36 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
         addAction("playlist.moveDown", QKeySequence(Qt::ALT | Qt::Key_Down), [this] { moveSelectedEntries(1); });
     m_remove = addAction("playlist.remove", QKeySequence::Delete, [this] { removeSelectedEntries(); });
 
+    // Enter plays the current row; Return as well, it is the same key on most keyboards.
+    // A double-click on the star is two clicks on it, not a wish to play.
+    auto playAction = [this](QTableView *table, int starColumn, auto play) {
+        auto *action = new QAction(tx("player.play"), this);
+        action->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+        action->setShortcutContext(Qt::WidgetShortcut);
+        table->addAction(action);
+        connect(action, &QAction::triggered, this, [table, play] {
+            if (const QModelIndex current = table->currentIndex(); current.isValid())
+                play(current.row());
+        });
+        connect(table, &QAbstractItemView::doubleClicked, this, [starColumn, play](const QModelIndex &index) {
+            if (index.column() != starColumn)
+                play(index.row());
+        });
+        return action;
+    };
+    m_playTrack = playAction(m_table, LibraryModel::FavoriteColumn, [this](int row) { playFromTableRow(row); });
+    m_playEntry = playAction(m_playlistTable, -1, [this](int row) { playFromPlaylistRow(row); });
+    connect(m_table, &QAbstractItemView::clicked, this, [this](const QModelIndex &index) {
+        if (index.column() == LibraryModel::FavoriteColumn)
+            toggleFavorite(index.row());
+    });
+    Player &player = app.player();
+    // The player raised a play count; the store may announce it too, and an update with
+    // the same values changes nothing.
+    connect(&player, &Player::trackPlayed, m_model, &LibraryModel::updateTrack);
+    connect(&player, &Player::currentTrackChanged, m_model,
+            [this](const std::optional<Track> &track, int) { m_model->setPlayingTrack(track ? track->id : 0); });
+
     auto *buttons = new QHBoxLayout;
     m_showInFolder = new QPushButton(tx("lib.showInFolder"), right);
     m_delete = new QPushButton(tx("lib.delete"), right);
@@ -158,6 +191,8 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
         if (selectedTracks().isEmpty())
             return;
         QMenu menu;
+        menu.addAction(m_playTrack);
+        menu.addSeparator();
         menu.addAction(tx("lib.showInFolder"), this, &LibraryView::showSelectedInFolder);
         fillAddToPlaylistMenu(menu.addMenu(tx("library.addToPlaylist")));
         menu.addSeparator();
@@ -168,6 +203,8 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
         if (selectedEntryRows().isEmpty())
             return;
         QMenu menu;
+        menu.addAction(m_playEntry);
+        menu.addSeparator();
         menu.addActions({m_moveUp, m_moveDown});
         menu.addSeparator();
         menu.addAction(m_remove);
@@ -348,6 +385,63 @@ void LibraryView::removeSelectedEntries()
         return;
     for (qint64 id : ids)
         (void)library->removeEntry(id);
+}
+
+void LibraryView::playFromTableRow(int row)
+{
+    const int rows = m_proxy->rowCount();
+    if (row < 0 || row >= rows)
+        return;
+    QList<Track> queue;
+    queue.reserve(rows);
+    for (int shown = 0; shown < rows; ++shown) {
+        if (const Track *track = m_model->trackAt(m_proxy->mapToSource(m_proxy->index(shown, 0)).row()))
+            queue << *track;
+    }
+    m_app.player().playQueue(queue, row);
+}
+
+void LibraryView::playFromPlaylistRow(int row)
+{
+    const PlaylistEntry *chosen = m_entries->entryAt(row);
+    if (!chosen)
+        return;
+    LibraryStore *library = m_app.library();
+    QList<Track> queue;
+    int start = -1;
+    for (int i = 0; i < m_entries->rowCount(); ++i) {
+        const PlaylistEntry *entry = m_entries->entryAt(i);
+        if (!entry->linkedTrack)
+            continue;
+        // The table is read when the page is shown; a playlist may be played before that.
+        const Track *listed = m_model->isLoaded() ? m_model->trackAt(m_model->rowOf(*entry->linkedTrack)) : nullptr;
+        std::optional<Track> track = listed ? std::optional<Track>(*listed) : std::nullopt;
+        if (!track && library && !m_model->isLoaded())
+            track = library->track(*entry->linkedTrack);
+        if (!track)
+            continue;
+        if (i == row)
+            start = int(queue.size());
+        queue << *track;
+    }
+    if (start < 0) {
+        m_app.reportProblem(chosen->title + QStringLiteral(": ") + tx("playlist.notInLibrary"));
+        return;
+    }
+    m_app.player().playQueue(queue, start);
+}
+
+void LibraryView::toggleFavorite(int row)
+{
+    LibraryStore *library = m_app.library();
+    const Track *shown = m_model->trackAt(m_proxy->mapToSource(m_proxy->index(row, 0)).row());
+    if (!library || !shown)
+        return;
+    Track track = *shown;
+    track.isFavorite = !track.isFavorite;
+    // The row follows the store's announcement, so it never shows a mark that was not saved.
+    if (!library->save(track))
+        m_app.reportProblem(track.title + QStringLiteral(": ") + library->lastError());
 }
 
 void LibraryView::refreshState()

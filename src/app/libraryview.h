@@ -26,6 +26,10 @@ struct Track;
 // reordered (drag, move up/down) and removed. Tracks go into a playlist from their
 // context menu or by dragging them onto it.
 //
+// Double-click or Enter plays from that row: the player's queue is what the view shows,
+// in its order (the filtered and sorted table, or the playlist). A click on a track's star
+// marks or unmarks it as a favourite, stored in the library at once.
+//
 // Lives on the GUI thread. The tracks are read when the page is first shown, not when
 // the window is built.
 class LibraryView : public QWidget {
@@ -51,6 +55,14 @@ public:
     void removeSelectedEntries();
     [[nodiscard]] QList<int> selectedEntryRows() const;
     [[nodiscard]] bool showsPlaylist() const;
+
+    // The shown tracks as the queue, started at `row` of the table.
+    void playFromTableRow(int row);
+    // The shown playlist's tracks as the queue, started at entry `row`. Entries that are
+    // no longer in the library are left out; starting on one says so.
+    void playFromPlaylistRow(int row);
+    // Flips the favourite mark of the track at `row` of the table.
+    void toggleFavorite(int row);
 
     QLineEdit *filterField() const { return m_filter; }
     QTableView *table() const { return m_table; }
@@ -91,6 +103,8 @@ private:
     QAction *m_moveUp = nullptr;
     QAction *m_moveDown = nullptr;
     QAction *m_remove = nullptr;
+    QAction *m_playTrack = nullptr;
+    QAction *m_playEntry = nullptr;
     // Across a reset of the filtered table: the selected tracks and the current one (0: none).
     QList<qint64> m_keptSelection;
     qint64 m_keptCurrent = 0;

@@ -5,6 +5,7 @@
 #include "app/globeview.h"
 #include "app/libraryview.h"
 #include "app/messagebar.h"
+#include "app/nowplayingbar.h"
 #include "app/radioview.h"
 #include "app/recentsview.h"
 #include "app/recordertray.h"
@@ -16,11 +17,13 @@
 #include "app/toolsgateview.h"
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
+#include "playback/player.h"
 #include "platform/preferences.h"
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
 
 #include <QCloseEvent>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -45,9 +48,13 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     askOnClose = [this](ClosePolicy::Action question) { return askWithDialog(question); };
 
     m_content = new QWidget(this);
-    auto *layout = new QHBoxLayout(m_content);
+    auto *column = new QVBoxLayout(m_content);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    auto *layout = new QHBoxLayout;
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
+    column->addLayout(layout, 1);
 
     m_sidebar = new QListWidget(m_content);
     m_sidebar->setObjectName(QStringLiteral("sidebar"));
@@ -97,6 +104,8 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     right->addWidget(m_pages, 1);
     layout->addWidget(m_sidebar);
     layout->addLayout(right, 1);
+    m_nowPlaying = new NowPlayingBar(app.player(), app.transitionSettings(), m_content);
+    column->addWidget(m_nowPlaying);
     for (const QString &problem : app.startupProblems())
         m_messages->add(problem);
     connect(&app, &Application::problem, m_messages, &MessageBar::add);
@@ -154,6 +163,25 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     auto *shortcut = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_D), this);
     shortcut->setContext(Qt::WindowShortcut);
     connect(shortcut, &QShortcut::activated, this, &MainWindow::toggleCurrentFavorite);
+    // A line edit claims Space and Ctrl+arrows for itself before shortcuts are matched
+    // (typing, word moves), so these only act outside text fields.
+    Player &player = app.player();
+    const std::pair<QKeySequence, void (Player::*)()> playerKeys[] = {
+        {QKeySequence(Qt::Key_Space), &Player::playPause},
+        {QKeySequence(Qt::CTRL | Qt::Key_Left), &Player::previous},
+        {QKeySequence(Qt::CTRL | Qt::Key_Right), &Player::next},
+    };
+    for (const auto &[keys, command] : playerKeys) {
+        auto *key = new QShortcut(keys, this);
+        key->setContext(Qt::WindowShortcut);
+        connect(key, &QShortcut::activated, &player, command);
+    }
+    connect(&player, &Player::trackSkipped, this, [this](const Track &track, const QString &reason) {
+        const QString name = track.title.isEmpty() ? track.filePath.value_or(QString()) : track.title;
+        // The commonest cause in the user's language; a decoder's own explanation as it is.
+        const bool missing = !track.filePath || track.filePath->isEmpty() || !QFileInfo::exists(*track.filePath);
+        m_messages->add(Texts::text("player.skippedFormat").arg(name, missing ? tx("player.fileMissing") : reason));
+    });
 
     m_toast = new QLabel(this);
     m_toast->setObjectName(QStringLiteral("toast"));

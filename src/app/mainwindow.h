@@ -13,6 +13,7 @@ class FavoritesView;
 class GlobeView;
 class LibraryView;
 class MessageBar;
+class NowPlayingBar;
 class QLabel;
 class QListWidget;
 class QStackedWidget;
@@ -43,8 +44,10 @@ struct MainWindowOptions {
 // Ctrl+D adds or removes the current station as a favourite and shows a short notice.
 // Above the pages, a message bar keeps what went wrong in the background (a state file
 // not written, a song not saved) until the user dismisses it.
-// Until there is a player, the current station is the one last selected in a station
-// list.
+// The current station is the one last selected in a station list.
+// At the bottom, the now-playing bar runs the player: Space plays and pauses (a text field
+// with the focus keeps its Space), Ctrl+Left and Ctrl+Right go to the previous and the
+// next track. A track the player had to skip is said in the message bar.
 //
 // Closing the window does not end recordings: ClosePolicy decides whether it quits, goes
 // to the tray or (without a tray) asks to record on in the background. Quitting is asked
@@ -91,6 +94,7 @@ public:
     ToolsGateView *toolsGate() const { return m_gate; }
     // What went wrong in the background (storage problems, failed saves) until dismissed.
     MessageBar *messageBar() const { return m_messages; }
+    NowPlayingBar *nowPlayingBar() const { return m_nowPlaying; }
     [[nodiscard]] bool showsToolsGate() const;
 
     // Started at login (--hidden): no window; the tray, or the background while anything
@@ -145,6 +149,7 @@ private:
     LibraryView *m_library = nullptr;
     SettingsView *m_settings = nullptr;
     MessageBar *m_messages = nullptr;
+    NowPlayingBar *m_nowPlaying = nullptr;
     QLabel *m_toast = nullptr;
     QTimer *m_toastTimer = nullptr;
     RecorderTray *m_tray = nullptr;

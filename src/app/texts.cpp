@@ -3,6 +3,8 @@
 #include <QHash>
 #include <QLocale>
 
+
+
 namespace {
 
 struct Entry {
@@ -238,6 +240,47 @@ constexpr Entry kEntries[] = {
      "Ziehe Titel aus „Alle Titel“ hierher oder wähle „Zur Playlist hinzufügen“ im Menü eines Titels."},
     {"playlist.notInLibrary", "This track is no longer in the library.", "Dieser Titel ist nicht mehr in der Mediathek."},
 
+    // Player
+    {"player.idle", "Not Playing", "Keine Wiedergabe"},
+    {"player.play", "Play", "Abspielen"},
+    {"player.pause", "Pause", "Pause"},
+    {"player.previous", "Previous (Ctrl+Left)", "Zurück (Strg+Links)"},
+    {"player.next", "Next (Ctrl+Right)", "Weiter (Strg+Rechts)"},
+    {"player.playPauseTip", "Play or pause (Space)", "Wiedergabe oder Pause (Leertaste)"},
+    {"player.shuffle", "Shuffle", "Zufällige Reihenfolge"},
+    {"player.repeatOff", "Repeat: off", "Wiederholen: aus"},
+    {"player.repeatAll", "Repeat: all", "Wiederholen: alle"},
+    {"player.repeatOne", "Repeat: this track", "Wiederholen: diesen Titel"},
+    {"player.volume", "Volume", "Lautstärke"},
+    {"player.position", "Position", "Position"},
+    {"player.upNext", "Up Next", "Als Nächstes"},
+    {"player.upNextEmpty", "Nothing follows.", "Danach kommt nichts mehr."},
+    {"player.upNextMoreFormat", "…and %1 more", "…und %1 weitere"},
+    {"player.fileMissing", "the file is missing", "die Datei fehlt"},
+    {"player.skippedFormat", "“%1” was skipped: %2", "„%1“ wurde übersprungen: %2"},
+    {"player.noDeviceFormat", "No sound output could be opened (%1). Orvida plays without sound.",
+     "Keine Tonausgabe ließ sich öffnen (%1). Orvida spielt ohne Ton."},
+    {"lib.colFavorite", "Favourite", "Favorit"},
+    {"lib.favoriteTip", "Click the star to mark a favourite", "Klicke auf den Stern, um einen Favoriten zu markieren"},
+
+    // Transition chooser
+    {"trans.title", "Transition Between Tracks", "Übergang zwischen Titeln"},
+    {"trans.crossfadeLength", "Crossfade length", "Länge der Überblendung"},
+    {"trans.automixLength", "Automix length", "Länge des Automix"},
+    {"trans.name.off", "Off", "Aus"},
+    {"trans.name.gapless", "Gapless", "Lückenlos"},
+    {"trans.name.crossfade", "Crossfade", "Überblenden"},
+    {"trans.name.automix", "Automix", "Automix"},
+    {"trans.hint.off", "One track ends, the next one starts.", "Ein Titel endet, der nächste beginnt."},
+    {"trans.hint.gapless", "Tracks join without a gap, as on the album.",
+     "Titel gehen ohne Pause ineinander über, wie auf dem Album."},
+    {"trans.hint.crossfade", "The end of a track fades into the start of the next.",
+     "Das Ende eines Titels wird in den Anfang des nächsten überblendet."},
+    {"trans.hint.automix", "Tempo and beats are matched for a DJ-style mix.",
+     "Tempo und Takt werden angeglichen, für einen Übergang wie vom DJ."},
+    {"trans.secondsFormat", "%1 s", "%1 s"},
+    {"trans.helpFormat", "Transition: %1. %2", "Übergang: %1. %2"},
+
     // Settings
     {"settings.title", "Settings", "Einstellungen"},
     {"settings.recording", "Recording", "Aufnahme"},
@@ -360,6 +403,22 @@ bool has(const char *key, Language lang)
 QList<QByteArray> keys()
 {
     return table().keys();
+}
+
+TransitionTexts transitionTexts()
+{
+    TransitionTexts texts;
+    texts.title = text("trans.title");
+    texts.crossfadeLength = text("trans.crossfadeLength");
+    texts.automixLength = text("trans.automixLength");
+    for (TransitionMode mode : TransitionModes::kAll) {
+        const QByteArray raw = TransitionModes::rawValue(mode).toLatin1();
+        texts.names.insert(mode, text(QByteArray("trans.name." + raw).constData()));
+        texts.hints.insert(mode, text(QByteArray("trans.hint." + raw).constData()));
+    }
+    texts.secondsFormat = text("trans.secondsFormat");
+    texts.helpFormat = text("trans.helpFormat");
+    return texts;
 }
 
 QString engineMessage(const QString &message)

@@ -1,7 +1,10 @@
 #pragma once
 
+#include "library/transitionmode.h"
+
 #include <QByteArray>
 #include <QList>
+#include <QMap>
 #include <QString>
 
 // The interface texts of the window in German and English, looked up by their designed
@@ -10,6 +13,19 @@
 // the engine and on the command line; the window shows them through engineMessage().
 //
 // Read from the GUI thread; the language is chosen once at start (tests may switch it).
+
+// What the transition chooser of the player says, in the current language, from the
+// "trans." keys: one name and one hint per mode.
+struct TransitionTexts {
+    QString title;
+    QString crossfadeLength;
+    QString automixLength;
+    QMap<TransitionMode, QString> names;
+    QMap<TransitionMode, QString> hints;
+    QString secondsFormat; // %1: whole seconds
+    QString helpFormat;    // %1: the mode's name, %2: its hint
+};
+
 namespace Texts {
 
 enum class Language { English, German };
@@ -25,6 +41,9 @@ void setLanguage(Language language);
 [[nodiscard]] bool has(const char *key, Language language);
 // Every key there is a text for.
 [[nodiscard]] QList<QByteArray> keys();
+
+// The transition chooser's texts in the current language.
+[[nodiscard]] TransitionTexts transitionTexts();
 
 // An engine error text in the interface language: the German literals the engine
 // designs ("Stream unterbrochen", "Ungültige Stream-URL") are translated, any other text

@@ -45,6 +45,8 @@ public:
         // A developer's own desktop has buses: no test takes its locks or shows notifications.
         options.systemBusAddress = std::nullopt;
         options.sessionBusAddress = std::nullopt;
+        // Nothing sounds and nothing runs by itself: a test advances the player by rendering.
+        options.audioOutput = AudioEngine::Output::offline;
         return options;
     }
 

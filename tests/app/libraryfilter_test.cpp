@@ -36,7 +36,7 @@ protected:
                        int day, int plays, const QString &station)
     {
         return Track(title, artist, album, duration, QDateTime(QDate(2026, 1, 1).addDays(day), QTime(8, 0), Qt::UTC),
-                     QString(), false, plays, QStringLiteral("radio"), station, std::nullopt);
+                     QString(), plays % 3 == 1, plays, QStringLiteral("radio"), station, std::nullopt);
     }
 
     // The proxy's rows as track ids.
@@ -70,6 +70,7 @@ protected:
             case LibraryModel::DurationColumn: return a.duration < b.duration ? -1 : int(b.duration < a.duration);
             case LibraryModel::DateAddedColumn: return a.dateAdded < b.dateAdded ? -1 : int(b.dateAdded < a.dateAdded);
             case LibraryModel::PlayCountColumn: return a.playCount < b.playCount ? -1 : int(b.playCount < a.playCount);
+            case LibraryModel::FavoriteColumn: return int(a.isFavorite) - int(b.isFavorite);
             default: return 0;
             }
         };

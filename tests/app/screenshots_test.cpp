@@ -9,43 +9,54 @@
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
 
+#include "app/libraryview.h"
+#include "app/nowplayingbar.h"
+#include "app/transitionmenubutton.h"
+#include "library/transitionsettings.h"
+
 #include "appfixture.h"
 #include "icystream.h"
+#include "playerfixture.h"
 
 #include <QImage>
+#include <QLabel>
+#include <QMenu>
 #include <QPixmap>
 
 namespace {
 
 using Script = FixtureServer::Script;
 
+QString outputDir()
+{
+    const QString binary = qEnvironmentVariable("ORVIDA_BINARY_DIR", QDir::currentPath());
+    const QString dir = binary + QStringLiteral("/screenshots");
+    QDir().mkpath(dir);
+    return dir;
+}
+
+// <build>/screenshots/<name>.png, checked to show more than one flat colour.
+void saveScreenshot(QWidget *widget, const QString &name)
+{
+    const QPixmap picture = widget->grab();
+    const QString path = outputDir() + QLatin1Char('/') + name + QStringLiteral(".png");
+    ASSERT_TRUE(picture.save(path)) << path.toStdString();
+    const QImage image(path);
+    ASSERT_FALSE(image.isNull());
+    EXPECT_EQ(image.size(), widget->size() * widget->devicePixelRatio());
+    // A page that failed to lay out is one flat colour.
+    QSet<QRgb> colours;
+    for (int y = 0; y < image.height(); y += 7)
+        for (int x = 0; x < image.width(); x += 7)
+            colours.insert(image.pixel(x, y));
+    EXPECT_GT(colours.size(), 5) << name.toStdString();
+}
+
 // Renders every page of a filled window to PNG files, so a person can look at them:
 // <build>/screenshots/<page>.png. Also checks each picture really shows its page.
 class ScreenshotTest : public AppFixture {
 protected:
-    static QString outputDir()
-    {
-        const QString binary = qEnvironmentVariable("ORVIDA_BINARY_DIR", QDir::currentPath());
-        const QString dir = binary + QStringLiteral("/screenshots");
-        QDir().mkpath(dir);
-        return dir;
-    }
-
-    void save(QWidget *widget, const QString &name)
-    {
-        const QPixmap picture = widget->grab();
-        const QString path = outputDir() + QLatin1Char('/') + name + QStringLiteral(".png");
-        ASSERT_TRUE(picture.save(path)) << path.toStdString();
-        const QImage image(path);
-        ASSERT_FALSE(image.isNull());
-        EXPECT_EQ(image.size(), widget->size() * widget->devicePixelRatio());
-        // A page that failed to lay out is one flat colour.
-        QSet<QRgb> colours;
-        for (int y = 0; y < image.height(); y += 7)
-            for (int x = 0; x < image.width(); x += 7)
-                colours.insert(image.pixel(x, y));
-        EXPECT_GT(colours.size(), 5) << name.toStdString();
-    }
+    static void save(QWidget *widget, const QString &name) { saveScreenshot(widget, name); }
 };
 
 TEST_F(ScreenshotTest, EveryPageRenders)
@@ -129,6 +140,67 @@ TEST(ToolsGate, CopyCommandsQuoteEveryPathAndContinueTheChmodLine)
     EXPECT_EQ(lines[3], QStringLiteral("cp /path/to/yt-dlp \"/opt/My Apps/orvida/yt-dlp\""));
     EXPECT_EQ(lines[4], QStringLiteral("chmod +x \"/opt/My Apps/orvida/ffmpeg\" \\"));
     EXPECT_EQ(lines[5], QStringLiteral("         \"/opt/My Apps/orvida/yt-dlp\""));
+}
+
+
+// The now-playing bar while a track with a cover plays, and the transition menu open, in
+// both languages: "nowplaying-en.png", "transition-menu-de.png", ...
+class PlayerScreenshotTest : public PlayerFixture {
+protected:
+    void TearDown() override
+    {
+        Texts::setLanguage(Texts::Language::English);
+        PlayerFixture::TearDown();
+    }
+};
+
+TEST_F(PlayerScreenshotTest, NowPlayingBarAndTransitionMenuRenderInBothLanguages)
+{
+    TestAudio::makePicture(home.file("cover.jpg"), "orange", 120, 120);
+    const QString path = home.file("Music/Nachtfahrt.flac");
+    TestAudio::makeTone(path, 200, 330, home.file("cover.jpg"));
+    QList<Track> tracks{Track(QStringLiteral("Nachtfahrt"), QStringLiteral("Die Orvidas"),
+                              QStringLiteral("Stadtlichter"), 200, QDateTime::currentDateTimeUtc(), QString(), true, 3,
+                              QStringLiteral("radio"), QStringLiteral("Jazz Lounge"), path)};
+    for (int i = 1; i <= 3; ++i)
+        tracks << Track(QStringLiteral("Song %1").arg(i), QStringLiteral("Artist %1").arg(i), QString(), 180,
+                        QDateTime::currentDateTimeUtc().addDays(-i), QString(), false, 0, QStringLiteral("radio"),
+                        QStringLiteral("FM"), home.file(QStringLiteral("Music/%1.mp3").arg(i)));
+    const QList<qint64> ids = app->library()->insertTracks(tracks);
+    ASSERT_EQ(ids.size(), 4);
+    for (int i = 0; i < 4; ++i)
+        tracks[i].id = ids[i];
+    app->transitionSettings().setMode(TransitionMode::crossfade);
+    app->transitionSettings().setCrossfadeSeconds(8);
+
+    const std::pair<Texts::Language, const char *> languages[] = {{Texts::Language::English, "en"},
+                                                                   {Texts::Language::German, "de"}};
+    for (const auto &[language, suffix] : languages) {
+        Texts::setLanguage(language);
+        MainWindow window(*app, MainWindowOptions{1800, false});
+        window.resize(1100, 700);
+        window.show();
+        window.showPage(MainWindow::LibraryPage);
+        NowPlayingBar *bar = window.nowPlayingBar();
+        player().playQueue(tracks, 0);
+        player().seek(83.0);
+        advance(0.4);
+        bar->refreshPosition();
+        ASSERT_TRUE(waitUntil([&] { return bar->showsCover(); }));
+        EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("Nachtfahrt"));
+        EXPECT_EQ(bar->elapsedLabel()->text(), QStringLiteral("1:23"));
+        EXPECT_EQ(bar->remainingLabel()->text(), QStringLiteral("-1:57"));
+        saveScreenshot(bar, QStringLiteral("nowplaying-%1").arg(QLatin1String(suffix)));
+        saveScreenshot(&window, QStringLiteral("library-playing-%1").arg(QLatin1String(suffix)));
+
+        QMenu *menu = bar->transitionButton()->modeMenu();
+        menu->popup(bar->transitionButton()->mapToGlobal(QPoint(0, 0)));
+        ASSERT_TRUE(waitUntil([&] { return menu->isVisible(); }));
+        EXPECT_EQ(bar->transitionButton()->crossfadeValue()->text(), QStringLiteral("8 s"));
+        saveScreenshot(menu, QStringLiteral("transition-menu-%1").arg(QLatin1String(suffix)));
+        menu->hide();
+        player().stop();
+    }
 }
 
 } // namespace

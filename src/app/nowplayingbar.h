@@ -1,0 +1,86 @@
+#pragma once
+
+#include "library/track.h"
+#include "playback/player.h"
+
+#include <QFrame>
+
+#include <optional>
+
+class CoverLoader;
+class QLabel;
+class QSlider;
+class QTimer;
+class QToolButton;
+class TransitionMenuButton;
+class TransitionSettings;
+class UpNextPopup;
+
+// The player at the bottom of the main window: the playing track's cover, title and
+// artist; previous, play/pause and next; the position with elapsed and remaining time
+// (a drag seeks when released, a click on the groove or an arrow key seeks at once);
+// shuffle, repeat (off, all, one), the transition chooser, "Up Next" and the volume.
+//
+// Lives on the GUI thread. It only shows what the player announces and asks the player
+// for everything else; the position is read a few times a second while playing.
+class NowPlayingBar : public QFrame {
+    Q_OBJECT
+
+public:
+    static constexpr int kCoverSize = 52; // logical pixels
+    static constexpr int kPositionTickMs = 250;
+
+    NowPlayingBar(Player &player, TransitionSettings &settings, QWidget *parent = nullptr);
+    ~NowPlayingBar() override;
+
+    QLabel *coverLabel() const { return m_cover; }
+    QLabel *titleLabel() const { return m_title; }
+    QLabel *artistLabel() const { return m_artist; }
+    QToolButton *previousButton() const { return m_previous; }
+    QToolButton *playPauseButton() const { return m_playPause; }
+    QToolButton *nextButton() const { return m_next; }
+    QSlider *positionSlider() const { return m_position; }
+    QLabel *elapsedLabel() const { return m_elapsed; }
+    QLabel *remainingLabel() const { return m_remaining; }
+    QToolButton *shuffleButton() const { return m_shuffle; }
+    QToolButton *repeatButton() const { return m_repeat; }
+    QSlider *volumeSlider() const { return m_volume; }
+    TransitionMenuButton *transitionButton() const { return m_transition; }
+    QToolButton *upNextButton() const { return m_upNextButton; }
+    UpNextPopup *upNext() const { return m_upNext; }
+    // Whether the cover shows the track's own picture (not the placeholder).
+    [[nodiscard]] bool showsCover() const { return m_hasCover; }
+
+    // Re-reads the position now (the timer does so while playing).
+    void refreshPosition();
+
+private:
+    void showTrack(const std::optional<Track> &track);
+    void showStatus(Player::Status status);
+    void showRepeat(Player::Repeat repeat);
+    void showCover(const QString &audioPath, const QImage &image);
+    void seekTo(int milliseconds);
+    void showTimes(int elapsedMs, int durationMs);
+
+    Player &m_player;
+    CoverLoader *m_loader = nullptr;
+    QString m_coverPath; // the file whose cover is wanted
+    bool m_hasCover = false;
+    QLabel *m_cover = nullptr;
+    QLabel *m_title = nullptr;
+    QLabel *m_artist = nullptr;
+    QToolButton *m_previous = nullptr;
+    QToolButton *m_playPause = nullptr;
+    QToolButton *m_next = nullptr;
+    QSlider *m_position = nullptr;
+    QLabel *m_elapsed = nullptr;
+    QLabel *m_remaining = nullptr;
+    QToolButton *m_shuffle = nullptr;
+    QToolButton *m_repeat = nullptr;
+    QSlider *m_volume = nullptr;
+    QLabel *m_volumeIcon = nullptr;
+    TransitionMenuButton *m_transition = nullptr;
+    QToolButton *m_upNextButton = nullptr;
+    UpNextPopup *m_upNext = nullptr;
+    QTimer *m_tick = nullptr;
+};

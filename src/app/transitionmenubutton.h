@@ -1,0 +1,57 @@
+#pragma once
+
+#include "library/transitionmode.h"
+
+#include <QToolButton>
+
+class QActionGroup;
+class QLabel;
+class QMenu;
+class QSlider;
+class TransitionSettings;
+
+// The player's chooser of how one track leads into the next: a button showing the mode in
+// force, whose menu offers the four modes (each with its hint), the crossfade length
+// (1 to 12 s, TransitionSettings) and the automix length (the preference
+// "ov.transition.automixSeconds", read by automixSeconds()). A change applies from the next
+// transition the player plans.
+//
+// Lives on the GUI thread; borrows the application's TransitionSettings and follows its
+// changes made elsewhere.
+class TransitionMenuButton : public QToolButton {
+    Q_OBJECT
+
+public:
+    static constexpr qint64 kMinAutomixSeconds = 2;
+    static constexpr qint64 kMaxAutomixSeconds = 30;
+    static constexpr qint64 kDefaultAutomixSeconds = 10;
+
+    explicit TransitionMenuButton(TransitionSettings &settings, QWidget *parent = nullptr);
+
+    // The stored automix length; a missing key or a value outside 2..30 gives 10.
+    [[nodiscard]] static qint64 automixSeconds();
+    static void setAutomixSeconds(qint64 seconds);
+
+    QMenu *modeMenu() const { return m_menu; }
+    QAction *modeAction(TransitionMode mode) const;
+    QSlider *crossfadeSlider() const { return m_crossfade; }
+    QLabel *crossfadeValue() const { return m_crossfadeValue; }
+    QSlider *automixSlider() const { return m_automix; }
+    QLabel *automixValue() const { return m_automixValue; }
+    // The hint under the modes: the hovered mode's, else the chosen one's.
+    QLabel *hintLabel() const { return m_hint; }
+
+private:
+    void refresh();
+    void showHint(TransitionMode mode);
+    QWidget *lengthRow(const QString &label, QSlider **slider, QLabel **value, qint64 min, qint64 max);
+
+    TransitionSettings &m_settings;
+    QMenu *m_menu = nullptr;
+    QActionGroup *m_modes = nullptr;
+    QLabel *m_hint = nullptr;
+    QSlider *m_crossfade = nullptr;
+    QLabel *m_crossfadeValue = nullptr;
+    QSlider *m_automix = nullptr;
+    QLabel *m_automixValue = nullptr;
+};
