@@ -4,16 +4,19 @@
 #include "library/transitionmode.h"
 #include "library/transitionplan.h"
 
+#include <QFuture>
 #include <QList>
 #include <QObject>
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
 class AudioEngine;
 class LibraryStore;
 class TransitionSettings;
+struct MixState;
 
 // The player state: a queue of library tracks played on the engine's two decks, with the
 // transition of the chosen mode between them (planned in the background, run by a
@@ -27,6 +30,17 @@ public:
     enum class Status { stopped, playing, paused };
     enum class Repeat { off, all, one };
 
+    // Computes the plan from one track into the next, off the owner's thread; "no plan"
+    // (an empty optional) makes the player change tracks the ordinary way.
+    using Planner = std::function<QFuture<std::optional<TransitionPlan>>(const Track &from, const Track &to)>;
+
+    // How long before a transition's start the incoming deck is loaded and scheduled on
+    // the host clock. Longer than any tick period, so the start is never late.
+    static constexpr double kLookaheadSec = 1.0;
+    static constexpr int kTickIntervalMs = 20;
+    // previous() restarts the current track once this much of it has played.
+    static constexpr double kRestartAfterSec = 3.0;
+
     // `library` may be null (then play counts are not stored). The engine and the settings
     // must outlive the player.
     Player(AudioEngine &engine, TransitionSettings &settings, LibraryStore *library, QObject *parent = nullptr);
@@ -35,6 +49,8 @@ public:
     // Replaces the queue and plays it from `startIndex`. Tracks without a file stay in the
     // queue and are skipped with a notice when their turn comes.
     void playQueue(const QList<Track> &tracks, int startIndex = 0);
+    // Replaces the queue without playing it (what played stops); play() starts it.
+    void setQueue(const QList<Track> &tracks, int startIndex = 0);
     void play();  // resumes, or starts the queue at its current entry
     void pause();
     void playPause();
@@ -63,6 +79,28 @@ public:
     // ticks and transitions as real-time play; returns when the queue has ended. False with
     // `error` set when the file cannot be written.
     [[nodiscard]] bool renderQueue(const QString &wavPath, QString *error);
+
+    // The planner of a transition mode (none for `off`). Gapless has GaplessPlanner from
+    // the start; a mode without a planner changes tracks the ordinary way.
+    void setPlanner(TransitionMode mode, Planner planner);
+    // A transition mode for this player alone instead of the settings' (orvida-cli play
+    // --mode, which must not change the user's choice); absent follows the settings.
+    void setModeOverride(std::optional<TransitionMode> mode);
+    // Consecutive tracks of one album (same non-empty album and artist) join gapless in
+    // the crossfade and automix modes too. Preference "ov.player.albumGapless", default on.
+    void setAlbumGapless(bool on);
+    [[nodiscard]] bool albumGapless() const;
+    // Seeds the shuffle order, so that a test or a render can repeat a run.
+    void setShuffleSeed(quint32 seed);
+
+    // One step of the transition executor. A timer calls it while the real-time outputs
+    // play; with the offline output, whoever drives renderOffline() calls it between
+    // blocks (renderQueue() does).
+    void transitionTick();
+    // The executor's bookkeeping, for diagnostics and tests.
+    [[nodiscard]] const MixState &mixState() const;
+    // The engine deck that plays the current track.
+    [[nodiscard]] int currentDeck() const;
 
 Q_SIGNALS:
     void statusChanged(Player::Status status);

@@ -1,0 +1,126 @@
+#include "cli/cli.h"
+
+#include "library/transitionmode.h"
+#include "library/transitionsettings.h"
+#include "platform/signalwatcher.h"
+#include "playback/audioengine.h"
+#include "playback/player.h"
+
+#include <QFileInfo>
+
+#include <memory>
+
+namespace {
+
+const char kUsage[] = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ]";
+
+QString seconds(double value)
+{
+    return QString::number(value, 'f', 6);
+}
+
+// Files from the command line are tracks outside the library: no id, no play count kept.
+QList<Track> tracksOf(const QStringList &paths)
+{
+    QList<Track> tracks;
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        tracks << Track(info.completeBaseName(), QString(), QString(), 0, QDateTime::currentDateTimeUtc(), QString(),
+                        false, 0, QStringLiteral("file"), std::nullopt, info.absoluteFilePath());
+    }
+    return tracks;
+}
+
+// The event lines of the contract, printed as the player announces them.
+void printEvents(Player &player)
+{
+    QObject::connect(&player, &Player::currentTrackChanged, [](const std::optional<Track> &track, int index) {
+        if (track)
+            Cli::out(QStringLiteral("track\t%1\t%2").arg(index).arg(track->filePath.value_or(QString())));
+    });
+    QObject::connect(&player, &Player::transitionStarted, [](TransitionMode mode, const TransitionPlan &plan) {
+        Cli::out(QStringLiteral("transition\t%1\t%2\t%3\t%4")
+                     .arg(TransitionModes::rawValue(mode), seconds(plan.outgoingStart), seconds(plan.incomingStart),
+                          seconds(plan.fadeDuration)));
+    });
+    QObject::connect(&player, &Player::trackSkipped, [](const Track &track, const QString &reason) {
+        Cli::out(QStringLiteral("error\t%1: %2").arg(track.filePath.value_or(track.title), reason));
+    });
+    QObject::connect(&player, &Player::queueEnded, [] { Cli::out(QStringLiteral("ended")); });
+}
+
+int playCommand(CliServices &, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, { "mode", "seconds", "render", "rate" }, false, 1, 100000, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kUsage), error);
+    std::optional<TransitionMode> mode;
+    if (parsed->has(QStringLiteral("mode"))) {
+        mode = TransitionModes::fromRawValue(parsed->value(QStringLiteral("mode")));
+        if (!mode)
+            return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("unknown mode"));
+    }
+    bool ok = true;
+    if (parsed->has(QStringLiteral("seconds"))) {
+        // The length the crossfade and automix planners are asked for.
+        const double s = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
+        if (!ok || !(s > 0))
+            return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--seconds needs a positive number"));
+    }
+    int rate = 44100;
+    if (parsed->has(QStringLiteral("rate"))) {
+        rate = parsed->value(QStringLiteral("rate")).toInt(&ok);
+        if (!ok || rate < 8000 || rate > 384000)
+            return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--rate needs a sample rate in Hz"));
+    }
+    const bool render = parsed->has(QStringLiteral("render"));
+
+    AudioEngine::Options options;
+    options.sampleRate = rate;
+    options.output = render ? AudioEngine::Output::offline : AudioEngine::Output::device;
+    auto engine = std::make_unique<AudioEngine>(options);
+    if (!render && !engine->start(&error)) {
+        Cli::note(QStringLiteral("no audio device (%1): playing into the null output").arg(error));
+        options.output = AudioEngine::Output::null;
+        engine = std::make_unique<AudioEngine>(options);
+        if (!engine->start(&error))
+            return Cli::fail(QStringLiteral("the audio output cannot start: %1").arg(error));
+    }
+    TransitionSettings settings;
+    Player player(*engine, settings, nullptr);
+    player.setModeOverride(mode.value_or(settings.mode()));
+    printEvents(player);
+    int played = 0;
+    QObject::connect(&player, &Player::currentTrackChanged, [&](const std::optional<Track> &track) {
+        if (track)
+            ++played;
+    });
+
+    const QList<Track> tracks = tracksOf(parsed->positional);
+    int exitCode = kExitOk;
+    if (render) {
+        player.setQueue(tracks);
+        if (!player.renderQueue(parsed->value(QStringLiteral("render")), &error))
+            return Cli::fail(QStringLiteral("cannot render: %1").arg(error));
+    } else {
+        bool done = false;
+        SignalWatcher signals;
+        QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] {
+            player.stop();
+            done = true;
+        });
+        QObject::connect(&player, &Player::queueEnded, [&] { done = true; });
+        player.playQueue(tracks);
+        if (player.status() == Player::Status::playing)
+            Cli::waitUntilDone(done);
+        engine->stop();
+    }
+    if (played == 0)
+        exitCode = Cli::fail(QStringLiteral("none of the files could be played"));
+    return exitCode;
+}
+
+const Cli::Registration registration("play", kUsage, playCommand);
+
+} // namespace

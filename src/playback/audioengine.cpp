@@ -1,0 +1,262 @@
+#include "playback/audioengine.h"
+
+#include "playback/audiodeck.h"
+#include "playback/nullsink.h"
+#include "playback/portaudiosink.h"
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+struct AudioEngine::Impl {
+    explicit Impl(const Options &o)
+        : options(o)
+        , blockFrames(std::clamp(o.blockFrames, 16, 8192))
+        , deckBuffer(size_t(2 * blockFrames))
+    {
+        for (auto &deck : decks)
+            deck = std::make_unique<AudioDeck>(o.sampleRate);
+    }
+
+    AudioDeck *deck(int index) const
+    {
+        Q_ASSERT(index >= 0 && index < kDecks);
+        return index >= 0 && index < kDecks ? decks[size_t(index)].get() : nullptr;
+    }
+
+    // Render thread (the sink's, or the owner's when offline). `frames` may be any count:
+    // the graph runs in blocks of at most blockFrames.
+    void render(float *out, qint64 frames, bool wait)
+    {
+        while (frames > 0) {
+            const int n = int(std::min<qint64>(frames, blockFrames));
+            renderBlock(out, n, wait);
+            out += 2 * n;
+            frames -= n;
+        }
+    }
+
+    void renderBlock(float *out, int frames, bool wait)
+    {
+        if (paused.load(std::memory_order_relaxed)) {
+            std::memset(out, 0, sizeof(float) * size_t(2 * frames));
+            return;
+        }
+        const quint64 host = hostFrame.load(std::memory_order_relaxed);
+        bool sounding = false;
+        for (auto &deck : decks) {
+            // The first deck that sounds is copied, not added to zeros: adding would turn a
+            // decoded -0.0f into +0.0f and a lone deck would no longer be bit-exact.
+            float *target = sounding ? deckBuffer.data() : out;
+            if (!deck->render(target, frames, host, wait))
+                continue;
+            if (sounding) {
+                for (int i = 0; i < 2 * frames; ++i)
+                    out[i] += deckBuffer[size_t(i)];
+            }
+            sounding = true;
+        }
+        if (!sounding)
+            std::memset(out, 0, sizeof(float) * size_t(2 * frames));
+        const float target = masterVolume.load(std::memory_order_relaxed);
+        if (target != master || master != 1.0f) {
+            const float step = (target - master) / float(frames);
+            for (int i = 0; i < frames; ++i) {
+                const float g = master + step * float(i + 1);
+                out[2 * i] *= g;
+                out[2 * i + 1] *= g;
+            }
+            master = target;
+        }
+        hostFrame.store(host + quint64(frames), std::memory_order_relaxed);
+    }
+
+    static void renderCallback(void *context, float *out, int frames)
+    {
+        static_cast<Impl *>(context)->render(out, frames, false);
+    }
+
+    const Options options;
+    const int blockFrames;
+    std::array<std::unique_ptr<AudioDeck>, kDecks> decks;
+    std::unique_ptr<AudioSink> sink;
+    bool running = false;
+
+    std::atomic<quint64> hostFrame { 0 };
+    std::atomic<bool> paused { false };
+    std::atomic<float> masterVolume { 1 };
+    // Render thread only.
+    float master = 1;
+    std::vector<float> deckBuffer;
+};
+
+AudioEngine::AudioEngine(const Options &options)
+    : d(std::make_unique<Impl>(options))
+{
+    switch (options.output) {
+    case Output::device:
+        d->sink = std::make_unique<PortAudioSink>(options.sampleRate, d->blockFrames, &Impl::renderCallback, d.get());
+        break;
+    case Output::null:
+        d->sink = std::make_unique<NullSink>(options.sampleRate, d->blockFrames, &Impl::renderCallback, d.get());
+        break;
+    case Output::offline:
+        break;
+    }
+}
+
+AudioEngine::~AudioEngine()
+{
+    stop();
+}
+
+bool AudioEngine::start(QString *error)
+{
+    if (!d->sink || d->running)
+        return true;
+    d->running = d->sink->start(error);
+    return d->running;
+}
+
+void AudioEngine::stop()
+{
+    if (d->sink && d->running)
+        d->sink->stop();
+    d->running = false;
+}
+
+int AudioEngine::sampleRate() const
+{
+    return d->options.sampleRate;
+}
+
+AudioEngine::Output AudioEngine::output() const
+{
+    return d->options.output;
+}
+
+quint64 AudioEngine::hostFrame() const
+{
+    return d->hostFrame.load(std::memory_order_relaxed);
+}
+
+void AudioEngine::setPaused(bool paused)
+{
+    d->paused = paused;
+}
+
+bool AudioEngine::paused() const
+{
+    return d->paused;
+}
+
+void AudioEngine::setMasterVolume(float gain)
+{
+    d->masterVolume = std::clamp(gain, 0.0f, 1.0f);
+}
+
+bool AudioEngine::load(int deck, const QString &path, double fromSec, QString *error)
+{
+    AudioDeck *dk = d->deck(deck);
+    if (!dk) {
+        if (error)
+            *error = QStringLiteral("No deck %1").arg(deck);
+        return false;
+    }
+    return dk->load(path, fromSec, error);
+}
+
+void AudioEngine::play(int deck, quint64 atHostFrame)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->play(atHostFrame);
+}
+
+void AudioEngine::setStopAt(int deck, std::optional<double> sec)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->setStopAt(sec);
+}
+
+void AudioEngine::unload(int deck)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->unload();
+}
+
+bool AudioEngine::seek(int deck, double sec)
+{
+    AudioDeck *dk = d->deck(deck);
+    return dk && dk->seek(sec);
+}
+
+void AudioEngine::setVolume(int deck, float gain)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->setVolume(gain);
+}
+
+void AudioEngine::setBandGain(int deck, int band, float dB)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->equaliser().setGain(band, dB);
+}
+
+void AudioEngine::setBandBypass(int deck, int band, bool bypassed)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->equaliser().setBypass(band, bypassed);
+}
+
+void AudioEngine::setRate(int deck, double rate)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->setRate(rate);
+}
+
+AudioEngine::DeckState AudioEngine::state(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->state() : DeckState::empty;
+}
+
+QString AudioEngine::deckError(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->error() : QString();
+}
+
+std::optional<double> AudioEngine::position(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->position(hostFrame()) : std::nullopt;
+}
+
+double AudioEngine::duration(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->duration() : 0.0;
+}
+
+double AudioEngine::rate(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->rate() : 1.0;
+}
+
+qint64 AudioEngine::renderOffline(float *out, qint64 frames)
+{
+    Q_ASSERT(d->options.output == Output::offline);
+    if (d->options.output != Output::offline || frames <= 0)
+        return 0;
+    d->render(out, frames, true);
+    return frames;
+}
+
+quint64 AudioEngine::underruns() const
+{
+    quint64 total = 0;
+    for (const auto &deck : d->decks)
+        total += deck->underruns();
+    return total;
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+// The player's private state, shared by its two source files: player.cpp (queue and
+// controls) and playertransitions.cpp (the transition executor). Not for other units.
+
+#include "playback/enginedeck.h"
+#include "playback/mixstate.h"
+#include "playback/player.h"
+#include "playback/playqueue.h"
+
+#include <QTimer>
+
+#include <array>
+#include <map>
+
+struct Player::Impl {
+    Impl(Player &owner, AudioEngine &audio, TransitionSettings &transitionSettings, LibraryStore *store);
+
+    Player &q;
+    AudioEngine &engine;
+    TransitionSettings &settings;
+    LibraryStore *library;
+    std::array<EngineDeck, 2> decks;
+    int cur = 0; // index of the deck that plays the current track
+    PlayQueue queue;
+    Status status = Status::stopped;
+    bool hasCurrent = false; // queue.current() is loaded on decks[cur]
+    bool counted = false;    // the current play was counted
+    double volume = 1;
+    MixState mix;
+    TransitionMode planMode = TransitionMode::off; // the mode that made mix.plan
+    int nextIndex = -1;  // queue index of mix.nextTrack
+    QList<int> nextPassedOver; // entries without a file between the current one and it
+    int shuffleNextIndex = -1; // queue index of mix.shuffleNext's track
+    std::map<TransitionMode, Planner> planners;
+    bool albumGapless = true;
+    std::optional<TransitionMode> modeOverride;
+    bool rendering = false;
+    QTimer timer;
+
+    [[nodiscard]] EngineDeck &current() { return decks[size_t(cur)]; }
+    [[nodiscard]] EngineDeck &other() { return decks[size_t(1 - cur)]; }
+    [[nodiscard]] int sampleRate() const;
+    [[nodiscard]] std::optional<Track> currentTrack() const;
+    // The current deck's file position and the host frame it belongs to, read together.
+    [[nodiscard]] std::optional<std::pair<double, quint64>> currentPositionAt();
+
+    // Queue and controls (player.cpp).
+    void setStatus(Status s);
+    // Plays entry `index`, or the first entry after it that opens; ends the queue when
+    // none does. `passedOver`: entries without a file skipped on the way to it.
+    void startFrom(std::optional<int> index, const QList<int> &passedOver = {});
+    void endQueue();
+    void skipNotice(int index, const QString &reason);
+    void countPlay();
+    void updateTimer();
+
+    // Transition executor (playertransitions.cpp).
+    void transitionTick();
+    void collectPlan();
+    void refreshPlanIfNeeded();
+    [[nodiscard]] std::optional<std::pair<int, Track>> upcomingTrack();
+    [[nodiscard]] TransitionMode effectiveMode(const Track &from, const Track &to) const;
+    bool startTransition(const TransitionPlan &plan, const Track &next, double outgoingPosition, quint64 hostNow);
+    void runActiveTransition();
+    void adoptIncoming(ActiveTransition &active);
+    void finishTransition(const ActiveTransition &active);
+    void runRateReturn();
+    void settleTransition();
+    // Drops a plan that a changed setting made stale, unless its transition already runs.
+    void settleTransitionIfIdle();
+    void resetTransitions();
+    [[nodiscard]] bool currentAtEnd();
+    // Frames the offline render may produce before the executor must look again.
+    [[nodiscard]] qint64 framesToNextEvent(qint64 block);
+};
