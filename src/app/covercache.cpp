@@ -12,6 +12,23 @@
 
 namespace {
 
+// What kind of image `bytes` hold, judged by their first bytes; "" when none we know. The
+// suffix tells the desktop's image loader what it reads.
+QString imageSuffix(const QByteArray &bytes)
+{
+    if (bytes.startsWith("\xFF\xD8\xFF"))
+        return QStringLiteral("jpg");
+    if (bytes.startsWith("\x89PNG\r\n\x1A\n"))
+        return QStringLiteral("png");
+    if (bytes.startsWith("GIF87a") || bytes.startsWith("GIF89a"))
+        return QStringLiteral("gif");
+    if (bytes.size() >= 12 && bytes.startsWith("RIFF") && bytes.mid(8, 4) == "WEBP")
+        return QStringLiteral("webp");
+    if (bytes.startsWith("BM"))
+        return QStringLiteral("bmp");
+    return {};
+}
+
 const QStringList kSuffixes { QStringLiteral("jpg"), QStringLiteral("png"), QStringLiteral("gif"),
     QStringLiteral("webp"), QStringLiteral("bmp") };
 
@@ -31,14 +48,15 @@ std::optional<QString> findOrExtract(const QString &folder, qint64 trackId, cons
     for (const QString &suffix : kSuffixes)
         QFile::remove(dir.filePath(stem + suffix));
 
-    const auto picture = CoverArt::readEmbedded(audioPath);
-    if (!picture)
+    const QByteArray picture = CoverArt::find(audioPath);
+    const QString suffix = imageSuffix(picture);
+    if (suffix.isEmpty())
         return std::nullopt;
     if (!dir.mkpath(QStringLiteral(".")))
         return std::nullopt;
-    const QString path = dir.filePath(stem + picture->suffix);
+    const QString path = dir.filePath(stem + suffix);
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(picture->bytes) != picture->bytes.size() || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(picture) != picture.size() || !file.commit()) {
         qWarning(
             "Cannot save the cover of track %lld to %s: %s", trackId, qPrintable(path), qPrintable(file.errorString()));
         return std::nullopt;

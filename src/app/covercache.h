@@ -9,13 +9,14 @@
 
 struct Track;
 
-// The covers embedded in library tracks, saved as image files for whoever needs a path or
-// a URL rather than bytes (the desktop's media controls). Each track's picture is
-// extracted at most once per run into <folder>/<track id>.<jpg|png|...>, and a file saved
-// by an earlier run is used again as long as it is newer than the audio file.
+// The covers of library tracks (the picture embedded in the file, else one beside it),
+// saved as image files for whoever needs a path or a URL rather than bytes (the desktop's
+// media controls). Each track's picture is extracted at most once per run into
+// <folder>/<track id>.<jpg|png|...>, and a file saved by an earlier run is used again as
+// long as it is newer than the audio file.
 //
 // Lives on the GUI thread. Looking at the disk and extracting happen on the thread pool;
-// the answer comes back as coverReady() on this thread.
+// the answer comes back as coverLookedUp() on this thread.
 class CoverCache : public QObject {
     Q_OBJECT
 

@@ -1,57 +1,73 @@
 #include "playback/coverart.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QHash>
 
 extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include <memory>
-
 namespace CoverArt {
 
-namespace {
-
-    struct InputCloser {
-        void operator()(AVFormatContext *context) const { avformat_close_input(&context); }
-    };
-
-} // namespace
-
-QString imageSuffix(const QByteArray &bytes)
+QByteArray embedded(const QString &audioPath)
 {
-    if (bytes.startsWith("\xFF\xD8\xFF"))
-        return QStringLiteral("jpg");
-    if (bytes.startsWith("\x89PNG\r\n\x1A\n"))
-        return QStringLiteral("png");
-    if (bytes.startsWith("GIF87a") || bytes.startsWith("GIF89a"))
-        return QStringLiteral("gif");
-    if (bytes.size() >= 12 && bytes.startsWith("RIFF") && bytes.mid(8, 4) == "WEBP")
-        return QStringLiteral("webp");
-    if (bytes.startsWith("BM"))
-        return QStringLiteral("bmp");
+    AVFormatContext *format = nullptr;
+    const QByteArray path = QFile::encodeName(audioPath);
+    if (avformat_open_input(&format, path.constData(), nullptr, nullptr) < 0)
+        return {};
+    // The demuxers that know pictures (ID3v2, FLAC, MP4, Matroska attachments) read them
+    // while opening: no stream probing, no packet reading.
+    QByteArray picture;
+    for (unsigned i = 0; i < format->nb_streams; ++i) {
+        const AVStream *stream = format->streams[i];
+        if (!(stream->disposition & AV_DISPOSITION_ATTACHED_PIC))
+            continue;
+        const AVPacket &packet = stream->attached_pic;
+        if (packet.data && packet.size > 0 && packet.size <= kMaxPictureBytes) {
+            picture = QByteArray(reinterpret_cast<const char *>(packet.data), packet.size);
+            break;
+        }
+    }
+    avformat_close_input(&format);
+    return picture;
+}
+
+QString sidecarPath(const QString &audioPath)
+{
+    const QFileInfo audio(audioPath);
+    const QDir folder = audio.absoluteDir();
+    static const QStringList kSuffixes{QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("png")};
+    // One listing, looked up case-insensitively: "Cover.JPG" is as good as "cover.jpg".
+    QHash<QString, QString> byLowerName;
+    const QStringList files = folder.entryList(QDir::Files | QDir::Readable);
+    for (const QString &name : files)
+        byLowerName.insert(name.toLower(), name);
+    QStringList stems{audio.completeBaseName().toLower()};
+    stems << QStringLiteral("cover") << QStringLiteral("folder") << QStringLiteral("front") << QStringLiteral("album");
+    for (const QString &stem : std::as_const(stems)) {
+        for (const QString &suffix : kSuffixes) {
+            const auto found = byLowerName.constFind(stem + QLatin1Char('.') + suffix);
+            if (found != byLowerName.cend())
+                return folder.filePath(found.value());
+        }
+    }
     return {};
 }
 
-std::optional<Picture> readEmbedded(const QString &path)
+QByteArray find(const QString &audioPath)
 {
-    AVFormatContext *raw = nullptr;
-    // The demuxers read the tags, and with them the pictures, while opening.
-    if (avformat_open_input(&raw, QFile::encodeName(path).constData(), nullptr, nullptr) < 0)
-        return std::nullopt;
-    const std::unique_ptr<AVFormatContext, InputCloser> context(raw);
-    for (unsigned i = 0; i < context->nb_streams; ++i) {
-        const AVStream *stream = context->streams[i];
-        if (!(stream->disposition & AV_DISPOSITION_ATTACHED_PIC) || stream->attached_pic.size <= 0)
-            continue;
-        Picture picture;
-        picture.bytes
-            = QByteArray(reinterpret_cast<const char *>(stream->attached_pic.data), stream->attached_pic.size);
-        picture.suffix = imageSuffix(picture.bytes);
-        if (!picture.suffix.isEmpty())
-            return picture;
-    }
-    return std::nullopt;
+    QByteArray picture = embedded(audioPath);
+    if (!picture.isEmpty())
+        return picture;
+    const QString sidecar = sidecarPath(audioPath);
+    if (sidecar.isEmpty())
+        return {};
+    QFile file(sidecar);
+    if (file.size() > kMaxPictureBytes || !file.open(QIODevice::ReadOnly))
+        return {};
+    return file.readAll();
 }
 
 } // namespace CoverArt

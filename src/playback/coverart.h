@@ -3,25 +3,29 @@
 #include <QByteArray>
 #include <QString>
 
-#include <optional>
-
-// The picture a music file carries inside itself: ID3 APIC in MP3, "covr" in MP4,
-// PICTURE blocks in FLAC and Ogg. Only the container's headers are read, no audio.
+// The picture that belongs to an audio file, as the file or its folder stores it: the
+// embedded front cover (an ID3 APIC frame, a FLAC PICTURE block, an MP4 "covr" atom: what
+// libavformat presents as an attached picture) or, when there is none, a picture beside
+// the file. The bytes are returned as stored (JPEG, PNG, ...); decoding and scaling are
+// the caller's business.
 //
-// Blocking file I/O: call it from a pool task, never on the GUI thread. Safe to call from
-// several threads at once (each call has its own demuxer).
+// Blocking: reads the container's header (never decodes audio) and lists one folder.
+// Call from a worker thread; safe to call from several at once.
 namespace CoverArt {
 
-struct Picture {
-    QByteArray bytes;
-    QString suffix; // "jpg", "png", "gif", "webp", "bmp": what the bytes are, for the file name
-};
+// Pictures larger than this are ignored: a broken tag must not make the window read
+// hundreds of megabytes.
+inline constexpr qint64 kMaxPictureBytes = 16 * 1024 * 1024;
 
-// The file's first attached picture; absent when it has none, it is not an image we
-// recognise, or the file cannot be opened.
-[[nodiscard]] std::optional<Picture> readEmbedded(const QString &path);
+// The embedded picture, or empty when the file has none or cannot be opened.
+[[nodiscard]] QByteArray embedded(const QString &audioPath);
 
-// What kind of image `bytes` hold, judged by their first bytes; "" when none we know.
-[[nodiscard]] QString imageSuffix(const QByteArray &bytes);
+// A picture in the file's folder: "<file name without suffix>.jpg/.jpeg/.png" first, then
+// "cover", "folder", "front" and "album" with those suffixes (case-insensitive). Empty
+// when there is none.
+[[nodiscard]] QString sidecarPath(const QString &audioPath);
+
+// The embedded picture, else the sidecar's bytes; empty when there is neither.
+[[nodiscard]] QByteArray find(const QString &audioPath);
 
 } // namespace CoverArt

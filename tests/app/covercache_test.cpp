@@ -4,6 +4,7 @@
 #include "testenv.h"
 
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 
 #include <gtest/gtest.h>
@@ -16,7 +17,9 @@ class CoverCacheTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        const QString png = home.file(QStringLiteral("cover.png"));
+        // Not beside the song: a picture there would count as its cover.
+        QDir().mkpath(home.file(QStringLiteral("art")));
+        const QString png = home.file(QStringLiteral("art/cover.png"));
         QString error;
         ASSERT_TRUE(runProgram(QStringLiteral("ffmpeg"),
             { "-v", "error", "-y", "-f", "lavfi", "-i", "color=c=blue:s=4x4", "-frames:v", "1", png }, &error))

@@ -129,7 +129,8 @@ protected:
     void makeFiles()
     {
         const QString dir = home.file(QStringLiteral("Music"));
-        const QString cover = dir + QStringLiteral("/cover.png");
+        // Not beside the songs: a picture there would count as the cover of each of them.
+        const QString cover = home.file(QStringLiteral("cover.png"));
         QString error;
         ASSERT_TRUE(runProgram(QStringLiteral("ffmpeg"),
             { "-v", "error", "-y", "-f", "lavfi", "-i", "color=c=red:s=8x8", "-frames:v", "1", cover }, &error))
