@@ -12,7 +12,8 @@
 
 namespace {
 
-const char kUsage[] = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ]";
+const char kUsage[]
+    = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ]";
 
 QString seconds(double value)
 {
@@ -26,7 +27,7 @@ QList<Track> tracksOf(const QStringList &paths)
     for (const QString &path : paths) {
         const QFileInfo info(path);
         tracks << Track(info.completeBaseName(), QString(), QString(), 0, QDateTime::currentDateTimeUtc(), QString(),
-                        false, 0, QStringLiteral("file"), std::nullopt, info.absoluteFilePath());
+            false, 0, QStringLiteral("file"), std::nullopt, info.absoluteFilePath());
     }
     return tracks;
 }
@@ -41,7 +42,7 @@ void printEvents(Player &player)
     QObject::connect(&player, &Player::transitionStarted, [](TransitionMode mode, const TransitionPlan &plan) {
         Cli::out(QStringLiteral("transition\t%1\t%2\t%3\t%4")
                      .arg(TransitionModes::rawValue(mode), seconds(plan.outgoingStart), seconds(plan.incomingStart),
-                          seconds(plan.fadeDuration)));
+                         seconds(plan.fadeDuration)));
     });
     QObject::connect(&player, &Player::trackSkipped, [](const Track &track, const QString &reason) {
         Cli::out(QStringLiteral("error\t%1: %2").arg(track.filePath.value_or(track.title), reason));

@@ -22,6 +22,7 @@ AudioDeck::AudioDeck(int sampleRate)
     , m_equaliser(sampleRate)
     , m_stretch(sampleRate, kStretchFrames)
     , m_scratch(size_t(2 * kStretchFrames))
+    , m_history(size_t(2 * kStretchFrames))
 {
 }
 
@@ -110,14 +111,45 @@ QString AudioDeck::error() const
     return state() == State::failed ? m_worker.error() : QString();
 }
 
+AudioDeck::Published AudioDeck::published() const
+{
+    for (;;) {
+        const uint32_t before = m_publishSequence.load(std::memory_order_acquire);
+        const Published p { m_publishedGeneration.load(std::memory_order_relaxed),
+            m_publishedHostFrame.load(std::memory_order_relaxed), m_publishedFrame.load(std::memory_order_relaxed) };
+        std::atomic_thread_fence(std::memory_order_acquire);
+        if (!(before & 1) && m_publishSequence.load(std::memory_order_relaxed) == before)
+            return p;
+    }
+}
+
 std::optional<double> AudioDeck::position(uint64_t hostFrame) const
 {
     const uint64_t control = m_control.load(std::memory_order_acquire);
     if (State(control & 0xff) != State::playing || m_startAt.load(std::memory_order_relaxed) > hostFrame)
         return std::nullopt;
-    if (m_publishedGeneration.load(std::memory_order_acquire) != uint32_t(control >> 8))
+    const Published p = published();
+    if (p.generation != uint32_t(control >> 8))
         return m_seekTargetSec; // the render thread has not reached the new place yet
-    return m_publishedFrame.load(std::memory_order_relaxed) / m_rate;
+    return p.fileFrame / m_rate;
+}
+
+std::optional<uint64_t> AudioDeck::hostFrameAt(double fileSec, uint64_t hostFrame) const
+{
+    const uint64_t control = m_control.load(std::memory_order_acquire);
+    if (State(control & 0xff) != State::playing)
+        return std::nullopt;
+    const Published p = published();
+    uint64_t baseHost = p.hostFrame;
+    double baseFrame = p.fileFrame;
+    if (p.generation != uint32_t(control >> 8)) {
+        // Not started yet, or a seek not yet taken up: it sounds from its start frame or
+        // from the next block on.
+        baseHost = std::max(m_startAt.load(std::memory_order_relaxed), hostFrame);
+        baseFrame = m_seekTargetSec * m_rate;
+    }
+    const double frames = (fileSec * m_rate - baseFrame) / rate();
+    return frames <= 0 ? baseHost : baseHost + uint64_t(std::llround(frames));
 }
 
 double AudioDeck::duration() const
@@ -131,40 +163,43 @@ double AudioDeck::duration() const
 void AudioDeck::finish(uint32_t generation, Pull why)
 {
     uint64_t expected = pack(generation, State::playing);
-    m_control.compare_exchange_strong(expected, pack(generation, why == Pull::failed ? State::failed : State::ended),
-                                      std::memory_order_acq_rel);
+    m_control.compare_exchange_strong(
+        expected, pack(generation, why == Pull::failed ? State::failed : State::ended), std::memory_order_acq_rel);
 }
 
 // ---- render thread ----
 
-bool AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
+AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
 {
     const uint64_t control = m_control.load(std::memory_order_acquire);
     if (State(control & 0xff) != State::playing)
-        return false;
+        return {};
     const uint32_t generation = uint32_t(control >> 8);
     const uint64_t startAt = m_startAt.load(std::memory_order_relaxed);
     if (startAt >= hostFrame + uint64_t(frames))
-        return false;
+        return {};
     m_waitPolls = 0;
-    if (!adopt(generation, wait))
-        return false;
+    if (!adopt(generation, wait)) {
+        // Due to sound, but its decoder has not delivered the first frames of the load or
+        // seek yet: a dropout like any other.
+        m_underruns.fetch_add(1, std::memory_order_relaxed);
+        return {};
+    }
 
     const int offset = startAt > hostFrame ? int(startAt - hostFrame) : 0;
     float *out = stereo + 2 * offset;
     const int wanted = frames - offset;
     const double rate = m_rateWanted.load(std::memory_order_relaxed);
-    if (!m_stretching && rate != 1.0) {
-        // From here until the next load the deck stays in the stretcher, even back at rate
-        // 1: leaving it would jump by the stretcher's latency, an audible click.
-        m_stretching = true;
-        m_stretch.restart(rate);
-        m_outputFrame = double(m_fileFrame);
-        m_lastFed = false;
-        m_stretchEnd.reset();
-    }
+    if (!m_stretching && rate != 1.0)
+        enterStretch(rate);
     Pull why = Pull::more;
-    const int got = m_stretching ? produceStretched(out, wanted, wait, &why) : pull(out, wanted, wait, &why);
+    int got = 0;
+    if (m_stretching) {
+        got = produceStretched(out, wanted, wait, &why);
+    } else {
+        got = pull(out, wanted, wait, &why);
+        remember(out, got);
+    }
 
     std::memset(stereo, 0, sizeof(float) * size_t(2 * offset));
     std::memset(out + 2 * got, 0, sizeof(float) * size_t(2 * (wanted - got)));
@@ -182,14 +217,50 @@ bool AudioDeck::render(float *stereo, int frames, uint64_t hostFrame, bool wait)
             m_fader = target;
         }
     }
+    const uint32_t sequence = m_publishSequence.load(std::memory_order_relaxed);
+    m_publishSequence.store(sequence + 1, std::memory_order_relaxed);
+    std::atomic_thread_fence(std::memory_order_release);
+    m_publishedGeneration.store(generation, std::memory_order_relaxed);
+    m_publishedHostFrame.store(hostFrame + uint64_t(frames), std::memory_order_relaxed);
     m_publishedFrame.store(m_stretching ? m_outputFrame : double(m_fileFrame), std::memory_order_relaxed);
-    m_publishedGeneration.store(generation, std::memory_order_release);
+    m_publishSequence.store(sequence + 2, std::memory_order_release);
     if (why == Pull::ended || why == Pull::failed)
         finish(generation, why);
     else if (why == Pull::starved && !wait)
         m_underruns.fetch_add(1, std::memory_order_relaxed);
     m_worker.consumed();
-    return true;
+    return Span { offset, offset + got };
+}
+
+void AudioDeck::remember(const float *stereo, int frames)
+{
+    const size_t capacity = m_history.size() / 2;
+    const size_t keep = std::min(size_t(frames), capacity);
+    const float *from = stereo + 2 * (size_t(frames) - keep);
+    const size_t at = size_t((m_historyFrames + uint64_t(frames - int(keep))) % capacity);
+    const size_t first = std::min(keep, capacity - at);
+    std::memcpy(m_history.data() + 2 * at, from, 2 * first * sizeof(float));
+    std::memcpy(m_history.data(), from + 2 * first, 2 * (keep - first) * sizeof(float));
+    m_historyFrames += uint64_t(frames);
+}
+
+void AudioDeck::enterStretch(double rate)
+{
+    // From here until the next load the deck stays in the stretcher, even back at rate 1:
+    // leaving it would jump by the stretcher's latency, an audible click. Entering it is
+    // seamless because the stretcher is primed with the frames just played.
+    const size_t capacity = m_history.size() / 2;
+    const int known = int(std::min<uint64_t>(m_historyFrames, capacity));
+    for (int i = 0; i < known; ++i) {
+        const size_t at = size_t((m_historyFrames - uint64_t(known) + uint64_t(i)) % capacity);
+        m_scratch[size_t(2 * i)] = m_history[2 * at];
+        m_scratch[size_t(2 * i + 1)] = m_history[2 * at + 1];
+    }
+    m_stretching = true;
+    m_stretch.restart(rate, m_scratch.data(), known);
+    m_outputFrame = double(m_fileFrame);
+    m_lastFed = false;
+    m_stretchEnd.reset();
 }
 
 bool AudioDeck::waitForFeed()
@@ -212,6 +283,7 @@ void AudioDeck::takeMarker(const FeedMarker &marker)
     m_adopted = true;
     m_fileFrame = marker.fileFrame;
     m_feedEnd.reset();
+    m_historyFrames = 0;
     if (marker.newSource) {
         m_stretching = false;
         m_fader = m_volume.load(std::memory_order_relaxed);
@@ -317,9 +389,9 @@ int AudioDeck::produceStretched(float *stereo, int frames, bool wait, Pull *why)
         Pull fed = Pull::more;
         const int n = pull(m_scratch.data(), m_stretch.framesWanted(), wait, &fed);
         if (n > 0)
-            m_stretch.feed(m_scratch.data(), n, false);
+            m_stretch.feed(m_scratch.data(), n);
         if (fed == Pull::ended || fed == Pull::failed) {
-            m_stretch.feed(m_scratch.data(), 0, true);
+            m_stretch.finish();
             m_lastFed = true;
             m_stretchEnd = fed;
         } else if (n == 0) {

@@ -43,15 +43,23 @@ public:
     [[nodiscard]] State state() const;
     [[nodiscard]] QString error() const;
     [[nodiscard]] std::optional<double> position(uint64_t hostFrame) const;
+    [[nodiscard]] std::optional<uint64_t> hostFrameAt(double fileSec, uint64_t hostFrame) const;
     [[nodiscard]] double duration() const;
     [[nodiscard]] double rate() const { return m_rateWanted.load(std::memory_order_relaxed); }
+    [[nodiscard]] float volume() const { return m_volume.load(std::memory_order_relaxed); }
     [[nodiscard]] uint64_t underruns() const { return m_underruns.load(std::memory_order_relaxed); }
 
+    // The frames of a block that the deck sounded, [begin, end).
+    struct Span {
+        int begin = 0;
+        int end = 0;
+        [[nodiscard]] bool empty() const { return begin >= end; }
+    };
     // Render thread. Fills `frames` stereo frames of `stereo` with the deck's output for the
-    // output frames starting at `hostFrame`, and returns true; returns false, leaving
-    // `stereo` alone, when the deck is silent for the whole block. `wait`: offline, wait
-    // for the decoder instead of running dry.
-    bool render(float *stereo, int frames, uint64_t hostFrame, bool wait);
+    // output frames starting at `hostFrame` (zeros outside the returned span); an empty
+    // span leaves `stereo` alone. `wait`: offline, wait for the decoder instead of
+    // running dry.
+    Span render(float *stereo, int frames, uint64_t hostFrame, bool wait);
 
 private:
     enum class Pull { more, ended, failed, starved };
@@ -59,6 +67,12 @@ private:
     static uint64_t pack(uint32_t generation, State state) { return uint64_t(generation) << 8 | uint64_t(state); }
     void setState(State state) { m_control.store(pack(m_generation, state), std::memory_order_release); }
     void finish(uint32_t generation, Pull why);
+    struct Published {
+        uint32_t generation;
+        uint64_t hostFrame;
+        double fileFrame;
+    };
+    [[nodiscard]] Published published() const;
 
     // Render thread.
     bool adopt(uint32_t generation, bool wait);
@@ -83,22 +97,33 @@ private:
     std::atomic<int64_t> m_stopFrame { -1 }; // -1: the end of the file
     std::atomic<float> m_volume { 1 };
     std::atomic<double> m_rateWanted { 1 };
-    std::atomic<double> m_publishedFrame { 0 }; // file position of the next output frame
+    // Where the deck was after the last block it rendered: file position of its next
+    // output frame and the host frame that frame goes out on. Written by the render thread
+    // under a sequence counter (odd while writing) so the owner reads the three together.
+    std::atomic<uint32_t> m_publishSequence { 0 };
     std::atomic<uint32_t> m_publishedGeneration { 0 };
+    std::atomic<uint64_t> m_publishedHostFrame { 0 };
+    std::atomic<double> m_publishedFrame { 0 };
     std::atomic<uint64_t> m_underruns { 0 };
 
     // Render thread only.
     uint32_t m_feedGeneration = 0; // the generation the feed's frames belong to now
-    bool m_adopted = false;        // m_feedGeneration has had its start marker
+    bool m_adopted = false; // m_feedGeneration has had its start marker
     std::optional<Pull> m_feedEnd; // the current generation's end marker was reached
-    int64_t m_fileFrame = 0;       // file position of the next frame taken from the feed
-    bool m_stretching = false;     // the rate left 1 since the last load
-    bool m_lastFed = false;        // the stretcher has been told the stream ended
+    int64_t m_fileFrame = 0; // file position of the next frame taken from the feed
+    bool m_stretching = false; // the rate left 1 since the last load
+    bool m_lastFed = false; // the stretcher has been told the stream ended
     std::optional<Pull> m_stretchEnd;
-    double m_outputFrame = 0;      // file position of the next stretched output frame
+    double m_outputFrame = 0; // file position of the next stretched output frame
     float m_fader = 1;
     int m_waitPolls = 0;
     std::vector<float> m_scratch;
+    // The latest decoded frames played without the stretcher (a ring), to prime it when
+    // the rate first leaves 1 mid-play.
+    std::vector<float> m_history;
+    uint64_t m_historyFrames = 0; // written since the last load or seek
+    void remember(const float *stereo, int frames);
+    void enterStretch(double rate);
 
     DecodeWorker m_worker { m_feed }; // last: its thread stops before the feed goes away
 };

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <numeric>
+#include <type_traits>
 #include <vector>
 
 extern "C" {
@@ -24,6 +26,10 @@ constexpr qint64 kLossyPrerollFrames = 8192;
 constexpr int kMp3PrerollPackets = 10;
 // Frames the resampler is started ahead of a seek target, so its filter has settled.
 constexpr qint64 kResamplerLeadFrames = 512;
+// A few damaged frames (a glitch in a recorded stream) play as silence; this many in a row
+// is a file that cannot be read any more.
+constexpr int kMaxDamagedInARow = 64;
+constexpr int kMaxSilencedSeconds = 10;
 
 QString avError(int code)
 {
@@ -52,36 +58,79 @@ bool isLossless(AVCodecID codec)
     return d && (d->props & AV_CODEC_PROP_LOSSLESS) && !(d->props & AV_CODEC_PROP_LOSSY);
 }
 
-// One channel's sample `i` of a decoded frame as float; integer formats are scaled by
-// their full-scale value only, so that 16-bit audio comes out exactly as x / 32768.
-float sampleAt(const AVFrame *f, int channel, int i)
+// Integer formats are scaled by their full-scale value only, so that 16-bit audio comes out
+// exactly as x / 32768.
+template <typename T> float toFloat(T v)
+{
+    if constexpr (std::is_same_v<T, uint8_t>)
+        return float(int(v) - 128) * (1.0f / 128.0f);
+    else if constexpr (std::is_same_v<T, int16_t>)
+        return float(v) * (1.0f / 32768.0f);
+    else if constexpr (std::is_same_v<T, int32_t>)
+        return float(double(v) * (1.0 / 2147483648.0));
+    else if constexpr (std::is_same_v<T, int64_t>)
+        return float(double(v) * (1.0 / 9223372036854775808.0));
+    else
+        return float(v);
+}
+
+// A mono or stereo frame as interleaved stereo float, mono copied to both sides.
+template <typename T> void toStereo(const AVFrame *f, bool planar, float *out)
+{
+    const int n = f->nb_samples;
+    const bool mono = f->ch_layout.nb_channels == 1;
+    const auto *left = reinterpret_cast<const T *>(f->extended_data[0]);
+    if (mono) {
+        for (int i = 0; i < n; ++i)
+            out[2 * i] = out[2 * i + 1] = toFloat(left[i]);
+    } else if (planar) {
+        const auto *right = reinterpret_cast<const T *>(f->extended_data[1]);
+        for (int i = 0; i < n; ++i) {
+            out[2 * i] = toFloat(left[i]);
+            out[2 * i + 1] = toFloat(right[i]);
+        }
+    } else {
+        for (int i = 0; i < 2 * n; ++i)
+            out[i] = toFloat(left[i]);
+    }
+}
+
+// False for a sample format we do not know.
+bool toStereo(const AVFrame *f, float *out)
 {
     const auto fmt = AVSampleFormat(f->format);
-    const int channels = f->ch_layout.nb_channels;
     const bool planar = av_sample_fmt_is_planar(fmt);
-    const int idx = planar ? i : i * channels + channel;
-    const uint8_t *data = f->extended_data[planar ? channel : 0];
     switch (av_get_packed_sample_fmt(fmt)) {
     case AV_SAMPLE_FMT_U8:
-        return float(int(data[idx]) - 128) * (1.0f / 128.0f);
+        toStereo<uint8_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_S16:
-        return float(reinterpret_cast<const int16_t *>(data)[idx]) * (1.0f / 32768.0f);
+        toStereo<int16_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_S32:
-        return float(double(reinterpret_cast<const int32_t *>(data)[idx]) * (1.0 / 2147483648.0));
+        toStereo<int32_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_S64:
-        return float(double(reinterpret_cast<const int64_t *>(data)[idx]) * (1.0 / 9223372036854775808.0));
+        toStereo<int64_t>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_FLT:
-        return reinterpret_cast<const float *>(data)[idx];
+        toStereo<float>(f, planar, out);
+        return true;
     case AV_SAMPLE_FMT_DBL:
-        return float(reinterpret_cast<const double *>(data)[idx]);
+        toStereo<double>(f, planar, out);
+        return true;
     default:
-        return 0;
+        return false;
     }
 }
 
 class FfmpegDecoder final : public AudioDecoder {
 public:
-    FfmpegDecoder(const QString &path, int outputRate) : m_path(path), m_requestedRate(outputRate) {}
+    FfmpegDecoder(const QString &path, int outputRate)
+        : m_path(path)
+        , m_requestedRate(outputRate)
+    {
+    }
     ~FfmpegDecoder() override { closeAll(); }
 
     bool open(QString *error);
@@ -115,6 +164,9 @@ private:
     void finishInput();
     void emitOutput(const float *stereo, qint64 frames);
     bool fail(const QString &what);
+    // A frame the codec rejected: counted, and silence keeps the timeline (false once too
+    // many came in a row).
+    bool damagedFrame(int code);
     bool ensureMp3Walk();
 
     QString m_path;
@@ -127,7 +179,7 @@ private:
     AVCodecContext *m_codec = nullptr;
     AVPacket *m_packet = nullptr;
     AVFrame *m_frame = nullptr;
-    SwrContext *m_downmix = nullptr;   // more than two channels -> stereo, at the file rate
+    SwrContext *m_downmix = nullptr; // more than two channels -> stereo, at the file rate
     SwrContext *m_resampler = nullptr; // stereo at the file rate -> stereo at the output rate
     int m_stream = -1;
     AVRational m_timeBase { 1, 1 };
@@ -141,28 +193,30 @@ private:
     GaplessPlanner::Mp3Start m_mp3;
     GaplessPlanner::Mp3Trim m_mp3Trim;
     std::vector<qint64> m_mp3Offsets; // empty until walked
-    qint64 m_mp3Frames = 0;           // frames the length is made of
+    qint64 m_mp3Frames = 0; // frames the length is made of
     qint64 m_nextPacket = 0;
     QByteArray m_packetBytes;
 
     // File-rate bookkeeping (file frames, counted from the first frame a full decode delivers).
-    qint64 m_fileNext = 0;      // index of the next file frame the decoder will give
+    qint64 m_fileNext = 0; // index of the next file frame the decoder will give
     qint64 m_fileDropBelow = 0; // frames before this (a seek target) are thrown away
-    qint64 m_fileAccepted = 0;  // index one past the last file frame passed on
+    qint64 m_fileAccepted = 0; // index one past the last file frame passed on
     bool m_syncFromPts = false; // the next frame's place comes from its timestamp (after a seek)
-    bool m_restartedOnce = false;
+    bool m_resync = false; // frames were lost: the next frame's timestamp places it
+    int m_damagedInARow = 0;
+    bool m_restartedOnce = false; // a seek fell back to decoding from the start (once per seek)
     bool m_inputDone = false;
     bool m_flushed = false;
     bool m_failed = false;
-    std::vector<float> m_stage;     // one decoded frame as stereo float at the file rate
+    std::vector<float> m_stage; // one decoded frame as stereo float at the file rate
     std::vector<float> m_resampled; // the same at the output rate
 
     // Output-rate side.
     std::vector<float> m_pending; // stereo frames ready for read()
-    size_t m_pendingAt = 0;       // frames of m_pending already read
-    qint64 m_outDrop = 0;         // output frames still to drop after a resampled seek
+    size_t m_pendingAt = 0; // frames of m_pending already read
+    qint64 m_outDrop = 0; // output frames still to drop after a resampled seek
     qint64 m_pos = 0;
-    qint64 m_outProduced = 0; // output frames put into m_pending (or dropped) since the last seek, plus the seek target
+    qint64 m_outProduced = 0; // output index one past the last frame put into m_pending or dropped
     QString m_error;
 };
 
@@ -222,7 +276,7 @@ bool FfmpegDecoder::openContainer(QString *error)
     if (durationIsExact(m_fmt->iformat, st->codecpar->codec_id) && st->duration > 0) {
         m_info.fileLength = av_rescale_q(st->duration, m_timeBase, AVRational { 1, m_info.fileRate });
     } else if (isMovFamily(m_fmt->iformat) && st->codecpar->codec_id == AV_CODEC_ID_AAC && m_codec->frame_size > 0
-               && m_origin != AV_NOPTS_VALUE) {
+        && m_origin != AV_NOPTS_VALUE) {
         // FFmpeg drops the priming named by the edit list but decodes every packet whole,
         // the last one's padding included: the length ends one codec frame after the last
         // packet's timestamp.
@@ -331,7 +385,7 @@ bool FfmpegDecoder::resetResampler()
     swr_free(&m_resampler);
     AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
     if (swr_alloc_set_opts2(&m_resampler, &stereo, AV_SAMPLE_FMT_FLT, m_outRate, &stereo, AV_SAMPLE_FMT_FLT,
-                            m_info.fileRate, 0, nullptr)
+            m_info.fileRate, 0, nullptr)
         < 0)
         return false;
     return swr_init(m_resampler) >= 0;
@@ -360,6 +414,8 @@ bool FfmpegDecoder::restart()
 {
     m_fileNext = 0;
     m_fileAccepted = 0;
+    m_resync = false;
+    m_damagedInARow = 0;
     m_inputDone = false;
     m_flushed = false;
     m_syncFromPts = false;
@@ -422,7 +478,8 @@ bool FfmpegDecoder::seek(qint64 frame)
     } else if (fileTarget - m_lossyPreroll <= 0 || m_origin == AV_NOPTS_VALUE) {
         ok = restart();
     } else {
-        const qint64 ts = av_rescale_q(fileTarget - m_lossyPreroll + m_origin, AVRational { 1, m_info.fileRate }, m_timeBase);
+        const qint64 ts
+            = av_rescale_q(fileTarget - m_lossyPreroll + m_origin, AVRational { 1, m_info.fileRate }, m_timeBase);
         avcodec_flush_buffers(m_codec);
         const int rc = avformat_seek_file(m_fmt, m_stream, INT64_MIN, ts, ts, 0);
         if (rc < 0) {
@@ -431,6 +488,8 @@ bool FfmpegDecoder::seek(qint64 frame)
             m_inputDone = false;
             m_flushed = false;
             m_syncFromPts = true;
+            m_resync = false;
+            m_damagedInARow = 0;
         }
     }
     if (!ok) {
@@ -483,10 +542,13 @@ bool FfmpegDecoder::produce()
             // than a codec frame means the file lost its end under us.
             if (m_length >= 0 && m_outProduced < m_length) {
                 const qint64 missing = m_length - m_outProduced;
-                const qint64 tolerance = std::max<qint64>(4608, m_codec && m_codec->frame_size > 0 ? m_codec->frame_size : 0)
-                    * m_outRate / m_info.fileRate + 2;
+                const qint64 tolerance
+                    = std::max<qint64>(4608, m_codec && m_codec->frame_size > 0 ? m_codec->frame_size : 0) * m_outRate
+                        / m_info.fileRate
+                    + 2;
                 if (missing > tolerance && m_pos < m_length)
-                    return fail(QStringLiteral("%1 ends %2 frames early: truncated or damaged").arg(m_path).arg(missing));
+                    return fail(
+                        QStringLiteral("%1 ends %2 frames early: truncated or damaged").arg(m_path).arg(missing));
                 m_pending.assign(size_t(2 * missing), 0.0f);
                 m_outProduced = m_length;
                 return true;
@@ -545,16 +607,9 @@ bool FfmpegDecoder::sendNextPacket(bool *ended)
         const int rc = avcodec_send_packet(m_codec, m_packet);
         av_packet_unref(m_packet);
         ++m_nextPacket;
-        if (rc < 0 && rc != AVERROR_INVALIDDATA)
+        if (rc == AVERROR(ENOMEM))
             return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(rc)));
-        if (rc == AVERROR_INVALIDDATA) {
-            // A damaged frame keeps its place in time as silence.
-            m_stage.assign(size_t(2 * m_mp3.header.samplesPerFrame), 0.0f);
-            const qint64 index = m_fileNext;
-            m_fileNext += m_mp3.header.samplesPerFrame;
-            acceptFileFrames(index, m_stage.data(), m_mp3.header.samplesPerFrame);
-        }
-        return true;
+        return rc == 0 || damagedFrame(rc);
     }
     while (true) {
         const int rc = av_read_frame(m_fmt, m_packet);
@@ -571,9 +626,11 @@ bool FfmpegDecoder::sendNextPacket(bool *ended)
         }
         const int sent = avcodec_send_packet(m_codec, m_packet);
         av_packet_unref(m_packet);
-        if (sent < 0 && sent != AVERROR_INVALIDDATA)
+        // Decoders name damage in many ways (AAC's is often a bare -1); only running out
+        // of memory is no damage.
+        if (sent == AVERROR(ENOMEM))
             return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(sent)));
-        return true;
+        return sent == 0 || damagedFrame(sent);
     }
 }
 
@@ -588,7 +645,11 @@ bool FfmpegDecoder::decodeFrame()
         } else if (rc == AVERROR_EOF) {
             return false;
         } else if (rc != AVERROR(EAGAIN)) {
-            return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(rc)));
+            if (!damagedFrame(rc))
+                return false;
+            if (m_ownMp3)
+                return true;
+            continue;
         }
         if (got)
             break;
@@ -600,22 +661,23 @@ bool FfmpegDecoder::decodeFrame()
         if (m_fileAccepted != acceptedBefore)
             return true; // a damaged MP3 frame stood in by silence
     }
+    m_damagedInARow = 0;
     const int n = m_frame->nb_samples;
     const int channels = m_frame->ch_layout.nb_channels;
     m_stage.resize(size_t(2 * n));
     if (channels <= 2) {
-        for (int i = 0; i < n; ++i) {
-            const float l = sampleAt(m_frame, 0, i);
-            m_stage[2 * i] = l;
-            m_stage[2 * i + 1] = channels == 2 ? sampleAt(m_frame, 1, i) : l;
-        }
+        if (!toStereo(m_frame, m_stage.data()))
+            return fail(QStringLiteral("cannot decode %1: unknown sample format").arg(m_path));
     } else {
         if (!m_downmix) {
             AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;
             if (swr_alloc_set_opts2(&m_downmix, &stereo, AV_SAMPLE_FMT_FLT, m_frame->sample_rate, &m_frame->ch_layout,
-                                    AVSampleFormat(m_frame->format), m_frame->sample_rate, 0, nullptr)
-                    < 0
-                || swr_init(m_downmix) < 0)
+                    AVSampleFormat(m_frame->format), m_frame->sample_rate, 0, nullptr)
+                < 0)
+                return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
+            // Float output would carry the sum of five channels past full scale.
+            av_opt_set_double(m_downmix, "rematrix_maxval", 1.0, 0);
+            if (swr_init(m_downmix) < 0)
                 return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
         }
         uint8_t *outPlanes[] = { reinterpret_cast<uint8_t *>(m_stage.data()) };
@@ -624,12 +686,40 @@ bool FfmpegDecoder::decodeFrame()
             return fail(QStringLiteral("cannot mix %1 down to stereo").arg(m_path));
     }
 
+    if (m_origin == AV_NOPTS_VALUE && !m_ownMp3 && m_frame->sample_rate > 0
+        && m_frame->sample_rate != m_info.fileRate) {
+        // HE-AAC: the container names the core rate, the decoder delivers twice that. The
+        // first frame, decoded while opening, says which.
+        m_info.fileRate = m_frame->sample_rate;
+        if (m_requestedRate <= 0)
+            m_outRate = m_info.fileRate;
+        swr_free(&m_resampler);
+        if (!resetResampler())
+            return fail(QStringLiteral("cannot resample %1 to %2 Hz").arg(m_path).arg(m_outRate));
+    }
     qint64 index = m_fileNext;
     const int64_t pts = m_frame->best_effort_timestamp;
+    if (!m_ownMp3 && pts == AV_NOPTS_VALUE && m_syncFromPts) {
+        // After a seek, a frame without a timestamp has no known place.
+        m_syncFromPts = false;
+        av_frame_unref(m_frame);
+        return restart();
+    }
     if (!m_ownMp3 && pts != AV_NOPTS_VALUE) {
         const qint64 at = av_rescale_q(pts, m_timeBase, AVRational { 1, m_info.fileRate });
         if (m_origin == AV_NOPTS_VALUE)
             m_origin = at;
+        if (m_resync && !m_syncFromPts) {
+            // Frames were lost to damage: silence takes their place, so everything after
+            // stays where it belongs.
+            const qint64 placed = at - m_origin;
+            if (placed - m_fileNext > qint64(m_info.fileRate) * kMaxSilencedSeconds)
+                return fail(QStringLiteral("cannot decode %1: too much of it is damaged").arg(m_path));
+            std::vector<float> gap(size_t(2 * std::max<qint64>(placed - m_fileNext, 0)), 0.0f);
+            if (!gap.empty())
+                acceptFileFrames(m_fileNext, gap.data(), placed - m_fileNext);
+            index = placed;
+        }
         if (m_syncFromPts) {
             index = at - m_origin;
             m_syncFromPts = false;
@@ -641,15 +731,34 @@ bool FfmpegDecoder::decodeFrame()
             }
         }
     }
+    m_resync = false;
     av_frame_unref(m_frame);
     m_fileNext = index + n;
     acceptFileFrames(index, m_stage.data(), n);
     return true;
 }
 
+bool FfmpegDecoder::damagedFrame(int code)
+{
+    if (++m_damagedInARow > kMaxDamagedInARow)
+        return fail(QStringLiteral("cannot decode %1: %2").arg(m_path, avError(code)));
+    if (!m_ownMp3) {
+        m_resync = true; // the next frame's timestamp tells how much was lost
+        return true;
+    }
+    // One MP3 packet is one frame: silence of a frame's length keeps the rest in place.
+    const int spf = m_mp3.header.samplesPerFrame;
+    m_stage.assign(size_t(2 * spf), 0.0f);
+    const qint64 index = m_fileNext;
+    m_fileNext += spf;
+    acceptFileFrames(index, m_stage.data(), spf);
+    return true;
+}
+
 void FfmpegDecoder::acceptFileFrames(qint64 index, const float *stereo, qint64 frames)
 {
-    qint64 begin = std::max(index, m_fileDropBelow);
+    // Never the same frame twice, even when a timestamp after damage points back.
+    qint64 begin = std::max({ index, m_fileDropBelow, m_fileAccepted });
     qint64 end = index + frames;
     if (m_info.fileLength >= 0)
         end = std::min(end, m_info.fileLength);
@@ -690,6 +799,10 @@ void FfmpegDecoder::emitOutput(const float *stereo, qint64 frames)
 
 std::unique_ptr<AudioDecoder> AudioDecoder::open(const QString &path, int outputRate, QString *error)
 {
+    // Failures reach the user through our own errors; FFmpeg's console chatter ("Estimating
+    // duration from bitrate") would only clutter orvida-cli's stderr.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_FATAL); });
     QString ignored;
     QString &why = error ? *error : ignored;
     auto decoder = std::make_unique<FfmpegDecoder>(path, outputRate);

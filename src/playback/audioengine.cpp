@@ -8,6 +8,35 @@
 #include <cstring>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <xmmintrin.h>
+#endif
+
+namespace {
+
+// Filters ringing out in silence reach denormal numbers, which x86 computes a hundred
+// times slower: flushed to zero for the time of a render call (and restored, because the
+// offline caller's thread is not ours).
+class DenormalsToZero {
+public:
+#if defined(__SSE2__)
+    DenormalsToZero()
+        : m_saved(_mm_getcsr())
+    {
+        _mm_setcsr(m_saved | 0x8040); // flush-to-zero and denormals-are-zero
+    }
+    ~DenormalsToZero()
+    {
+        _mm_setcsr(m_saved);
+    }
+
+private:
+    unsigned m_saved;
+#endif
+};
+
+} // namespace
+
 struct AudioEngine::Impl {
     explicit Impl(const Options &o)
         : options(o)
@@ -28,6 +57,7 @@ struct AudioEngine::Impl {
     // the graph runs in blocks of at most blockFrames.
     void render(float *out, qint64 frames, bool wait)
     {
+        const DenormalsToZero denormalsToZero;
         while (frames > 0) {
             const int n = int(std::min<qint64>(frames, blockFrames));
             renderBlock(out, n, wait);
@@ -43,20 +73,28 @@ struct AudioEngine::Impl {
             return;
         }
         const quint64 host = hostFrame.load(std::memory_order_relaxed);
-        bool sounding = false;
+        // Where one deck sounds alone its frames are copied, not added to zeros: adding
+        // would turn a decoded -0.0f into +0.0f, and a lone deck, or the two sides of a
+        // gapless join, would no longer be bit-exact.
+        AudioDeck::Span mixed;
         for (auto &deck : decks) {
-            // The first deck that sounds is copied, not added to zeros: adding would turn a
-            // decoded -0.0f into +0.0f and a lone deck would no longer be bit-exact.
-            float *target = sounding ? deckBuffer.data() : out;
-            if (!deck->render(target, frames, host, wait))
+            float *target = mixed.empty() ? out : deckBuffer.data();
+            const AudioDeck::Span span = deck->render(target, frames, host, wait);
+            if (span.empty())
                 continue;
-            if (sounding) {
-                for (int i = 0; i < 2 * frames; ++i)
-                    out[i] += deckBuffer[size_t(i)];
+            if (mixed.empty()) {
+                mixed = span;
+                continue;
             }
-            sounding = true;
+            for (int i = span.begin; i < span.end; ++i) {
+                const bool overlap = i >= mixed.begin && i < mixed.end;
+                out[2 * i] = overlap ? out[2 * i] + deckBuffer[size_t(2 * i)] : deckBuffer[size_t(2 * i)];
+                out[2 * i + 1]
+                    = overlap ? out[2 * i + 1] + deckBuffer[size_t(2 * i + 1)] : deckBuffer[size_t(2 * i + 1)];
+            }
+            mixed = { std::min(mixed.begin, span.begin), std::max(mixed.end, span.end) };
         }
-        if (!sounding)
+        if (mixed.empty())
             std::memset(out, 0, sizeof(float) * size_t(2 * frames));
         const float target = masterVolume.load(std::memory_order_relaxed);
         if (target != master || master != 1.0f) {
@@ -232,6 +270,12 @@ std::optional<double> AudioEngine::position(int deck) const
     return dk ? dk->position(hostFrame()) : std::nullopt;
 }
 
+std::optional<quint64> AudioEngine::hostFrameAt(int deck, double sec) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->hostFrameAt(sec, hostFrame()) : std::nullopt;
+}
+
 double AudioEngine::duration(int deck) const
 {
     const AudioDeck *dk = d->deck(deck);
@@ -242,6 +286,23 @@ double AudioEngine::rate(int deck) const
 {
     const AudioDeck *dk = d->deck(deck);
     return dk ? dk->rate() : 1.0;
+}
+
+float AudioEngine::volume(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->volume() : 0.0f;
+}
+
+float AudioEngine::bandGain(int deck, int band) const
+{
+    AudioDeck *dk = d->deck(deck);
+    return dk ? dk->equaliser().gain(band) : 0.0f;
+}
+
+float AudioEngine::masterVolume() const
+{
+    return d->masterVolume.load(std::memory_order_relaxed);
 }
 
 qint64 AudioEngine::renderOffline(float *out, qint64 frames)

@@ -98,8 +98,16 @@ public:
     // File position of the frame the deck outputs next, in seconds; absent when the deck
     // is not playing or has not started yet.
     [[nodiscard]] std::optional<double> position(int deck) const;
+    // The output frame on which a playing (or scheduled) deck, at its present rate, will
+    // sound file position `sec`: exact at rate 1, so the next track of a gapless join is
+    // started with play(other, hostFrameAt(deck, duration(deck))). Absent when not playing.
+    [[nodiscard]] std::optional<quint64> hostFrameAt(int deck, double sec) const;
     [[nodiscard]] double duration(int deck) const; // exact, seconds; 0 when empty
     [[nodiscard]] double rate(int deck) const;
+    // The settings last made (the render thread reaches them within a block).
+    [[nodiscard]] float volume(int deck) const;
+    [[nodiscard]] float bandGain(int deck, int band) const;
+    [[nodiscard]] float masterVolume() const;
 
     // Offline output only: renders `frames` stereo frames into `out` on the calling thread.
     // Waits for the decoders instead of letting a deck run dry, so the result does not

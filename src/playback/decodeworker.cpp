@@ -70,7 +70,9 @@ void DecodeWorker::wake()
 
 void DecodeWorker::consumed()
 {
-    if (m_sleeping.load() && m_feed.frames.writable() >= 2 * kRefillFrames && m_sleeping.exchange(false))
+    // A worker asleep at the end of its file stays asleep: only a command has work for it.
+    if (m_sleeping.load() && m_canFill.load(std::memory_order_relaxed) && m_feed.frames.writable() >= 2 * kRefillFrames
+        && m_sleeping.exchange(false))
         wake();
 }
 
@@ -96,9 +98,10 @@ bool DecodeWorker::step()
     if (read < 0) {
         kind = FeedMarker::Kind::failed;
         m_error = m_decoder->lastError();
-    } else if (m_decoder->length() >= 0 && m_decoder->position() < m_decoder->length()) {
-        // The decoder found the end before the length the file announced: it was cut
-        // short under us, and its last seconds are not there to play.
+    } else if (m_decoder->length() >= 0 && m_decoder->position() < m_decoder->length() - m_decoder->outputRate() / 2) {
+        // The decoder found the end well before the length the file announced: it was cut
+        // short under us, and its last seconds are not there to play. (A few frames short
+        // is a header that rounds differently, not worth a failure after a whole track.)
         kind = FeedMarker::Kind::failed;
         m_error = QStringLiteral("The file ended early (%1 of %2 frames)")
                       .arg(m_decoder->position())

@@ -16,14 +16,14 @@ class AudioDecoder;
 // A note in a deck's feed telling the render thread what the frames from `atFrame` on are.
 struct FeedMarker {
     enum class Kind : uint8_t {
-        start,  // frames of `generation` begin here, at file frame `fileFrame`
-        end,    // `generation` has no more frames: the file ended
+        start, // frames of `generation` begin here, at file frame `fileFrame`
+        end, // `generation` has no more frames: the file ended
         failed, // `generation` has no more frames: the file could not be read
     };
     Kind kind = Kind::start;
     bool newSource = false; // start of a freshly loaded file rather than a seek
     uint32_t generation = 0;
-    uint64_t atFrame = 0;   // counted in frames ever pushed into the feed
+    uint64_t atFrame = 0; // counted in frames ever pushed into the feed
     int64_t fileFrame = 0;
 };
 

@@ -3,7 +3,8 @@
 #include "playback/audioengine.h"
 
 EngineDeck::EngineDeck(AudioEngine &engine, int index)
-    : m_engine(engine), m_index(index)
+    : m_engine(engine)
+    , m_index(index)
 {
 }
 

@@ -21,7 +21,7 @@ public:
 
     std::optional<Track> track;
     double startOffset = 0; // seconds: file position at which the current schedule began
-    quint64 startHost = 0;  // the output frame that schedule sounds from
+    quint64 startHost = 0; // the output frame that schedule sounds from
     std::optional<double> stopAt; // file position the deck was told to end at
 
     // Loads `track` positioned at `fromSec`, neutral; false with `error` set when the

@@ -86,7 +86,8 @@ void EqualiserBank::process(float *stereo, int frames)
         // What enters this band now (the buffer holds the output of the bands before it),
         // kept for priming after this block.
         const std::array<float, 4> entering = frames >= 2
-            ? std::array<float, 4> { stereo[2 * frames - 2], stereo[2 * frames - 1], stereo[2 * frames - 4], stereo[2 * frames - 3] }
+            ? std::array<float, 4> { stereo[2 * frames - 2], stereo[2 * frames - 1], stereo[2 * frames - 4],
+                  stereo[2 * frames - 3] }
             : std::array<float, 4> { stereo[0], stereo[1], band.history[0], band.history[1] };
         if (band.current.setting.active || band.rampDone < kRampFrames)
             processBand(band, stereo, frames);
@@ -105,7 +106,8 @@ void EqualiserBank::processBand(Band &band, float *stereo, int frames)
             const float t = float(band.rampDone + i + 1) / float(kRampFrames);
             for (int ch = 0; ch < 2; ++ch) {
                 const float in = stereo[2 * i + ch];
-                const float a = prev.setting.active ? Biquad::process(prev.coefficients, prev.state[size_t(ch)], in) : in;
+                const float a
+                    = prev.setting.active ? Biquad::process(prev.coefficients, prev.state[size_t(ch)], in) : in;
                 const float b = cur.setting.active ? Biquad::process(cur.coefficients, cur.state[size_t(ch)], in) : in;
                 stereo[2 * i + ch] = a + (b - a) * t;
             }

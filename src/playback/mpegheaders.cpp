@@ -11,35 +11,37 @@ namespace GaplessPlanner {
 
 namespace {
 
-// kbit/s by [MPEG-1?][layer - 1][index]; index 0 (free format) and 15 are not accepted.
-constexpr std::array<std::array<std::array<int, 16>, 3>, 2> kBitrates = { {
-    { { // MPEG-2 and 2.5
-        { 0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256, 0 },
-        { 0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0 },
-        { 0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0 },
-    } },
-    { { // MPEG-1
-        { 0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448, 0 },
-        { 0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0 },
-        { 0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 0 },
-    } },
-} };
-constexpr std::array<int, 3> kMpeg1Rates = { 44100, 48000, 32000 };
+    // kbit/s by [MPEG-1?][layer - 1][index]; index 0 (free format) and 15 are not accepted.
+    constexpr std::array<std::array<std::array<int, 16>, 3>, 2> kBitrates = { {
+        { {
+            // MPEG-2 and 2.5
+            { 0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256, 0 },
+            { 0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0 },
+            { 0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0 },
+        } },
+        { {
+            // MPEG-1
+            { 0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448, 0 },
+            { 0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0 },
+            { 0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 0 },
+        } },
+    } };
+    constexpr std::array<int, 3> kMpeg1Rates = { 44100, 48000, 32000 };
 
-constexpr qint64 kMaxId3SearchBytes = 0x80000;
-constexpr qint64 kFirstFrameSearchBytes = 65536;
-// Junk a walk skips between two frames before it gives up on the rest of the file.
-constexpr qint64 kMaxResyncBytes = 65536;
+    constexpr qint64 kMaxId3SearchBytes = 0x80000;
+    constexpr qint64 kFirstFrameSearchBytes = 65536;
+    // Junk a walk skips between two frames before it gives up on the rest of the file.
+    constexpr qint64 kMaxResyncBytes = 65536;
 
-bool sameStream(const FrameHeader &a, const FrameHeader &b)
-{
-    return a.version == b.version && a.layer == b.layer && a.sampleRate == b.sampleRate;
-}
+    bool sameStream(const FrameHeader &a, const FrameHeader &b)
+    {
+        return a.version == b.version && a.layer == b.layer && a.sampleRate == b.sampleRate;
+    }
 
-bool printable(uchar c)
-{
-    return c >= 0x20 && c <= 0x7E;
-}
+    bool printable(uchar c)
+    {
+        return c >= 0x20 && c <= 0x7E;
+    }
 
 } // namespace
 
@@ -100,7 +102,8 @@ std::optional<XingInfo> parseXing(std::span<const uchar> frame, const FrameHeade
     at += (flags & 2) ? 4 : 0;
     at += (flags & 4) ? 100 : 0;
     at += (flags & 8) ? 4 : 0;
-    if (frame.size() < at + 24 || !std::all_of(frame.begin() + qsizetype(at), frame.begin() + qsizetype(at) + 4, printable))
+    if (frame.size() < at + 24
+        || !std::all_of(frame.begin() + qsizetype(at), frame.begin() + qsizetype(at) + 4, printable))
         return info;
     const uchar *tag = frame.data() + at;
     info.hasEncoderTag = true;
@@ -137,7 +140,8 @@ std::optional<Smpb> findSMPB(std::span<const uchar> bytes)
             w.append(c).append('\0');
         return w;
     }();
-    const QByteArray haystack = QByteArray::fromRawData(reinterpret_cast<const char *>(bytes.data()), qsizetype(bytes.size()));
+    const QByteArray haystack
+        = QByteArray::fromRawData(reinterpret_cast<const char *>(bytes.data()), qsizetype(bytes.size()));
     for (const QByteArray &needle : { kNarrow, kWide }) {
         qsizetype from = 0;
         while (true) {
@@ -241,7 +245,9 @@ std::vector<qint64> walkFrames(QIODevice &file, const Mp3Start &start)
         auto h = frameHeader(bytesAt(pos));
         if (!h || !sameStream(*h, start.header)) {
             const auto b = bytesAt(pos);
-            if (b.size() >= 3 && (std::memcmp(b.data(), "TAG", 3) == 0 || (b.size() >= 8 && std::memcmp(b.data(), "APETAGEX", 8) == 0)))
+            if (b.size() >= 3
+                && (std::memcmp(b.data(), "TAG", 3) == 0
+                    || (b.size() >= 8 && std::memcmp(b.data(), "APETAGEX", 8) == 0)))
                 break;
             // Resynchronise: the next header of the same stream that another one follows.
             qint64 found = -1;

@@ -18,15 +18,15 @@ namespace GaplessPlanner {
 
 // One MPEG audio frame header (4 bytes), as the MPEG-1/2/2.5 standard lays it out.
 struct FrameHeader {
-    int version = 1;        // 1, 2, or 25 (MPEG 2.5)
-    int layer = 3;          // 1, 2 or 3
+    int version = 1; // 1, 2, or 25 (MPEG 2.5)
+    int layer = 3; // 1, 2 or 3
     int bitrateKbps = 0;
-    int sampleRate = 0;     // Hz
+    int sampleRate = 0; // Hz
     int channels = 2;
     bool padding = false;
-    int frameBytes = 0;     // whole frame including the header
+    int frameBytes = 0; // whole frame including the header
     int samplesPerFrame = 0; // 384, 1152 or 576 (Layer III of MPEG-2/2.5)
-    int sideInfoBytes = 0;  // Layer III side information after the header (0 for layers I/II)
+    int sideInfoBytes = 0; // Layer III side information after the header (0 for layers I/II)
 };
 
 // Absent for bytes that are no valid header (no sync, reserved values, free format).
@@ -36,9 +36,9 @@ struct FrameHeader {
 struct XingInfo {
     std::optional<qint64> frames; // audio frames after this one
     bool hasEncoderTag = false;
-    QByteArray encoder;           // the 4 printable bytes that start the encoder name ("LAME", "Lavc")
-    int delay = 0;                // encoder delay in samples (12 bits)
-    int padding = 0;              // encoder padding in samples (12 bits)
+    QByteArray encoder; // the 4 printable bytes that start the encoder name ("LAME", "Lavc")
+    int delay = 0; // encoder delay in samples (12 bits)
+    int padding = 0; // encoder padding in samples (12 bits)
 };
 
 // `frame` starts at the frame header. Absent when neither "Xing" nor "Info" follows the
@@ -61,9 +61,9 @@ struct Smpb {
 
 // Where an MP3's audio starts and what its first frame says.
 struct Mp3Start {
-    FrameHeader header;          // of the first frame
+    FrameHeader header; // of the first frame
     qint64 firstFrameOffset = 0; // byte offset of the first frame (the tag frame when there is one)
-    qint64 audioOffset = 0;      // byte offset of the first audio frame (after a Xing/Info/VBRI frame)
+    qint64 audioOffset = 0; // byte offset of the first audio frame (after a Xing/Info/VBRI frame)
     std::optional<XingInfo> xing;
     std::optional<qint64> vbriFrames;
     std::optional<Smpb> id3Smpb; // from an ID3v2 tag of at most 512 KiB

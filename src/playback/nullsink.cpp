@@ -33,8 +33,8 @@ void NullSink::stop()
 void NullSink::run()
 {
     using Clock = std::chrono::steady_clock;
-    const auto blockTime = std::chrono::duration_cast<Clock::duration>(
-        std::chrono::duration<double>(double(m_blockFrames) / m_rate));
+    const auto blockTime
+        = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(double(m_blockFrames) / m_rate));
     auto due = Clock::now();
     while (m_running.load(std::memory_order_relaxed)) {
         m_render(m_context, m_buffer.data(), m_blockFrames);

@@ -4,6 +4,7 @@
 #include "library/transitionsettings.h"
 #include "platform/preferences.h"
 #include "playback/audioengine.h"
+#include "playback/gaplessplanner.h"
 #include "playback/playerimpl.h"
 #include "playback/transitionmath.h"
 #include "playback/wavwriter.h"
@@ -26,8 +27,12 @@ bool readAlbumGapless()
 } // namespace
 
 Player::Impl::Impl(Player &owner, AudioEngine &audio, TransitionSettings &transitionSettings, LibraryStore *store)
-    : q(owner), engine(audio), settings(transitionSettings), library(store),
-      decks { EngineDeck(audio, 0), EngineDeck(audio, 1) }, albumGapless(readAlbumGapless())
+    : q(owner)
+    , engine(audio)
+    , settings(transitionSettings)
+    , library(store)
+    , decks { EngineDeck(audio, 0), EngineDeck(audio, 1) }
+    , albumGapless(readAlbumGapless())
 {
 }
 
@@ -41,20 +46,6 @@ std::optional<Track> Player::Impl::currentTrack() const
     if (!hasCurrent)
         return std::nullopt;
     return decks[size_t(cur)].track;
-}
-
-std::optional<std::pair<double, quint64>> Player::Impl::currentPositionAt()
-{
-    // The real-time outputs advance both between two reads; a pair read inside one
-    // unchanged host frame belongs together.
-    for (int attempt = 0; attempt < 8; ++attempt) {
-        const quint64 before = engine.hostFrame();
-        const std::optional<double> pos = current().position();
-        if (engine.hostFrame() == before)
-            return pos ? std::optional(std::pair(*pos, before)) : std::nullopt;
-    }
-    const std::optional<double> pos = current().position();
-    return pos ? std::optional(std::pair(*pos, engine.hostFrame())) : std::nullopt;
 }
 
 void Player::Impl::setStatus(Status s)
@@ -99,6 +90,7 @@ void Player::Impl::startFrom(std::optional<int> index, const QList<int> &passedO
             current().play(engine.hostFrame());
             engine.setPaused(false);
             hasCurrent = true;
+            queueFinished = false;
             counted = false;
             setStatus(Status::playing);
             Q_EMIT q.currentTrackChanged(track, *index);
@@ -117,6 +109,7 @@ void Player::Impl::startFrom(std::optional<int> index, const QList<int> &passedO
 
 void Player::Impl::endQueue()
 {
+    queueFinished = true;
     resetTransitions();
     decks[0].unload();
     decks[1].unload();
@@ -147,19 +140,23 @@ void Player::Impl::countPlay()
             track.playCount = stored->playCount;
             if (!library->save(*stored))
                 qWarning("Player: the play count of track %lld was not saved: %s", track.id,
-                         qPrintable(library->lastError()));
+                    qPrintable(library->lastError()));
         }
     }
     Q_EMIT q.trackPlayed(track);
 }
 
 Player::Player(AudioEngine &engine, TransitionSettings &settings, LibraryStore *library, QObject *parent)
-    : QObject(parent), d(std::make_unique<Impl>(*this, engine, settings, library))
+    : QObject(parent)
+    , d(std::make_unique<Impl>(*this, engine, settings, library))
 {
     d->timer.setInterval(kTickIntervalMs);
     d->timer.setTimerType(Qt::PreciseTimer);
     connect(&d->timer, &QTimer::timeout, this, &Player::transitionTick);
     engine.setMasterVolume(float(d->volume));
+    d->planners[TransitionMode::gapless] = [](const Track &from, const Track &to) {
+        return GaplessPlanner::plan(from.filePath.value_or(QString()), to.filePath.value_or(QString()));
+    };
 }
 
 Player::~Player()
@@ -192,7 +189,8 @@ void Player::play()
         d->engine.setPaused(false);
         d->setStatus(Status::playing);
     } else if (d->status == Status::stopped && !d->queue.isEmpty()) {
-        d->startFrom(std::max(d->queue.current(), 0));
+        // After the end of the queue, play starts it over; after a stop, where it stood.
+        d->startFrom(d->queueFinished || d->queue.current() < 0 ? d->queue.firstInOrder() : d->queue.current());
     }
 }
 
@@ -310,16 +308,46 @@ void Player::setVolume(double volume)
     Q_EMIT volumeChanged(v);
 }
 
-Player::Status Player::status() const { return d->status; }
-const QList<Track> &Player::queue() const { return d->queue.tracks(); }
-int Player::currentIndex() const { return d->hasCurrent ? d->queue.current() : -1; }
-std::optional<Track> Player::currentTrack() const { return d->currentTrack(); }
-bool Player::shuffle() const { return d->queue.shuffle(); }
-Player::Repeat Player::repeat() const { return Repeat(int(d->queue.repeat())); }
-double Player::volume() const { return d->volume; }
-const MixState &Player::mixState() const { return d->mix; }
-int Player::currentDeck() const { return d->cur; }
-bool Player::albumGapless() const { return d->albumGapless; }
+Player::Status Player::status() const
+{
+    return d->status;
+}
+const QList<Track> &Player::queue() const
+{
+    return d->queue.tracks();
+}
+int Player::currentIndex() const
+{
+    return d->hasCurrent ? d->queue.current() : -1;
+}
+std::optional<Track> Player::currentTrack() const
+{
+    return d->currentTrack();
+}
+bool Player::shuffle() const
+{
+    return d->queue.shuffle();
+}
+Player::Repeat Player::repeat() const
+{
+    return Repeat(int(d->queue.repeat()));
+}
+double Player::volume() const
+{
+    return d->volume;
+}
+const MixState &Player::mixState() const
+{
+    return d->mix;
+}
+int Player::currentDeck() const
+{
+    return d->cur;
+}
+bool Player::albumGapless() const
+{
+    return d->albumGapless;
+}
 
 QList<Track> Player::upNext() const
 {

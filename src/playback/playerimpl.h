@@ -25,11 +25,12 @@ struct Player::Impl {
     PlayQueue queue;
     Status status = Status::stopped;
     bool hasCurrent = false; // queue.current() is loaded on decks[cur]
-    bool counted = false;    // the current play was counted
+    bool counted = false; // the current play was counted
+    bool queueFinished = false; // the queue played to its end (play() starts it over)
     double volume = 1;
     MixState mix;
     TransitionMode planMode = TransitionMode::off; // the mode that made mix.plan
-    int nextIndex = -1;  // queue index of mix.nextTrack
+    int nextIndex = -1; // queue index of mix.nextTrack
     QList<int> nextPassedOver; // entries without a file between the current one and it
     int shuffleNextIndex = -1; // queue index of mix.shuffleNext's track
     std::map<TransitionMode, Planner> planners;
@@ -42,8 +43,6 @@ struct Player::Impl {
     [[nodiscard]] EngineDeck &other() { return decks[size_t(1 - cur)]; }
     [[nodiscard]] int sampleRate() const;
     [[nodiscard]] std::optional<Track> currentTrack() const;
-    // The current deck's file position and the host frame it belongs to, read together.
-    [[nodiscard]] std::optional<std::pair<double, quint64>> currentPositionAt();
 
     // Queue and controls (player.cpp).
     void setStatus(Status s);
@@ -61,7 +60,9 @@ struct Player::Impl {
     void refreshPlanIfNeeded();
     [[nodiscard]] std::optional<std::pair<int, Track>> upcomingTrack();
     [[nodiscard]] TransitionMode effectiveMode(const Track &from, const Track &to) const;
-    bool startTransition(const TransitionPlan &plan, const Track &next, double outgoingPosition, quint64 hostNow);
+    // Loads the incoming deck and schedules its first frame on output frame `startHost`,
+    // the one on which the outgoing deck reaches the plan's start.
+    bool startTransition(const TransitionPlan &plan, const Track &next, quint64 startHost);
     void runActiveTransition();
     void adoptIncoming(ActiveTransition &active);
     void finishTransition(const ActiveTransition &active);

@@ -51,21 +51,26 @@ void Player::Impl::transitionTick()
 
     refreshPlanIfNeeded();
     collectPlan();
+    if (mix.plan && !mix.nextTrack) {
+        if (current().stopAt != mix.plan->outgoingEnd && mix.plan->outgoingEnd < engine.duration(cur))
+            current().setStopAt(mix.plan->outgoingEnd);
+        return;
+    }
     if (!mix.plan || !mix.nextTrack)
         return;
-    const auto at = currentPositionAt();
-    if (!at)
+    // The engine answers from one snapshot of the render thread's clock and the deck's
+    // place, so the frame is exact however far the output ran between two calls here.
+    const std::optional<double> pos = current().position();
+    const std::optional<quint64> startHost = engine.hostFrameAt(cur, mix.plan->outgoingStart);
+    if (!pos || !startHost)
         return;
-    const auto [pos, hostNow] = *at;
-    const double rate = engine.rate(cur);
-    const qint64 framesLeft = TransitionMath::framesUntil(pos, mix.plan->outgoingStart, rate, sampleRate());
-    if (framesLeft > qint64(Player::kLookaheadSec * sampleRate()))
+    if (*startHost > engine.hostFrame() + quint64(Player::kLookaheadSec * sampleRate()))
         return;
     // A start that has already passed (a plan that came late, a seek past it) still runs
     // when it has an overlap; a join without one would only cut the end off.
-    if (framesLeft == 0 && mix.plan->fadeDuration <= 0 && pos > mix.plan->outgoingStart + 0.05)
+    if (mix.plan->fadeDuration <= 0 && *pos > mix.plan->outgoingStart + 0.05)
         return;
-    startTransition(*mix.plan, *mix.nextTrack, pos, hostNow);
+    startTransition(*mix.plan, *mix.nextTrack, *startHost);
 }
 
 void Player::Impl::collectPlan()
@@ -112,19 +117,28 @@ void Player::Impl::refreshPlanIfNeeded()
 {
     const auto upcoming = upcomingTrack();
     const std::optional<Track> playing = currentTrack();
+    if (playing && !upcoming && modeOverride.value_or(settings.mode()) == TransitionMode::gapless) {
+        // The last track ends where its music does, not after the encoder's padding: the
+        // gapless plan from it into itself says where that is.
+        const QString key = QStringLiteral("end|%1|%2").arg(playing->filePath.value_or(QString())).arg(queue.current());
+        if (mix.key == key)
+            return;
+        settleTransition();
+        mix.key = key;
+        planMode = TransitionMode::gapless;
+        if (const auto planner = planners.find(TransitionMode::gapless); planner != planners.end())
+            mix.planTask = planner->second(*playing, *playing);
+        return;
+    }
     if (!upcoming || !playing) {
-        mix.key.reset();
-        mix.nextTrack.reset();
-        mix.plan.reset();
-        mix.planTask.reset();
-        nextIndex = -1;
+        settleTransition();
         return;
     }
     const auto &[index, next] = *upcoming;
     const TransitionMode mode = effectiveMode(*playing, next);
     const QString key = QStringLiteral("%1|%2|%3|%4|%5")
                             .arg(TransitionModes::rawValue(mode), playing->filePath.value_or(QString()),
-                                 next.filePath.value_or(QString()))
+                                next.filePath.value_or(QString()))
                             .arg(queue.current())
                             .arg(index);
     if (mix.key == key)
@@ -141,8 +155,7 @@ void Player::Impl::refreshPlanIfNeeded()
     mix.planTask = planner->second(*playing, next);
 }
 
-bool Player::Impl::startTransition(const TransitionPlan &plan, const Track &next, double outgoingPosition,
-                                   quint64 hostNow)
+bool Player::Impl::startTransition(const TransitionPlan &plan, const Track &next, quint64 startHost)
 {
     EngineDeck &outgoing = current();
     EngineDeck &incoming = other();
@@ -153,11 +166,6 @@ bool Player::Impl::startTransition(const TransitionPlan &plan, const Track &next
         settleTransition();
         return false;
     }
-    // The incoming deck's first frame is the output frame on which the outgoing deck
-    // reaches the plan's start; at rate 1 that is exact, so a join without a fade has
-    // neither a gap nor an overlap of a single frame.
-    const quint64 startHost = TransitionMath::hostFrameAt(hostNow, outgoingPosition, plan.outgoingStart,
-                                                          engine.rate(cur), sampleRate());
     if (plan.incomingRate != 1)
         engine.setRate(incoming.index(), plan.incomingRate);
     if (plan.fadeDuration > 0)

@@ -69,7 +69,7 @@ private:
 
     QList<Track> m_tracks;
     std::vector<int> m_order; // indices of m_tracks in play order
-    int m_pos = -1;           // position of the current entry in m_order
+    int m_pos = -1; // position of the current entry in m_order
     // The next round's order once the end of a shuffled round asked for it.
     std::vector<int> m_nextRound;
     std::vector<bool> m_unplayable; // per entry of m_tracks

@@ -4,8 +4,8 @@
 
 namespace {
 
-int callback(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *,
-             PaStreamCallbackFlags, void *userData)
+int callback(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags,
+    void *userData)
 {
     auto *sink = static_cast<std::pair<AudioSink::RenderFunction, void *> *>(userData);
     sink->first(sink->second, static_cast<float *>(output), int(frames));
@@ -55,8 +55,10 @@ bool PortAudioSink::start(QString *error)
     out.suggestedLatency = info ? info->defaultLowOutputLatency : 0.05;
     m_target = { m_render, m_context };
     PaStream *stream = nullptr;
-    if (const PaError e = Pa_OpenStream(&stream, nullptr, &out, m_rate, unsigned(m_blockFrames), paClipOff,
-                                        callback, &m_target);
+    // PortAudio clips what lies beyond full scale (two decks at full level in a fade can
+    // add up to more): converted unclipped to the device's integers it would wrap around.
+    if (const PaError e
+        = Pa_OpenStream(&stream, nullptr, &out, m_rate, unsigned(m_blockFrames), paNoFlag, callback, &m_target);
         e != paNoError)
         return fail(paError("Cannot open the audio output", e));
     m_stream = stream;

@@ -21,5 +21,5 @@ private:
     void *m_context;
     std::pair<RenderFunction, void *> m_target; // what the device callback receives
     bool m_initialised = false; // Pa_Initialize() succeeded and awaits its Pa_Terminate()
-    void *m_stream = nullptr;   // PaStream
+    void *m_stream = nullptr; // PaStream
 };

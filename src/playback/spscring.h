@@ -15,8 +15,7 @@
 // The counters run freely (64 bits never wrap in practice) and count every item ever
 // pushed or popped; that lets the producer tag positions in the stream ("from item N on,
 // ...") and the consumer recognise them.
-template<typename T>
-class SpscRing {
+template <typename T> class SpscRing {
     static_assert(std::is_trivially_copyable_v<T>);
 
 public:

@@ -15,8 +15,7 @@ TimeStretch::TimeStretch(int sampleRate, int maxFrames)
     // The finer (R3) engine with its short window: the faster R2 engine lowers a steady
     // tone by about 1 % at rate 1.05 (440 Hz comes out at 435 Hz), an audible detune, while
     // R3's standard window costs about four times the CPU of the short one.
-    m_stretcher = std::make_unique<RubberBandStretcher>(
-        size_t(sampleRate), 2,
+    m_stretcher = std::make_unique<RubberBandStretcher>(size_t(sampleRate), 2,
         RubberBandStretcher::OptionProcessRealTime | RubberBandStretcher::OptionEngineFiner
             | RubberBandStretcher::OptionWindowShort | RubberBandStretcher::OptionChannelsTogether);
     m_stretcher->setMaxProcessSize(size_t(maxFrames));
@@ -25,23 +24,35 @@ TimeStretch::TimeStretch(int sampleRate, int maxFrames)
 
 TimeStretch::~TimeStretch() = default;
 
-void TimeStretch::restart(double rate)
+void TimeStretch::restart(double rate, const float *before, int beforeFrames)
 {
     m_stretcher->reset();
     m_rate = rate;
     m_stretcher->setTimeRatio(1.0 / rate);
-    std::fill(m_left.begin(), m_left.end(), 0.0f);
-    std::fill(m_right.begin(), m_right.end(), 0.0f);
+    // The pad, right-aligned: silence, then the end of `before`.
+    const int pad = padFrames();
+    const int known = std::min(beforeFrames, pad);
+    const float *tail = before ? before + 2 * (beforeFrames - known) : nullptr;
     float *channels[2] = { m_left.data(), m_right.data() };
-    for (size_t pad = m_stretcher->getPreferredStartPad(); pad > 0;) {
-        const size_t n = std::min(pad, size_t(m_maxFrames));
-        m_stretcher->process(channels, n, false);
-        pad -= n;
+    for (int done = 0; done < pad;) {
+        const int n = std::min(pad - done, m_maxFrames);
+        for (int i = 0; i < n; ++i) {
+            const int fromTail = done + i - (pad - known);
+            m_left[size_t(i)] = fromTail >= 0 && tail ? tail[2 * fromTail] : 0.0f;
+            m_right[size_t(i)] = fromTail >= 0 && tail ? tail[2 * fromTail + 1] : 0.0f;
+        }
+        m_stretcher->process(channels, size_t(n), false);
+        done += n;
     }
     m_discard = int(m_stretcher->getStartDelay());
     m_expectedOutput = 0;
     m_retrieved = 0;
     m_last = false;
+}
+
+int TimeStretch::padFrames() const
+{
+    return int(m_stretcher->getPreferredStartPad());
 }
 
 void TimeStretch::setRate(double rate)
@@ -57,7 +68,7 @@ int TimeStretch::framesWanted() const
     return int(std::clamp<size_t>(m_stretcher->getSamplesRequired(), 1, size_t(m_maxFrames)));
 }
 
-void TimeStretch::feed(const float *stereo, int frames, bool last)
+void TimeStretch::feed(const float *stereo, int frames)
 {
     frames = std::min(frames, m_maxFrames);
     for (int i = 0; i < frames; ++i) {
@@ -65,9 +76,27 @@ void TimeStretch::feed(const float *stereo, int frames, bool last)
         m_right[size_t(i)] = stereo[2 * i + 1];
     }
     const float *channels[2] = { m_left.data(), m_right.data() };
-    m_stretcher->process(channels, size_t(frames), last);
+    m_stretcher->process(channels, size_t(frames), false);
     m_expectedOutput += frames / m_rate;
-    m_last = m_last || last;
+}
+
+void TimeStretch::finish()
+{
+    if (m_last)
+        return;
+    // The R3 engine drops the input it still holds when the final call brings no frames,
+    // so the end goes in with a start pad's worth of silence behind it; retrieve() cuts
+    // the output where the real frames end.
+    std::fill(m_left.begin(), m_left.end(), 0.0f);
+    std::fill(m_right.begin(), m_right.end(), 0.0f);
+    const float *channels[2] = { m_left.data(), m_right.data() };
+    size_t pad = std::max<size_t>(m_stretcher->getPreferredStartPad(), 1);
+    while (pad > 0) {
+        const size_t n = std::min(pad, size_t(m_maxFrames));
+        pad -= n;
+        m_stretcher->process(channels, n, pad == 0);
+    }
+    m_last = true;
 }
 
 int TimeStretch::available() const

@@ -26,16 +26,23 @@ public:
     TimeStretch &operator=(const TimeStretch &) = delete;
 
     // Forgets all audio and starts a new stream at `rate` (output runs 1/rate as long).
-    void restart(double rate);
+    // `before` (interleaved, `beforeFrames` long) is what preceded the stream, if anything:
+    // it fills the stretcher's start pad instead of silence, so that a stream taken over
+    // from plain playback continues without a step.
+    void restart(double rate, const float *before = nullptr, int beforeFrames = 0);
+    // How much of what came before restart() can use.
+    [[nodiscard]] int padFrames() const;
     void setRate(double rate);
     [[nodiscard]] double rate() const { return m_rate; }
 
     // How many input frames the stretcher wants before it can give more output (at most
     // maxFrames).
     [[nodiscard]] int framesWanted() const;
-    // Feeds up to maxFrames frames; `last` marks the end of the stream (then `frames` may be 0).
-    void feed(const float *stereo, int frames, bool last);
-    // Frames ready to retrieve; -1 once everything after a `last` feed has been retrieved.
+    // Feeds up to maxFrames frames.
+    void feed(const float *stereo, int frames);
+    // The stream has ended: what the stretcher still holds comes out.
+    void finish();
+    // Frames ready to retrieve; -1 once everything after finish() has been retrieved.
     [[nodiscard]] int available() const;
     // Copies up to `frames` frames out; returns how many.
     int retrieve(float *stereo, int frames);

@@ -29,8 +29,8 @@ BandGains bassSwapGains(double bassSwapAt, double p) noexcept
     return { float(u * kBassSwapCutDb), float((1 - u) * kBassSwapCutDb) };
 }
 
-bool finished(const TransitionPlan &plan, double p, double elapsedSec,
-              std::optional<double> outgoingPositionSec) noexcept
+bool finished(
+    const TransitionPlan &plan, double p, double elapsedSec, std::optional<double> outgoingPositionSec) noexcept
 {
     if (p < 1)
         return false;
@@ -61,11 +61,6 @@ qint64 framesUntil(double positionSec, double targetSec, double rate, int sample
     if (rate == 1 || !(rate > 0))
         return fileFrames;
     return qint64(std::ceil(double(fileFrames) / rate));
-}
-
-quint64 hostFrameAt(quint64 hostNow, double positionSec, double targetSec, double rate, int sampleRate) noexcept
-{
-    return hostNow + quint64(framesUntil(positionSec, targetSec, rate, sampleRate));
 }
 
 } // namespace TransitionMath

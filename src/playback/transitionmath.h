@@ -37,8 +37,8 @@ struct BandGains {
 // reached its end (or fell silent: no position), or the fade has run its course and the
 // time the outgoing deck still had is up (half a second of grace for a join without a
 // fade, where the end is the whole point).
-[[nodiscard]] bool finished(const TransitionPlan &plan, double p, double elapsedSec,
-                            std::optional<double> outgoingPositionSec) noexcept;
+[[nodiscard]] bool finished(
+    const TransitionPlan &plan, double p, double elapsedSec, std::optional<double> outgoingPositionSec) noexcept;
 
 // Rate of a deck returning from `startRate` to 1 over `durationSec`, `elapsedSec` into the
 // return: a straight line that ends on exactly 1.
@@ -47,14 +47,9 @@ struct BandGains {
 // A file position in seconds as the frame the engine counts it as.
 [[nodiscard]] qint64 frameAt(double seconds, int sampleRate) noexcept;
 
-// The output frame on which a deck that is at file position `positionSec` on output frame
-// `hostNow`, playing at `rate`, reaches file position `targetSec`; `hostNow` when that has
-// passed. At rate 1 this is exact to the frame, which is what lets the next deck start on
-// the frame after the last one of the outgoing deck.
-[[nodiscard]] quint64 hostFrameAt(quint64 hostNow, double positionSec, double targetSec, double rate,
-                                  int sampleRate) noexcept;
-
-// Frames from a position to a target (0 when the target has passed), at `rate`.
+// Output frames from a file position to a target (0 when the target has passed) at
+// `rate`: exact at rate 1, which is what lets the offline render end a block on the
+// frame where a deck ends.
 [[nodiscard]] qint64 framesUntil(double positionSec, double targetSec, double rate, int sampleRate) noexcept;
 
 } // namespace TransitionMath

@@ -37,8 +37,10 @@ const Case kCases[] = {
     { "mp3_lame_stereo_44k", "mp3", 44100, 2, { "-c:a", "libmp3lame", "-b:a", "128k" }, "mp3", false },
     { "mp3_lame_mono_48k", "mp3", 48000, 1, { "-c:a", "libmp3lame", "-q:a", "4" }, "mp3", false },
     { "mp3_lame_vbr_stereo_48k", "mp3", 48000, 2, { "-c:a", "libmp3lame", "-q:a", "2" }, "mp3", false },
-    { "mp3_untagged_stereo_44k", "mp3", 44100, 2, { "-c:a", "libmp3lame", "-b:a", "160k", "-write_xing", "0" }, "mp3", false },
-    { "mp3_untagged_mono_48k", "mp3", 48000, 1, { "-c:a", "libmp3lame", "-q:a", "5", "-write_xing", "0" }, "mp3", false },
+    { "mp3_untagged_stereo_44k", "mp3", 44100, 2, { "-c:a", "libmp3lame", "-b:a", "160k", "-write_xing", "0" }, "mp3",
+        false },
+    { "mp3_untagged_mono_48k", "mp3", 48000, 1, { "-c:a", "libmp3lame", "-q:a", "5", "-write_xing", "0" }, "mp3",
+        false },
     { "mp3_mpeg2_mono_22k", "mp3", 22050, 1, { "-c:a", "libmp3lame", "-b:a", "48k" }, "mp3", false },
     { "aac_m4a_stereo_44k", "m4a", 44100, 2, { "-c:a", "aac", "-b:a", "128k", "-aac_pns", "0" }, "aac", false },
     { "aac_m4a_mono_48k", "m4a", 48000, 1, { "-c:a", "aac", "-b:a", "64k", "-aac_pns", "0" }, "aac", false },
@@ -111,7 +113,7 @@ TEST_P(DecoderFormats, SeekLandsOnTheExactFrame)
     ASSERT_EQ(length, decoder->length());
 
     for (const qint64 target : { length / 2, qint64(1), qint64(1151), qint64(44100 + 7), qint64(0), length - 1500,
-                                 qint64(20000), length - 1, length }) {
+             qint64(20000), length - 1, length }) {
         SCOPED_TRACE(target);
         ASSERT_TRUE(decoder->seek(target));
         EXPECT_EQ(decoder->position(), target);
@@ -132,7 +134,7 @@ TEST_P(DecoderFormats, SeekLandsOnTheExactFrame)
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, DecoderFormats, ::testing::ValuesIn(kCases),
-                         [](const auto &param) { return std::string(param.param.name); });
+    [](const auto &param) { return std::string(param.param.name); });
 
 // 16-bit PCM comes out as the samples divided by 32768, nothing else: the condition for
 // bit-exact gapless joins of WAV and FLAC.
@@ -148,8 +150,9 @@ TEST(AudioDecoder, PcmIsConvertedWithoutAnyProcessing)
         pcm.append(reinterpret_cast<const char *>(&l), 2).append(reinterpret_cast<const char *>(&r), 2);
     }
     writeFile(dir.filePath(QStringLiteral("ramp.raw")), pcm);
-    ASSERT_TRUE(make(path, { "-f", "s16le", "-ar", "44100", "-ac", "2", "-i", dir.filePath(QStringLiteral("ramp.raw")),
-                             "-c:a", "pcm_s16le" }));
+    ASSERT_TRUE(make(path,
+        { "-f", "s16le", "-ar", "44100", "-ac", "2", "-i", dir.filePath(QStringLiteral("ramp.raw")), "-c:a",
+            "pcm_s16le" }));
     auto decoder = AudioDecoder::open(path, 0);
     ASSERT_TRUE(decoder);
     const std::vector<float> all = readAll(*decoder);
@@ -160,29 +163,62 @@ TEST(AudioDecoder, PcmIsConvertedWithoutAnyProcessing)
 }
 
 // At another output rate the length is the file's scaled and rounded, a full decode
-// delivers exactly that, and a seek continues the same signal.
+// delivers exactly that, and a seek continues the same signal (the resampler starts a
+// little ahead of the target on a frame where both rates meet).
 TEST(AudioDecoder, ResampledOutputKeepsLengthAndSeekAgreement)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("sweep.flac"));
-    ASSERT_TRUE(makeSweep(path, 2.5, 44100, 2, { "-c:a", "flac" }));
-    auto decoder = AudioDecoder::open(path, 48000);
-    ASSERT_TRUE(decoder);
-    EXPECT_EQ(decoder->outputRate(), 48000);
-    EXPECT_EQ(decoder->info().fileLength, 110250);
-    EXPECT_EQ(decoder->length(), 120000);
-    const std::vector<float> all = readAll(*decoder);
-    ASSERT_EQ(all.size(), size_t(2 * 120000));
-    for (const qint64 target : { qint64(50000), qint64(7), qint64(119000) }) {
-        SCOPED_TRACE(target);
-        ASSERT_TRUE(decoder->seek(target));
-        std::vector<float> got(2 * 800);
-        ASSERT_EQ(decoder->read(got.data(), 800), std::min<qint64>(800, 120000 - target));
-        float worst = 0;
-        for (size_t i = 0; i < 2 * std::min<size_t>(800, size_t(120000 - target)); ++i)
-            worst = std::max(worst, std::abs(got[i] - all[size_t(2 * target) + i]));
-        EXPECT_LT(worst, 1e-4f);
+    for (const auto &[name, codec] : { std::pair { "sweep.flac", QStringList { "-c:a", "flac" } },
+             std::pair { "sweep.mp3", QStringList { "-c:a", "libmp3lame" } },
+             std::pair { "sweep.m4a", QStringList { "-c:a", "aac", "-aac_pns", "0" } } }) {
+        SCOPED_TRACE(name);
+        const QString path = dir.filePath(QString::fromLatin1(name));
+        ASSERT_TRUE(makeSweep(path, 2.5, 44100, 2, codec));
+        auto decoder = AudioDecoder::open(path, 48000);
+        ASSERT_TRUE(decoder);
+        EXPECT_EQ(decoder->outputRate(), 48000);
+        const qint64 fileLength = decoder->info().fileLength;
+        ASSERT_GT(fileLength, 0);
+        const qint64 length = (fileLength * 48000 + 22050) / 44100;
+        EXPECT_EQ(decoder->length(), length);
+        const std::vector<float> all = readAll(*decoder);
+        ASSERT_EQ(qint64(all.size() / 2), length);
+        for (const qint64 target : { qint64(50000), qint64(7), length - 1000 }) {
+            SCOPED_TRACE(target);
+            ASSERT_TRUE(decoder->seek(target));
+            std::vector<float> got(2 * 800);
+            const qint64 n = std::min<qint64>(800, length - target);
+            ASSERT_EQ(decoder->read(got.data(), 800), n);
+            float worst = 0;
+            for (size_t i = 0; i < size_t(2 * n); ++i)
+                worst = std::max(worst, std::abs(got[i] - all[size_t(2 * target) + i]));
+            EXPECT_LT(worst, 1e-4f);
+        }
     }
+}
+
+// Surround files are mixed down to two channels at the same length.
+TEST(AudioDecoder, MoreChannelsAreMixedDownToStereo)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("surround.flac"));
+    ASSERT_TRUE(make(path,
+        { "-f", "lavfi", "-i", sweepSource(1.0, 48000), "-af", "pan=5.1|FL=c0|FR=c1|FC=c0|LFE=c1|BL=c0|BR=c1", "-c:a",
+            "flac" }));
+    auto decoder = AudioDecoder::open(path, 0);
+    ASSERT_TRUE(decoder);
+    EXPECT_EQ(decoder->info().fileChannels, 6);
+    const std::vector<float> all = readAll(*decoder);
+    ASSERT_EQ(qint64(all.size() / 2), 48000);
+    float left = 0;
+    float right = 0;
+    for (size_t i = 0; i < all.size(); i += 2) {
+        left = std::max(left, std::abs(all[i]));
+        right = std::max(right, std::abs(all[i + 1]));
+    }
+    EXPECT_GT(left, 0.1f);
+    EXPECT_GT(right, 0.1f);
+    EXPECT_LE(std::max(left, right), 1.0f);
 }
 
 // A file cut short while it plays ends the read with an error instead of a hang, for our
@@ -191,8 +227,8 @@ TEST(AudioDecoder, FileTruncatedUnderTheReaderIsAnError)
 {
     QTemporaryDir dir;
     for (const auto &[name, codec] : { std::pair { "cut.wav", QStringList { "-c:a", "pcm_s16le" } },
-                                       std::pair { "cut.mp3", QStringList { "-c:a", "libmp3lame" } },
-                                       std::pair { "cut.m4a", QStringList { "-c:a", "aac" } } }) {
+             std::pair { "cut.mp3", QStringList { "-c:a", "libmp3lame" } },
+             std::pair { "cut.m4a", QStringList { "-c:a", "aac" } } }) {
         SCOPED_TRACE(name);
         const QString path = dir.filePath(QString::fromLatin1(name));
         ASSERT_TRUE(makeSweep(path, 20, 44100, 2, codec));
@@ -207,6 +243,46 @@ TEST(AudioDecoder, FileTruncatedUnderTheReaderIsAnError)
         EXPECT_TRUE(failed);
         EXPECT_LT(qint64(rest.size() / 2), decoder->length());
         EXPECT_FALSE(decoder->lastError().isEmpty());
+    }
+}
+
+// Damaged frames in the middle (a glitch in a recorded stream) play as silence: the file
+// keeps its length, reports no error, and what follows the damage is where it belongs.
+TEST(AudioDecoder, DamagedFramesBecomeSilenceInPlace)
+{
+    QTemporaryDir dir;
+    for (const auto &[name, codec] : { std::pair { "hurt.mp3", QStringList { "-c:a", "libmp3lame" } },
+             std::pair { "hurt.m4a", QStringList { "-c:a", "aac", "-aac_pns", "0" } },
+             std::pair { "hurt.flac", QStringList { "-c:a", "flac" } } }) {
+        SCOPED_TRACE(name);
+        const QString path = dir.filePath(QString::fromLatin1(name));
+        ASSERT_TRUE(makeSweep(path, 5, 44100, 2, codec));
+        auto clean = AudioDecoder::open(path, 0);
+        ASSERT_TRUE(clean);
+        const std::vector<float> expected = readAll(*clean);
+
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+        const qint64 size = file.size();
+        quint32 noise = 12345;
+        for (int k = 0; k < 30; ++k) {
+            ASSERT_TRUE(file.seek(size / 4 + k * (size / 4) / 30));
+            QByteArray junk(48, '\0');
+            for (char &c : junk)
+                c = char((noise = noise * 1103515245u + 12345u) >> 24);
+            file.write(junk);
+        }
+        file.close();
+
+        auto damaged = AudioDecoder::open(path, 0);
+        ASSERT_TRUE(damaged);
+        bool failed = false;
+        const std::vector<float> got = readAll(*damaged, &failed);
+        EXPECT_FALSE(failed) << damaged->lastError().toStdString();
+        ASSERT_EQ(got.size(), expected.size());
+        EXPECT_NE(got, expected);
+        const size_t tail = expected.size() * 7 / 10;
+        EXPECT_TRUE(std::equal(got.begin() + qsizetype(tail), got.end(), expected.begin() + qsizetype(tail)));
     }
 }
 

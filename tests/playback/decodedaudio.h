@@ -30,7 +30,8 @@ inline QString sweepSource(double seconds, int rate)
 inline bool make(const QString &path, const QStringList &arguments)
 {
     QString error;
-    const auto out = runProgram(kFfmpeg, QStringList { "-v", "error", "-y" } + arguments + QStringList { path }, &error);
+    const auto out
+        = runProgram(kFfmpeg, QStringList { "-v", "error", "-y" } + arguments + QStringList { path }, &error);
     EXPECT_TRUE(out.has_value()) << error.toStdString();
     return out.has_value();
 }
@@ -38,8 +39,8 @@ inline bool make(const QString &path, const QStringList &arguments)
 // Encodes `seconds` of the sweep at `rate` Hz with `channels` into `path` with `codecArgs`.
 inline bool makeSweep(const QString &path, double seconds, int rate, int channels, const QStringList &codecArgs)
 {
-    return make(path, QStringList { "-f", "lavfi", "-i", sweepSource(seconds, rate), "-ac", QString::number(channels) }
-                    + codecArgs);
+    return make(path,
+        QStringList { "-f", "lavfi", "-i", sweepSource(seconds, rate), "-ac", QString::number(channels) } + codecArgs);
 }
 
 // Everything a decoder delivers from its current position to the end (stereo frames);

@@ -47,9 +47,8 @@ protected:
 
     void usePlan(const TransitionPlan &plan)
     {
-        player.setPlanner(TransitionMode::crossfade, [plan](const Track &, const Track &) {
-            return QtFuture::makeReadyFuture(std::optional(plan));
-        });
+        player.setPlanner(TransitionMode::crossfade,
+            [plan](const Track &, const Track &) { return QtFuture::makeReadyFuture(std::optional(plan)); });
     }
 
     std::vector<float> render()

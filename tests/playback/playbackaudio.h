@@ -19,8 +19,8 @@ inline const QString kFfmpeg = QStringLiteral("/usr/bin/ffmpeg");
 inline bool encode(const QString &path, const QStringList &arguments, QString *error = nullptr)
 {
     QString why;
-    const bool ok = runProgram(kFfmpeg, QStringList { "-v", "error", "-y" } + arguments + QStringList { path }, &why)
-                        .has_value();
+    const bool ok
+        = runProgram(kFfmpeg, QStringList { "-v", "error", "-y" } + arguments + QStringList { path }, &why).has_value();
     if (error)
         *error = why;
     return ok;
@@ -30,9 +30,10 @@ inline bool encode(const QString &path, const QStringList &arguments, QString *e
 // (constants: each deck's contribution to a mix can then be read off one channel).
 inline bool makeLevels(const QString &path, double left, double right, qint64 frames)
 {
-    const QString source = QStringLiteral("aevalsrc=%1|%2:s=%3:d=%4").arg(left).arg(right).arg(kRate).arg(double(frames) / kRate + 1);
-    return encode(path, { "-f", "lavfi", "-i", source, "-af", QStringLiteral("atrim=end_sample=%1").arg(frames), "-c:a",
-                          "pcm_f32le" });
+    const QString source
+        = QStringLiteral("aevalsrc=%1|%2:s=%3:d=%4").arg(left).arg(right).arg(kRate).arg(double(frames) / kRate + 1);
+    return encode(path,
+        { "-f", "lavfi", "-i", source, "-af", QStringLiteral("atrim=end_sample=%1").arg(frames), "-c:a", "pcm_f32le" });
 }
 
 // Interleaved stereo float samples of a 32-bit float WAV (what the render writes); empty
@@ -64,8 +65,9 @@ inline std::vector<float> readFloatWav(const QString &path)
 inline std::vector<float> ffmpegDecode(const QString &path)
 {
     QString error;
-    const QByteArray raw = runProgram(kFfmpeg, { "-v", "error", "-i", path, "-f", "f32le", "-ac", "2", "-ar",
-                                                 QString::number(kRate), "-" }, &error).value_or(QByteArray());
+    const QByteArray raw = runProgram(
+        kFfmpeg, { "-v", "error", "-i", path, "-f", "f32le", "-ac", "2", "-ar", QString::number(kRate), "-" }, &error)
+                               .value_or(QByteArray());
     std::vector<float> samples(size_t(raw.size()) / sizeof(float));
     std::memcpy(samples.data(), raw.constData(), samples.size() * sizeof(float));
     return samples;

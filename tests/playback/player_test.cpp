@@ -27,7 +27,7 @@ protected:
         const QString path = home.file(QStringLiteral("t%1.wav").arg(n));
         EXPECT_TRUE(makeLevels(path, 0.1 * (n + 1), -0.1 * (n + 1), qint64(seconds * kRate)));
         Track t(QStringLiteral("Track %1").arg(n), QStringLiteral("Artist"), QString(), seconds,
-                QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"), std::nullopt, path);
+            QDateTime::currentDateTimeUtc(), QString(), false, 0, QStringLiteral("radio"), std::nullopt, path);
         t.id = n + 1;
         return t;
     }
@@ -105,7 +105,7 @@ TEST_F(PlayerTest, PlayCountRisesOncePastHalfTheTrack)
     player.playQueue(queue);
     playFor(player, 0.9);
     player.next(); // the first track is left before its middle
-    playFor(player, 4.5);  // the other two to their ends
+    playFor(player, 4.5); // the other two to their ends
 
     EXPECT_EQ(store.track(queue[0].id)->playCount, 0);
     EXPECT_EQ(store.track(queue[1].id)->playCount, 1);
@@ -187,4 +187,53 @@ TEST_F(PlayerTest, ShuffleKeepsItsChoiceWhileThePlanIsComputed)
     playFor(player, 2.0);
     ASSERT_FALSE(changed.isEmpty());
     EXPECT_EQ(changed[0][0].value<std::optional<Track>>(), std::optional(chosen));
+}
+
+TEST_F(PlayerTest, TracksOfOneAlbumJoinGaplessInCrossfadeMode)
+{
+    Player player(engine, settings, nullptr);
+    player.setModeOverride(TransitionMode::crossfade);
+    QList<QString> asked;
+    auto recording = [&](const QString &name) {
+        return [&asked, name](const Track &, const Track &) {
+            asked << name;
+            return QtFuture::makeReadyFuture(std::optional<TransitionPlan>());
+        };
+    };
+    player.setPlanner(TransitionMode::crossfade, recording(QStringLiteral("crossfade")));
+    player.setPlanner(TransitionMode::gapless, recording(QStringLiteral("gapless")));
+    QList<Track> queue { makeTrack(0, 0.5), makeTrack(1, 0.5), makeTrack(2, 0.5), makeTrack(3, 0.5) };
+    queue[0].album = queue[1].album = QStringLiteral("One");
+    queue[2].album = QStringLiteral("Other");
+    queue[3].album = QStringLiteral("One");
+    queue[3].artist = QStringLiteral("Someone else");
+    player.playQueue(queue);
+    playFor(player, 2.2);
+    EXPECT_EQ(asked, QList<QString>({ "gapless", "crossfade", "crossfade" }));
+
+    asked.clear();
+    player.setAlbumGapless(false);
+    player.playQueue(queue);
+    playFor(player, 0.1);
+    EXPECT_EQ(asked, QList<QString>({ "crossfade" }));
+    // The choice is kept for the next start.
+    Player again(engine, settings, nullptr);
+    EXPECT_FALSE(again.albumGapless());
+}
+
+// A file cut short under the player (a disk going away, another program rewriting it)
+// ends its track early and the queue goes on; the player never waits for it.
+TEST_F(PlayerTest, FileCutShortWhilePlayingEndsItsTrack)
+{
+    Player player(engine, settings, nullptr);
+    player.setModeOverride(TransitionMode::off);
+    const QList<Track> queue { makeTrack(0, 20), makeTrack(1, 1) };
+    player.playQueue(queue);
+    playFor(player, 0.5);
+    ASSERT_TRUE(QFile::resize(queue[0].filePath.value(), 8 * kRate * 2));
+    QSignalSpy changed(&player, &Player::currentTrackChanged);
+    playFor(player, 8);
+    ASSERT_FALSE(changed.isEmpty());
+    EXPECT_EQ(changed[0][1].toInt(), 1);
+    EXPECT_LT(engine.hostFrame(), quint64(8 * kRate)); // long before the 20 s it had
 }

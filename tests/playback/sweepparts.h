@@ -10,8 +10,8 @@
 // A continuous stereo sweep (any dropped or doubled frame shows as a jump in phase) and the
 // same signal cut into four parts of odd lengths, each encoded on its own by ffmpeg.
 struct SweepParts {
-    QString full;        // the continuous signal, 16-bit WAV
-    QStringList parts;   // the parts in the asked format
+    QString full; // the continuous signal, 16-bit WAV
+    QStringList parts; // the parts in the asked format
     QList<qint64> lengths; // frames of signal in each part
 
     // `codec` are ffmpeg's options for a part, `suffix` its file name's end.
@@ -23,12 +23,14 @@ struct SweepParts {
         for (qint64 n : s.lengths)
             total += n;
         s.full = folder + QStringLiteral("/full.wav");
-        const QString sweep = QStringLiteral(
-            "aevalsrc=0.5*sin(2*PI*(40*t+700*t*t))|0.4*sin(2*PI*(90*t+450*t*t)):s=%1:d=%2")
-                                  .arg(PlaybackAudio::kRate)
-                                  .arg(double(total) / PlaybackAudio::kRate + 1);
-        if (!PlaybackAudio::encode(s.full, { "-f", "lavfi", "-i", sweep, "-af", QStringLiteral("atrim=end_sample=%1").arg(total),
-                                             "-c:a", "pcm_s16le" }, error))
+        const QString sweep
+            = QStringLiteral("aevalsrc=0.5*sin(2*PI*(40*t+700*t*t))|0.4*sin(2*PI*(90*t+450*t*t)):s=%1:d=%2")
+                  .arg(PlaybackAudio::kRate)
+                  .arg(double(total) / PlaybackAudio::kRate + 1);
+        if (!PlaybackAudio::encode(s.full,
+                { "-f", "lavfi", "-i", sweep, "-af", QStringLiteral("atrim=end_sample=%1").arg(total), "-c:a",
+                    "pcm_s16le" },
+                error))
             return s;
         qint64 from = 0;
         for (int i = 0; i < s.lengths.size(); ++i) {

@@ -28,26 +28,17 @@ std::vector<float> stretchAll(TimeStretch &stretch, const std::vector<float> &in
         if (ready < 0 || last)
             break;
         const size_t n = std::min<size_t>(size_t(stretch.framesWanted()), frames - fed);
-        last = fed + n == frames;
-        stretch.feed(in.data() + 2 * fed, int(n), last);
+        stretch.feed(in.data() + 2 * fed, int(n));
         fed += n;
+        if (fed == frames) {
+            stretch.finish();
+            last = true;
+        }
     }
     return out;
 }
 
 } // namespace
-
-TEST(TimeStretch, FasterRateShortensTheStreamAndKeepsThePitch)
-{
-    const int frames = 4 * kRate;
-    std::vector<float> in = Signal::sine(440, kRate, frames);
-    TimeStretch stretch(kRate, 4096);
-    stretch.restart(1.05);
-    const std::vector<float> out = stretchAll(stretch, in);
-    const double outFrames = double(out.size() / 2);
-    EXPECT_NEAR(outFrames, frames / 1.05, 0.01 * kRate);
-    EXPECT_NEAR(Signal::toneHz(out, kRate / 2, size_t(outFrames) - kRate / 2, kRate), 440.0, 2.0);
-}
 
 TEST(TimeStretch, OutputIsAlignedWithItsInputDespiteTheLatency)
 {
@@ -64,5 +55,7 @@ TEST(TimeStretch, OutputIsAlignedWithItsInputDespiteTheLatency)
         ASSERT_NE(loud, out.end());
         const double onsetSec = double(loud - out.begin()) / 2 / kRate;
         EXPECT_NEAR(onsetSec, 0.5 / rate, 0.01) << rate;
+        // ... and it ends where the rate puts the end, the flush's padding cut off.
+        EXPECT_NEAR(double(out.size() / 2) / kRate, 2.0 / rate, 0.005) << rate;
     }
 }

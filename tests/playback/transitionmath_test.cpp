@@ -78,16 +78,14 @@ TEST(TransitionMath, RateReturnEndsOnExactlyOne)
     EXPECT_EQ(returningRate(1.08, 0, 0), 1.0);
 }
 
-TEST(TransitionMath, HostFrameOfAFilePosition)
+TEST(TransitionMath, FramesToAFilePosition)
 {
     const int rate = 44100;
-    // A deck at frame 1000 of its file on output frame 5000 reaches frame 45100 on output
-    // frame 49100: to the frame, even where the seconds are not exact binary fractions.
-    EXPECT_EQ(hostFrameAt(5000, 1000.0 / rate, 45100.0 / rate, 1, rate), 49100u);
-    EXPECT_EQ(hostFrameAt(5000, 123457.0 / rate, 9876543.0 / rate, 1, rate), 5000u + 9876543u - 123457u);
-    // Passed: now.
-    EXPECT_EQ(hostFrameAt(5000, 2.0, 1.0, 1, rate), 5000u);
-    // At rate 2 the file goes by twice as fast.
+    // Exact to the frame, even where the seconds are not exact binary fractions.
+    EXPECT_EQ(framesUntil(1000.0 / rate, 45100.0 / rate, 1, rate), 44100);
+    EXPECT_EQ(framesUntil(123457.0 / rate, 9876543.0 / rate, 1, rate), 9876543 - 123457);
+    EXPECT_EQ(framesUntil(2.0, 1.0, 1, rate), 0); // passed
+    // At rate 2 the file goes by twice as fast; a part of a frame still takes one.
     EXPECT_EQ(framesUntil(0, 1, 2, rate), rate / 2);
-    EXPECT_EQ(frameAt(0.5 / rate, rate), 1);
+    EXPECT_EQ(framesUntil(0, 3.0 / rate, 2, rate), 2);
 }

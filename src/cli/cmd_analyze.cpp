@@ -1,0 +1,116 @@
+#include "cli/cli.h"
+
+#include "library/transitionmode.h"
+#include "library/transitionplan.h"
+#include "playback/gaplessplanner.h"
+
+#include <QFileInfo>
+#include <QJsonObject>
+
+namespace {
+
+const char kAnalyzeUsage[] = "analyze FILE [--json]";
+const char kPlanUsage[] = "plan OUTGOING INCOMING --mode gapless|crossfade|automix [--seconds S] [--json]";
+
+QString curveName(FadeCurve curve)
+{
+    switch (curve) {
+    case FadeCurve::linear:
+        return QStringLiteral("linear");
+    case FadeCurve::equalPower:
+        return QStringLiteral("equalPower");
+    case FadeCurve::sCurve:
+        return QStringLiteral("sCurve");
+    case FadeCurve::hold:
+        break;
+    }
+    return QStringLiteral("hold");
+}
+
+int analyzeCommand(CliServices &, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, {}, true, 1, 1, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kAnalyzeUsage), error);
+    const QString path = QFileInfo(parsed->positional.first()).absoluteFilePath();
+    // Straight from the file: a command run once gains nothing from the cache.
+    const auto bounds = GaplessPlanner::analyze(path);
+    if (!bounds)
+        return Cli::fail(
+            QStringLiteral("no gapless bounds for %1: not a readable audio file of known length").arg(path));
+    const QList<std::pair<QString, QJsonValue>> fields = {
+        { QStringLiteral("startFrame"), double(bounds->startFrame) },
+        { QStringLiteral("endFrame"), double(bounds->endFrame) },
+        { QStringLiteral("length"), double(bounds->length) },
+        { QStringLiteral("sampleRate"), bounds->sampleRate },
+        { QStringLiteral("source"), GaplessPlanner::rawValue(bounds->source) },
+    };
+    if (parsed->json) {
+        QJsonObject o;
+        for (const auto &[key, value] : fields)
+            o.insert(key, value);
+        Cli::printJson(o);
+        return kExitOk;
+    }
+    for (const auto &[key, value] : fields)
+        Cli::out(key + QLatin1Char('\t') + value.toVariant().toString());
+    return kExitOk;
+}
+
+int planCommand(CliServices &, const QStringList &args)
+{
+    QString error;
+    const auto parsed = Cli::parse(args, { QStringLiteral("mode"), QStringLiteral("seconds") }, true, 2, 2, &error);
+    if (!parsed)
+        return Cli::usageError(QString::fromLatin1(kPlanUsage), error);
+    const auto mode = TransitionModes::fromRawValue(parsed->value(QStringLiteral("mode")));
+    if (!mode || *mode == TransitionMode::off)
+        return Cli::usageError(
+            QString::fromLatin1(kPlanUsage), QStringLiteral("--mode must be gapless, crossfade or automix"));
+    if (parsed->has(QStringLiteral("seconds"))) {
+        bool ok = false;
+        const double seconds = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
+        if (!ok || !(seconds > 0))
+            return Cli::usageError(
+                QString::fromLatin1(kPlanUsage), QStringLiteral("--seconds must be a positive number"));
+    }
+    const QString outgoing = QFileInfo(parsed->positional.at(0)).absoluteFilePath();
+    const QString incoming = QFileInfo(parsed->positional.at(1)).absoluteFilePath();
+    std::optional<TransitionPlan> plan;
+    // The crossfade and automix planners are not there yet: they give no plan.
+    if (*mode == TransitionMode::gapless)
+        plan = GaplessPlanner::planNow(outgoing, incoming);
+    if (!plan)
+        return Cli::fail(QStringLiteral("no plan"));
+    const TransitionPlan p = sanitized(*plan);
+    QList<std::pair<QString, QJsonValue>> fields = {
+        { QStringLiteral("outgoingStart"), p.outgoingStart },
+        { QStringLiteral("outgoingEnd"), p.outgoingEnd },
+        { QStringLiteral("incomingStart"), p.incomingStart },
+        { QStringLiteral("fadeDuration"), p.fadeDuration },
+        { QStringLiteral("fadeOut"), curveName(p.fadeOut) },
+        { QStringLiteral("fadeIn"), curveName(p.fadeIn) },
+        { QStringLiteral("incomingRate"), p.incomingRate },
+        { QStringLiteral("rateReturnDuration"), p.rateReturnDuration },
+    };
+    if (p.bassSwapAt)
+        fields.append({ QStringLiteral("bassSwapAt"), *p.bassSwapAt });
+    if (parsed->json) {
+        QJsonObject o;
+        for (const auto &[key, value] : fields)
+            o.insert(key, value);
+        Cli::printJson(o);
+        return kExitOk;
+    }
+    for (const auto &[key, value] : fields) {
+        const QString text = value.isDouble() ? QString::number(value.toDouble(), 'g', 17) : value.toString();
+        Cli::out(key + QLatin1Char('\t') + text);
+    }
+    return kExitOk;
+}
+
+const Cli::Registration analyzeRegistration("analyze", kAnalyzeUsage, analyzeCommand);
+const Cli::Registration planRegistration("plan", kPlanUsage, planCommand);
+
+} // namespace

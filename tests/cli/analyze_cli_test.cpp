@@ -1,0 +1,111 @@
+#include "clirunner.h"
+#include "testenv.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// `seconds` of a tone at `rate` Hz encoded by ffmpeg with `codec`.
+QString makeTone(const QTemporaryDir &dir, const QString &name, double seconds, int rate, const QStringList &codec)
+{
+    const QString path = dir.filePath(name);
+    QString error;
+    const auto out = runProgram(QStringLiteral("/usr/bin/ffmpeg"),
+        QStringList { "-v", "error", "-y", "-f", "lavfi", "-i",
+            QStringLiteral("sine=f=440:r=%1:d=%2").arg(rate).arg(seconds), "-ac", "2" }
+            + codec + QStringList { path },
+        &error);
+    EXPECT_TRUE(out) << error.toStdString();
+    return path;
+}
+
+QJsonObject json(const CliRun &run)
+{
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(run.out, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << run.out.toStdString();
+    return doc.object();
+}
+
+} // namespace
+
+TEST(AnalyzeCliTest, PrintsTheBoundsOfEachFormat)
+{
+    TestHome home;
+    QTemporaryDir dir;
+    const QString mp3 = makeTone(dir, QStringLiteral("a.mp3"), 2.5, 44100, { "-c:a", "libmp3lame" });
+    const QString m4a = makeTone(dir, QStringLiteral("b.m4a"), 2.0, 48000, { "-c:a", "aac" });
+
+    CliRun run = runCli({ "analyze", mp3, "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    QJsonObject o = json(run);
+    EXPECT_EQ(o.value("startFrame").toInteger(), 0);
+    EXPECT_EQ(o.value("endFrame").toInteger(), 110250);
+    EXPECT_EQ(o.value("length").toInteger(), 110250);
+    EXPECT_EQ(o.value("sampleRate").toDouble(), 44100);
+    EXPECT_EQ(o.value("source").toString(), "coreAudio");
+    EXPECT_EQ(o.size(), 5);
+    EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
+
+    run = runCli({ "analyze", m4a, "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    o = json(run);
+    EXPECT_EQ(o.value("endFrame").toInteger() - o.value("startFrame").toInteger(), 96000);
+    EXPECT_EQ(o.value("source").toString(), "packetTable");
+
+    run = runCli({ "analyze", mp3 });
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.out.contains("endFrame\t110250\n")) << run.out.toStdString();
+    EXPECT_TRUE(run.out.contains("source\tcoreAudio\n")) << run.out.toStdString();
+
+    run = runCli({ "analyze", dir.filePath("missing.flac") });
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err.count('\n'), 1) << run.err.toStdString();
+    EXPECT_TRUE(run.out.isEmpty());
+    EXPECT_EQ(runCli({ "analyze" }).exitCode, 2);
+}
+
+TEST(AnalyzeCliTest, PlanGivesTheSanitisedGaplessPlanAndNoPlanForTheOtherModes)
+{
+    TestHome home;
+    QTemporaryDir dir;
+    const QString flac = makeTone(dir, QStringLiteral("a.flac"), 3.0, 44100, { "-c:a", "flac" });
+    const QString mp3 = makeTone(dir, QStringLiteral("b.mp3"), 1.0, 44100, { "-c:a", "libmp3lame" });
+
+    CliRun run = runCli({ "plan", flac, mp3, "--mode", "gapless", "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    const QJsonObject o = json(run);
+    EXPECT_DOUBLE_EQ(o.value("outgoingStart").toDouble(), 3.0);
+    EXPECT_DOUBLE_EQ(o.value("outgoingEnd").toDouble(), 3.0);
+    EXPECT_EQ(o.value("incomingStart").toDouble(), 0);
+    EXPECT_EQ(o.value("fadeDuration").toDouble(), 0);
+    EXPECT_EQ(o.value("fadeOut").toString(), "equalPower");
+    EXPECT_EQ(o.value("fadeIn").toString(), "equalPower");
+    EXPECT_EQ(o.value("incomingRate").toDouble(), 1);
+    EXPECT_EQ(o.value("rateReturnDuration").toDouble(), 0);
+    EXPECT_FALSE(o.contains("bassSwapAt"));
+    EXPECT_EQ(o.size(), 8);
+
+    run = runCli({ "plan", flac, mp3, "--mode", "gapless", "--seconds", "6" });
+    ASSERT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.out.contains("outgoingEnd\t3\n")) << run.out.toStdString();
+
+    for (const char *mode : { "crossfade", "automix" }) {
+        run = runCli({ "plan", flac, mp3, "--mode", mode, "--seconds", "6" });
+        EXPECT_EQ(run.exitCode, 1) << mode;
+        EXPECT_EQ(run.err.trimmed().split('\n').size(), 1);
+        EXPECT_TRUE(run.err.contains("no plan")) << run.err.toStdString();
+    }
+    run = runCli({ "plan", flac, dir.filePath("missing.mp3"), "--mode", "gapless" });
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains("no plan"));
+
+    EXPECT_EQ(runCli({ "plan", flac, mp3 }).exitCode, 2);
+    EXPECT_EQ(runCli({ "plan", flac, mp3, "--mode", "Gapless" }).exitCode, 2);
+    EXPECT_EQ(runCli({ "plan", flac, mp3, "--mode", "gapless", "--seconds", "x" }).exitCode, 2);
+    EXPECT_EQ(runCli({ "plan", flac, "--mode", "gapless" }).exitCode, 2);
+}
