@@ -1,5 +1,6 @@
 #include "app/application.h"
 
+#include "app/mprisservice.h"
 #include "app/scheduleformat.h"
 #include "app/texts.h"
 #include "engine/enginesettingsstore.h"
@@ -97,6 +98,7 @@ void Application::startPlayer(AudioEngine::Output output)
             m_startupProblems << error;
     }
     m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
+    m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player);
 }
 
 void Application::reportProblem(const QString &message)
@@ -169,7 +171,9 @@ void Application::shutDown()
     if (m_shutDown)
         return;
     m_shutDown = true;
-    // The player first: a play count it raises goes into the library, which closes below.
+    // The media controls let go of the player, then the player ends: a play count it
+    // raises goes into the library, which closes below.
+    m_mediaControls.reset();
     m_player->stop();
     m_player.reset();
     m_audio->stop();

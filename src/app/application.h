@@ -19,6 +19,7 @@ class EngineSettingsStore;
 class FavoriteStations;
 class GlobeStationStore;
 class LibraryStore;
+class MprisService;
 class Player;
 class RadioRecorder;
 class RecentStations;
@@ -95,6 +96,8 @@ public:
     AudioEngine &audioEngine() { return *m_audio; }
     // Until shutDown().
     Player &player() { return *m_player; }
+    // The player on the session bus for media keys and the desktop's media controls.
+    MprisService &mediaControls() { return *m_mediaControls; }
 
     // Records a station by hand, its saved songs filed into the library. False when it
     // records already.
@@ -141,6 +144,7 @@ private:
     std::unique_ptr<TransitionSettings> m_transitions;
     std::unique_ptr<AudioEngine> m_audio;
     std::unique_ptr<Player> m_player;
+    std::unique_ptr<MprisService> m_mediaControls;
     QString m_libraryError;
     QStringList m_startupProblems;
     bool m_shutDown = false;

@@ -1,6 +1,7 @@
 #include "app/application.h"
 #include "app/autostart.h"
 #include "app/mainwindow.h"
+#include "app/mprisservice.h"
 #include "app/texts.h"
 #include "platform/signalwatcher.h"
 
@@ -29,6 +30,16 @@ int main(int argc, char **argv)
         // The window goes first: it borrows the services that shutDown() ends.
         MainWindow window(app);
         QObject::connect(&window, &MainWindow::quitRequested, &qapp, &QApplication::quit, Qt::QueuedConnection);
+        // Media keys and the desktop's player controls: Raise shows the window, Quit is the
+        // tray's "Quit".
+        app.mediaControls().setWindowHooks(
+            &window,
+            [&window] {
+                window.showNormal();
+                window.raise();
+                window.activateWindow();
+            },
+            [&window] { window.quit(); });
         // A logout or a `kill` quits like the tray's "Quit": no question, recordings end
         // in order below.
         QObject::connect(&signalWatcher, &SignalWatcher::terminationRequested, &window, &MainWindow::quit);
