@@ -27,6 +27,22 @@ QString curveName(FadeCurve curve)
     return QStringLiteral("hold");
 }
 
+// One JSON object, or one "key<TAB>value" line per field with numbers in full precision.
+void printFields(const QList<std::pair<QString, QJsonValue>> &fields, bool json)
+{
+    if (json) {
+        QJsonObject o;
+        for (const auto &[key, value] : fields)
+            o.insert(key, value);
+        Cli::printJson(o);
+        return;
+    }
+    for (const auto &[key, value] : fields) {
+        const QString text = value.isDouble() ? QString::number(value.toDouble(), 'g', 17) : value.toString();
+        Cli::out(key + QLatin1Char('\t') + text);
+    }
+}
+
 int analyzeCommand(CliServices &, const QStringList &args)
 {
     QString error;
@@ -46,15 +62,7 @@ int analyzeCommand(CliServices &, const QStringList &args)
         { QStringLiteral("sampleRate"), bounds->sampleRate },
         { QStringLiteral("source"), GaplessPlanner::rawValue(bounds->source) },
     };
-    if (parsed->json) {
-        QJsonObject o;
-        for (const auto &[key, value] : fields)
-            o.insert(key, value);
-        Cli::printJson(o);
-        return kExitOk;
-    }
-    for (const auto &[key, value] : fields)
-        Cli::out(key + QLatin1Char('\t') + value.toVariant().toString());
+    printFields(fields, parsed->json);
     return kExitOk;
 }
 
@@ -96,17 +104,7 @@ int planCommand(CliServices &, const QStringList &args)
     };
     if (p.bassSwapAt)
         fields.append({ QStringLiteral("bassSwapAt"), *p.bassSwapAt });
-    if (parsed->json) {
-        QJsonObject o;
-        for (const auto &[key, value] : fields)
-            o.insert(key, value);
-        Cli::printJson(o);
-        return kExitOk;
-    }
-    for (const auto &[key, value] : fields) {
-        const QString text = value.isDouble() ? QString::number(value.toDouble(), 'g', 17) : value.toString();
-        Cli::out(key + QLatin1Char('\t') + text);
-    }
+    printFields(fields, parsed->json);
     return kExitOk;
 }
 
