@@ -1,8 +1,28 @@
 #include "playback/portaudiosink.h"
 
+#include <alsa/error.h>
+#include <jack/jack.h>
 #include <portaudio.h>
 
+#include <mutex>
+
 namespace {
+
+void ignoreAlsa(const char *, int, const char *, int, const char *, ...) {}
+void ignoreJack(const char *) {}
+
+// PortAudio's probe of every host API makes ALSA and JACK print dozens of lines on stderr
+// when there is no card or no JACK server, which is the normal state of the small boxes
+// Orvida records on. Whether a device opened is what we report, in one line of our own.
+void quietenAudioLibraries()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        snd_lib_error_set_handler(ignoreAlsa);
+        jack_set_error_function(ignoreJack);
+        jack_set_info_function(ignoreJack);
+    });
+}
 
 int callback(const void *, void *output, unsigned long frames, const PaStreamCallbackTimeInfo *, PaStreamCallbackFlags,
     void *userData)
@@ -42,6 +62,7 @@ bool PortAudioSink::start(QString *error)
     };
     if (m_stream)
         return true;
+    quietenAudioLibraries();
     if (const PaError e = Pa_Initialize(); e != paNoError)
         return fail(paError("Audio output unavailable", e));
     m_initialised = true;

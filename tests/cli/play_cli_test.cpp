@@ -82,6 +82,7 @@ TEST(PlayCli, WithoutADevicePlaysIntoTheNullOutput)
     const CliRun run = runCli({ "play", a, b });
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_TRUE(run.err.contains("null output")) << run.err.toStdString();
+    EXPECT_EQ(lines(run.err).size(), 1) << "the sound libraries' probing stays quiet: " << run.err.toStdString();
     EXPECT_EQ(lines(run.out), QList<QByteArray>({ "track\t0\t" + a.toUtf8(), "track\t1\t" + b.toUtf8(), "ended" }));
 }
 
