@@ -466,3 +466,9 @@ bool Player::renderQueue(const QString &wavPath, QString *error)
         return failWith(wav.errorString());
     return true;
 }
+
+// Scaffolding until live playback lands.
+void Player::playLive(const QUrl &) { Q_EMIT liveFailed(QStringLiteral("live playback is not built yet")); }
+void Player::stopLive() {}
+bool Player::isLive() const { return false; }
+std::optional<QUrl> Player::liveUrl() const { return std::nullopt; }

@@ -8,6 +8,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QUrl>
 
 #include <functional>
 #include <memory>
@@ -63,12 +64,23 @@ public:
     void setRepeat(Repeat repeat);
     void setVolume(double volume); // 0..1
 
+    // Plays a live stream (the relay's local address) instead of the queue, which is kept
+    // for later. Opening and the first seconds of buffering happen off this thread; status
+    // becomes playing when sound starts. A live stream has no length, no seeking and no
+    // transitions: pause() closes the connection and play() opens it again, which is live
+    // again rather than where it was left. Playing the queue (playQueue, play after
+    // stopLive, next, previous) leaves live mode.
+    void playLive(const QUrl &url);
+    void stopLive();
+    [[nodiscard]] bool isLive() const;
+    [[nodiscard]] std::optional<QUrl> liveUrl() const;
+
     [[nodiscard]] Status status() const;
     [[nodiscard]] const QList<Track> &queue() const;
     [[nodiscard]] int currentIndex() const; // -1 when nothing is current
     [[nodiscard]] std::optional<Track> currentTrack() const;
     [[nodiscard]] QList<Track> upNext() const; // the tracks that will follow, in play order
-    [[nodiscard]] std::optional<double> position() const; // seconds into the current track
+    [[nodiscard]] std::optional<double> position() const; // seconds into the current track (live: since sound began)
     [[nodiscard]] double duration() const; // of the current track, seconds
     [[nodiscard]] bool shuffle() const;
     [[nodiscard]] Repeat repeat() const;
@@ -119,6 +131,10 @@ Q_SIGNALS:
     void queueEnded();
     // The track was heard past half its length; its play count has been raised.
     void trackPlayed(const Track &track);
+    // Live mode began (playLive) or ended (stopLive, the queue played, the stream lost).
+    void liveChanged(bool live);
+    // The live stream could not be opened or stopped delivering; the player has stopped.
+    void liveFailed(const QString &reason);
 
 private:
     struct Impl;
