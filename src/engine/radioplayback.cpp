@@ -17,7 +17,7 @@ namespace {
 
 // A client that has not finished its request by then is sent away: it would hold a
 // socket and a buffer for nothing.
-constexpr int kRequestTimeoutMs = 5000;
+constexpr int kRequestTimeoutMs = 3000;
 // Connections still sending their request at once; more are cut at once, so that a
 // local program cannot pile up sockets (the player needs one).
 constexpr int kMaxPendingRequests = 8;
