@@ -18,8 +18,7 @@ protected:
     {
         QString error;
         tone = runProgram(QStringLiteral("ffmpeg"),
-                          QStringLiteral("-v error -f lavfi -i sine=frequency=440:duration=3 -b:a 128k -f mp3 -").split(' '),
-                          &error)
+            QStringLiteral("-v error -f lavfi -i sine=frequency=440:duration=3 -b:a 128k -f mp3 -").split(' '), &error)
                    .value_or(QByteArray());
     }
     void SetUp() override { ASSERT_GT(tone.size(), 40'000); }
@@ -48,7 +47,7 @@ protected:
 
     QString endless()
     {
-        server.route("/live", IcyStream::station({"A - Song"}, 1'000'000, 20, tone));
+        server.route("/live", IcyStream::station({ "A - Song" }, 1'000'000, 20, tone));
         return QString::fromLatin1(server.url("/live"));
     }
 
@@ -59,7 +58,7 @@ protected:
 
 TEST_F(RelayCliTest, ServesTheStationUntilTerminated)
 {
-    CliChild relay({"relay", endless()});
+    CliChild relay({ "relay", endless() });
     const std::optional<QUrl> url = localUrl(relay);
     ASSERT_TRUE(url) << relay.joined().toStdString();
     EXPECT_EQ(url->toString(), QStringLiteral("http://127.0.0.1:%1/stream.mp3").arg(url->port()));
@@ -79,9 +78,8 @@ TEST_F(RelayCliTest, ServesTheStationUntilTerminated)
 // that says nothing (one that writes would end on its broken pipe anyway).
 TEST_F(RelayCliTest, AKilledRelayTakesItsFfmpegAlong)
 {
-    server.route("/quiet", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
-                               .hang());
-    CliChild relay({"relay", QString::fromLatin1(server.url("/quiet"))});
+    server.route("/quiet", FixtureServer::Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } }).hang());
+    CliChild relay({ "relay", QString::fromLatin1(server.url("/quiet")) });
     ASSERT_TRUE(localUrl(relay)) << relay.joined().toStdString();
     const qint64 ffmpeg = ffmpegOf(relay);
     ASSERT_GT(ffmpeg, 0);
@@ -97,17 +95,18 @@ TEST_F(RelayCliTest, AKilledRelayTakesItsFfmpegAlong)
 
 TEST_F(RelayCliTest, TheStationsEndIsReportedAndWhatCannotBeRelayedIsAFailure)
 {
-    server.route("/once", FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}}).send(tone).close());
-    CliChild once({"relay", QString::fromLatin1(server.url("/once"))});
+    server.route("/once",
+        FixtureServer::Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } }).send(tone).close());
+    CliChild once({ "relay", QString::fromLatin1(server.url("/once")) });
     ASSERT_TRUE(localUrl(once)) << once.joined().toStdString();
     EXPECT_EQ(once.finish(), 3);
-    EXPECT_EQ(once.starting("error\t"), QList<QByteArray>{"error\tStream unterbrochen"});
+    EXPECT_EQ(once.starting("error\t"), QList<QByteArray> { "error\tStream unterbrochen" });
 
-    const CliRun local = runCli({"relay", "file:///etc/passwd"});
+    const CliRun local = runCli({ "relay", "file:///etc/passwd" });
     EXPECT_EQ(local.exitCode, 1);
     EXPECT_EQ(local.out, QByteArray());
     EXPECT_EQ(local.err.count('\n'), 1) << local.err.toStdString();
-    EXPECT_EQ(runCli({"relay"}).exitCode, 2);
+    EXPECT_EQ(runCli({ "relay" }).exitCode, 2);
 }
 
 } // namespace

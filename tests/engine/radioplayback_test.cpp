@@ -22,8 +22,8 @@ protected:
     static void SetUpTestSuite()
     {
         QTemporaryDir dir;
-        tone = EncodedAudio::encode(dir.filePath("tone.mp3"),
-                                    {"-f", "lavfi", "-i", "sine=frequency=440:duration=4", "-b:a", "128k"});
+        tone = EncodedAudio::encode(
+            dir.filePath("tone.mp3"), { "-f", "lavfi", "-i", "sine=frequency=440:duration=4", "-b:a", "128k" });
     }
     void SetUp() override { ASSERT_GT(tone.size(), 60'000); }
 
@@ -38,7 +38,7 @@ protected:
     // A station that plays the tone round and round, about three times faster than real time.
     Station endless()
     {
-        server.route("/live", IcyStream::station({"A - Song"}, 1'000'000, 20, tone));
+        server.route("/live", IcyStream::station({ "A - Song" }, 1'000'000, 20, tone));
         return Station::custom(QString::fromLatin1(server.url("/live")), "Live");
     }
 
@@ -49,8 +49,8 @@ protected:
     FixtureServer server;
     std::unique_ptr<RadioPlayback> relay = std::make_unique<RadioPlayback>(EncodedAudio::kFfmpeg);
     QStringList endings;
-    QMetaObject::Connection watch = QObject::connect(
-        relay.get(), &RadioPlayback::ended, [this](const QString &reason) { endings << reason; });
+    QMetaObject::Connection watch
+        = QObject::connect(relay.get(), &RadioPlayback::ended, [this](const QString &reason) { endings << reason; });
 };
 
 TEST_F(RadioPlaybackTest, AClientGetsTheHeadThenTheStationsAudioUntilItEnds)
@@ -58,19 +58,19 @@ TEST_F(RadioPlaybackTest, AClientGetsTheHeadThenTheStationsAudioUntilItEnds)
     // Four seconds of tone, sent in pieces and then the end of the body.
     server.route("/finite", [](const FixtureServer::Request &) {
         auto at = std::make_shared<qsizetype>(0);
-        return FixtureServer::Script::head("HTTP/1.0 200 OK", {{"Content-Type", "audio/mpeg"}})
-            .produce(40, [at] {
-                const QByteArray piece = tone.mid(*at, 4000);
-                *at += piece.size();
-                return piece;
-            });
+        return FixtureServer::Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } }).produce(40, [at] {
+            const QByteArray piece = tone.mid(*at, 4000);
+            *at += piece.size();
+            return piece;
+        });
     });
-    const std::optional<QUrl> url = startRelay(*relay, Station::custom(QString::fromLatin1(server.url("/finite")), "Four"));
+    const std::optional<QUrl> url
+        = startRelay(*relay, Station::custom(QString::fromLatin1(server.url("/finite")), "Four"));
     ASSERT_TRUE(url);
     EXPECT_EQ(url->toString(), QStringLiteral("http://127.0.0.1:%1/stream.mp3").arg(url->port()));
     EXPECT_TRUE(relay->isRunning());
     const qint64 pid = relay->processId();
-    EXPECT_EQ(ffmpegs(), QList<qint64>{pid});
+    EXPECT_EQ(ffmpegs(), QList<qint64> { pid });
 
     RawHttpClient client(quint16(url->port()), RawHttpClient::request(quint16(url->port())));
     ASSERT_TRUE(waitUntil([&] { return client.closed; }, 20000)) << "the client is closed when the station ends";
@@ -83,7 +83,7 @@ TEST_F(RadioPlaybackTest, AClientGetsTheHeadThenTheStationsAudioUntilItEnds)
     ASSERT_TRUE(pcm) << error.toStdString();
     // All of it, up to ffmpeg's last frame: the client is closed only after the rest went out.
     EXPECT_GT(double(pcm->size()) / AudioCheck::kRateHz, 3.8);
-    const std::vector<int> labels = AudioCheck::toneLabels(*pcm, {440.0}, 0.25);
+    const std::vector<int> labels = AudioCheck::toneLabels(*pcm, { 440.0 }, 0.25);
     EXPECT_GE(std::count(labels.begin(), labels.end(), 0), qsizetype(labels.size()) - 2)
         << AudioCheck::describe(labels, 0.25).toStdString();
 
@@ -109,7 +109,7 @@ TEST_F(RadioPlaybackTest, EachStartReplacesTheRelayAndStopEndsIt)
     EXPECT_EQ(*first, std::nullopt) << "an overtaken start gets nothing";
     ASSERT_TRUE(*second);
     const qint64 pid = relay->processId();
-    EXPECT_EQ(ffmpegs(), QList<qint64>{pid});
+    EXPECT_EQ(ffmpegs(), QList<qint64> { pid });
 
     // A start while one serves a client.
     RawHttpClient client(quint16((*second)->port()), RawHttpClient::request(quint16((*second)->port())));
@@ -119,7 +119,7 @@ TEST_F(RadioPlaybackTest, EachStartReplacesTheRelayAndStopEndsIt)
     EXPECT_TRUE(waitUntil([&] { return client.closed; }));
     const qint64 replacement = relay->processId();
     EXPECT_NE(replacement, pid);
-    EXPECT_EQ(ffmpegs(), QList<qint64>{replacement});
+    EXPECT_EQ(ffmpegs(), QList<qint64> { replacement });
 
     std::optional<std::optional<QUrl>> stopped;
     relay->start(live, [&](std::optional<QUrl> url) { stopped = url; });
@@ -146,12 +146,12 @@ TEST_F(RadioPlaybackTest, TheListenerServesOnlyThePlayersRequestToOneClient)
         return client.statusLine();
     };
     EXPECT_EQ(answer(RawHttpClient::request(port, "GET", "/stream.mp3", "evil.example:" + QByteArray::number(port))),
-              "HTTP/1.0 403 Forbidden");
+        "HTTP/1.0 403 Forbidden");
     EXPECT_EQ(answer(RawHttpClient::request(port, "POST")), "HTTP/1.0 405 Method Not Allowed");
     EXPECT_EQ(answer(RawHttpClient::request(port, "GET", "/")), "HTTP/1.0 404 Not Found");
     EXPECT_EQ(answer(RawHttpClient::request(port, "GET", "/stream.mp3?a=1")), "HTTP/1.0 404 Not Found");
     EXPECT_EQ(answer("GET /stream.mp3 HTTP/1.1\r\nX-Long: " + QByteArray(RadioPlayback::kMaxRequestBytes, 'a')),
-              "HTTP/1.0 400 Bad Request");
+        "HTTP/1.0 400 Bad Request");
 
     RawHttpClient player(port, RawHttpClient::request(port));
     ASSERT_TRUE(waitUntil([&] { return player.received.size() > RadioPlayback::responseHead().size() + 2000; }, 10000));
@@ -182,13 +182,13 @@ TEST_F(RadioPlaybackTest, OnlyHttpAddressesEverReachFfmpeg)
     // An ffmpeg that notes each launch.
     const QString launches = home.file("launches");
     const QString wrapper = home.file("bin/ffmpeg");
-    writeFile(wrapper, "#!/bin/sh\necho \"$2\" >> '" + launches.toUtf8() + "'\nexec " + EncodedAudio::kFfmpeg.toUtf8()
-                           + " \"$@\"\n");
+    writeFile(wrapper,
+        "#!/bin/sh\necho \"$2\" >> '" + launches.toUtf8() + "'\nexec " + EncodedAudio::kFfmpeg.toUtf8() + " \"$@\"\n");
     ASSERT_TRUE(QFile::setPermissions(wrapper, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     RadioPlayback guarded(wrapper);
 
     const QString live = QString::fromLatin1(server.url("/live"));
-    for (const QString &address : {QStringLiteral("file:///etc/passwd"), "concat:" + live + "|" + live})
+    for (const QString &address : { QStringLiteral("file:///etc/passwd"), "concat:" + live + "|" + live })
         EXPECT_EQ(startRelay(guarded, Station::custom(address, "Local")), std::nullopt) << address.toStdString();
     EXPECT_FALSE(QFile::exists(launches));
 

@@ -32,7 +32,10 @@ TEST(RelayRequest, TheHeadEndsAtTheFirstEmptyLine)
 TEST(RelayRequest, OnlyThePlayersOwnRequestIsServed)
 {
     EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.1") + "\r\n"), 200);
-    EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.0", "User-Agent: Lavf\r\nhOsT:  127.0.0.1:40123 \r\nIcy-MetaData: 1\r\n") + "\r\n"), 200);
+    EXPECT_EQ(
+        judge(request("GET /stream.mp3 HTTP/1.0", "User-Agent: Lavf\r\nhOsT:  127.0.0.1:40123 \r\nIcy-MetaData: 1\r\n")
+            + "\r\n"),
+        200);
     EXPECT_EQ(judge("GET /stream.mp3 HTTP/1.1\nHost: 127.0.0.1:40123\n\n"), 200);
 
     // A page that reached the port through DNS rebinding names its own host, whatever it asks.
@@ -56,13 +59,14 @@ TEST(RelayRequest, OnlyThePlayersOwnRequestIsServed)
 
 TEST(RelayRequest, WhatIsNotAnHttp1RequestIsABadRequest)
 {
-    for (const QByteArray &line : {QByteArray("GET /stream.mp3"), QByteArray("GET /stream.mp3 HTTP/2.0"),
-                                   QByteArray("GET  /stream.mp3 HTTP/1.1"), QByteArray("GET /stream.mp3 HTTP/1.1 x"),
-                                   QByteArray("GET /stream.mp3 HTTP/1.10"), QByteArray("G(T /stream.mp3 HTTP/1.1"),
-                                   QByteArray("GET /stream\x01.mp3 HTTP/1.1"), QByteArray("")})
+    for (const QByteArray &line : { QByteArray("GET /stream.mp3"), QByteArray("GET /stream.mp3 HTTP/2.0"),
+             QByteArray("GET  /stream.mp3 HTTP/1.1"), QByteArray("GET /stream.mp3 HTTP/1.1 x"),
+             QByteArray("GET /stream.mp3 HTTP/1.10"), QByteArray("G(T /stream.mp3 HTTP/1.1"),
+             QByteArray("GET /stream\x01.mp3 HTTP/1.1"), QByteArray("") })
         EXPECT_EQ(judge(request(line) + "\r\n"), 400) << line.toStdString();
     // Headers read one way by us and another by someone else are refused outright.
-    EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.1", "Host: 127.0.0.1:40123\r\nHost: evil.example\r\n") + "\r\n"), 400);
+    EXPECT_EQ(
+        judge(request("GET /stream.mp3 HTTP/1.1", "Host: 127.0.0.1:40123\r\nHost: evil.example\r\n") + "\r\n"), 400);
     EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.1", "Host : 127.0.0.1:40123\r\n") + "\r\n"), 400);
     EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.1", "Host: 127.0.0.1:40123\r\n folded\r\n") + "\r\n"), 400);
     EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.1", "no colon\r\n") + "\r\n"), 400);
@@ -72,7 +76,7 @@ TEST(RelayRequest, RefusalsAreCompleteAnswersThatCloseTheConnection)
 {
     EXPECT_EQ(RelayRequest::refusal(403), "HTTP/1.0 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(RelayRequest::refusal(405),
-              "HTTP/1.0 405 Method Not Allowed\r\nAllow: GET\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+        "HTTP/1.0 405 Method Not Allowed\r\nAllow: GET\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     EXPECT_TRUE(RelayRequest::refusal(503).startsWith("HTTP/1.0 503 Service Unavailable\r\n"));
     EXPECT_TRUE(RelayRequest::refusal(404).startsWith("HTTP/1.0 404 Not Found\r\n"));
     EXPECT_TRUE(RelayRequest::refusal(400).startsWith("HTTP/1.0 400 Bad Request\r\n"));
@@ -80,13 +84,13 @@ TEST(RelayRequest, RefusalsAreCompleteAnswersThatCloseTheConnection)
 
 TEST(RelayRequest, OnlyHttpAndHttpsAddressesReachFfmpeg)
 {
-    for (const char *ok : {"http://127.0.0.1:8000/live", "https://stream.example.org/radio.mp3?x=1",
-                           "HTTP://stream.example.org/", "http://[::1]:8000/"})
+    for (const char *ok : { "http://127.0.0.1:8000/live", "https://stream.example.org/radio.mp3?x=1",
+             "HTTP://stream.example.org/", "http://[::1]:8000/" })
         EXPECT_TRUE(RadioPlayback::isRelayableAddress(QString::fromLatin1(ok))) << ok;
-    for (const char *refused : {"file:///etc/passwd", "/etc/passwd", "concat:http://a.example/1|http://a.example/2",
-                                "subfile,,start,0,end,0,,:http://a.example/x", "ftp://a.example/x", "rtmp://a.example/x",
-                                "pipe:0", "http:///path", "http://", "http:/a.example/x", " http://a.example/x",
-                                "http://a.example/x y", "http://a.example/x\n", "https:a.example", ""})
+    for (const char *refused : { "file:///etc/passwd", "/etc/passwd", "concat:http://a.example/1|http://a.example/2",
+             "subfile,,start,0,end,0,,:http://a.example/x", "ftp://a.example/x", "rtmp://a.example/x", "pipe:0",
+             "http:///path", "http://", "http:/a.example/x", " http://a.example/x", "http://a.example/x y",
+             "http://a.example/x\n", "https:a.example", "" })
         EXPECT_FALSE(RadioPlayback::isRelayableAddress(QString::fromLatin1(refused))) << refused;
 }
 

@@ -35,7 +35,7 @@ inline std::optional<Entry> entry(qint64 pid)
     const QList<QByteArray> rest = stat.mid(close + 2).split(' ');
     if (rest.size() < 2 || rest[0].isEmpty())
         return std::nullopt;
-    return Entry{pid, stat.mid(open + 1, close - open - 1), rest[0][0], rest[1].toLongLong()};
+    return Entry { pid, stat.mid(open + 1, close - open - 1), rest[0][0], rest[1].toLongLong() };
 }
 
 // Living children of `parent` named `comm`.

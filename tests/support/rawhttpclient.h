@@ -30,7 +30,7 @@ struct RawHttpClient {
 
     // What a player sends for the relay's stream at 127.0.0.1:`port`.
     static QByteArray request(quint16 port, const QByteArray &method = "GET", const QByteArray &target = "/stream.mp3",
-                              const QByteArray &host = {})
+        const QByteArray &host = {})
     {
         const QByteArray hostValue = host.isEmpty() ? "127.0.0.1:" + QByteArray::number(port) : host;
         return method + ' ' + target + " HTTP/1.1\r\nHost: " + hostValue + "\r\nUser-Agent: test\r\n\r\n";
