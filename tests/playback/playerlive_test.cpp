@@ -25,7 +25,7 @@ protected:
     static void SetUpTestSuite()
     {
         QString error;
-        s_mp3 = LiveStream::makeMp3(kStationSec, &error);
+        s_mp3 = LiveStream::makeMp3(LiveStream::toneSource(kStationSec), &error);
         ASSERT_FALSE(s_mp3->isEmpty()) << error.toStdString();
     }
     static void TearDownTestSuite() { s_mp3.reset(); }
