@@ -137,22 +137,26 @@ TEST_F(PlayerLiveTest, AStreamThatEndsFallsSilentOrCannotOpenEndsLiveMode)
     serve("/ends", 2, 2, [](Script &s) { s.close(); });
     serve("/silent", 2, 2, [](Script &s) { s.hang(); });
     struct Case {
-        QByteArray path;
+        QUrl url;
         QString reason;
         bool sounded;
     };
+    const QString file = home.file(QStringLiteral("station.mp3"));
+    writeFile(file, *s_mp3);
     const QList<Case> cases {
-        { "/ends", QStringLiteral("the stream ended"), true }, { "/silent", QStringLiteral("no data for 1 s"), true },
-        { "/missing", QStringLiteral("cannot open"), false }, // the fixture answers 404
+        { url("/ends"), QStringLiteral("the stream ended"), true },
+        { url("/silent"), QStringLiteral("no data for 1 s"), true },
+        { url("/missing"), QStringLiteral("cannot open"), false }, // the fixture answers 404
+        { QUrl::fromLocalFile(file), QStringLiteral("cannot open"), false }, // only http(s) streams
     };
     Player player(engine, settings, nullptr);
     player.setLiveTimeout(1);
     for (const Case &c : cases) {
-        SCOPED_TRACE(c.path.toStdString());
+        SCOPED_TRACE(c.url.toString().toStdString());
         QSignalSpy live(&player, &Player::liveChanged);
         QSignalSpy status(&player, &Player::statusChanged);
         QSignalSpy failed(&player, &Player::liveFailed);
-        player.playLive(url(c.path));
+        player.playLive(c.url);
         ASSERT_TRUE(waitUntil([&] { return !failed.isEmpty(); }, 10000));
         EXPECT_TRUE(failed[0][0].toString().contains(c.reason)) << failed[0][0].toString().toStdString();
         EXPECT_FALSE(player.isLive());
