@@ -1,5 +1,7 @@
 #include "engine/cutplanner.h"
 
+#include <QStringList>
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -48,6 +50,7 @@ public:
     CutPlanner planner;
     std::vector<Song> songs;
     int discarded = 0;
+    QStringList abandoned;
 
 private:
     void run(const CutPlanner::Actions &actions, const QByteArray &input = {})
@@ -83,6 +86,9 @@ private:
                     ASSERT_EQ(m_files.erase(id), 1u);
                     ++discarded;
                 }
+                break;
+            case Kind::Abandon:
+                abandoned << a.title;
                 break;
             }
         }
