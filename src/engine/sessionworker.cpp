@@ -322,9 +322,10 @@ void SessionWorker::flushToDisk()
 void SessionWorker::armSave(const QString &title)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    // After a stop or a give-up the song playing has already been abandoned.
-    const CutPlanner::ArmResult result
-        = m_stopped->load() || m_ended ? CutPlanner::ArmResult::Ended : m_segmenter.arm(title);
+    // After a give-up the song playing has been abandoned already. A stop set since the
+    // arm was sent is not checked: its shutDown() is queued behind this and abandons the
+    // song, which is then reported as such.
+    const CutPlanner::ArmResult result = m_ended ? CutPlanner::ArmResult::Ended : m_segmenter.arm(title);
     if (result != CutPlanner::ArmResult::Armed)
         Q_EMIT saveRefused(title, result);
 }

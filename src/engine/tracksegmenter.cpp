@@ -51,10 +51,11 @@ void TrackSegmenter::handleTitle(const QString &rawTitle)
         return;
     const CutPlanner::Actions actions
         = m_planner.onTitle(rawTitle, m_hooks.readPadding ? m_hooks.readPadding() : Padding {});
+    // Whether the new song can be saved is known before its title is shown.
+    reportKeep();
     if (m_hooks.titleAccepted)
         m_hooks.titleAccepted(m_planner.lastTitle());
     apply(actions);
-    reportKeep();
 }
 
 void TrackSegmenter::finalizeSegment(bool isStop)
