@@ -58,6 +58,21 @@ protected:
         library = std::move(opened.store);
     }
 
+    // Real MP3 (ffmpeg in the relay must be able to play it) in whole frames.
+    IcyStream::Mp3Programme programme(QList<std::pair<QByteArray, int>> songs)
+    {
+        IcyStream::Mp3Programme p;
+        p.mp3 = EncodedAudio::encode(home.file("tone.mp3"),
+                                     {"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=32000:duration=20", "-ac", "1",
+                                      "-c:a", "libmp3lame", "-b:a", "128k", "-write_xing", "0", "-id3v2_version", "0",
+                                      "-f", "mp3"});
+        EXPECT_EQ(p.mp3.size() % 576, 0);
+        EXPECT_GT(p.mp3.size(), kMetaint);
+        p.metaint = kMetaint;
+        p.songs = std::move(songs);
+        return p;
+    }
+
     TestHome home;
     FixtureServer server;
     HttpClient http;
@@ -67,16 +82,9 @@ protected:
 
 TEST_F(StationListenerTest, SavesTheArmedSongFromItsTitleChangeToTheNextAndNothingElse)
 {
-    IcyStream::Mp3Programme programme;
-    programme.mp3 = EncodedAudio::encode(home.file("tone.mp3"),
-                                         {"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=32000:duration=20", "-ac",
-                                          "1", "-c:a", "libmp3lame", "-b:a", "128k", "-write_xing", "0", "-id3v2_version",
-                                          "0", "-f", "mp3"});
-    ASSERT_EQ(programme.mp3.size() % 576, 0);
-    ASSERT_GT(programme.mp3.size(), kMetaint);
-    programme.metaint = kMetaint;
     // 4 blocks a second of stream, served at about 12 times real time.
-    programme.songs = {{"A - Joined", 80}, {"Station Jingle", 40}, {"B - Whole", 140}, {"C - Next", 400}, {"D - Last", 1}};
+    const IcyStream::Mp3Programme programme = this->programme(
+        {{"A - Joined", 80}, {"Station Jingle", 40}, {"B - Whole", 140}, {"C - Next", 400}, {"D - Last", 1}});
     server.route("/live", programme.handler(20));
     Station station = Station::custom(QString::fromLatin1(server.url("/live")), "Fixture FM");
     station.bitrate = 128;
@@ -148,6 +156,45 @@ TEST_F(StationListenerTest, SavesTheArmedSongFromItsTitleChangeToTheNextAndNothi
     EXPECT_EQ(saved.size(), 1u);
     EXPECT_TRUE(failures.isEmpty()) << failures.join("; ").toStdString();
     ASSERT_TRUE(waitUntil([&] { return filesInTmp().isEmpty(); }));
+}
+
+TEST_F(StationListenerTest, WithoutKeepingTheSongTheTitleIsPolledAndTheRelaysEndStopsListening)
+{
+    // The station hangs up after about 15 s of stream; the relay's ffmpeg ends with it.
+    IcyStream::Mp3Programme programme = this->programme({{"A - Polled", 60}});
+    const FixtureServer::Handler endless = programme.handler(5);
+    server.route("/live", [endless](const FixtureServer::Request &request) {
+        FixtureServer::Script script = endless(request);
+        auto left = std::make_shared<int>(60);
+        auto next = script.steps.last().produce;
+        script.steps.last().produce = [left, next] { return (*left)-- > 0 ? next() : QByteArray(); };
+        return script;
+    });
+    StationListener listener(context, library.get());
+    ASSERT_TRUE(listener.keepsSong()) << "on unless switched off";
+    listener.setKeepSong(false);
+    EXPECT_FALSE(listener.keepsSong());
+    QStringList titles, failures;
+    QObject::connect(&listener, &StationListener::titleChanged, [&](const QString &t) { titles << t; });
+    QObject::connect(&listener, &StationListener::streamFailed, [&](const QString &m) { failures << m; });
+    const Station station = Station::custom(QString::fromLatin1(server.url("/live")), "Polled FM");
+    listener.start(station);
+    EXPECT_EQ(listener.capture(), nullptr) << "no second connection";
+    ASSERT_TRUE(waitUntil([&] { return titles.contains("A - Polled"); }, 10000));
+    QString why;
+    EXPECT_FALSE(listener.saveCurrentSong(&why));
+    EXPECT_EQ(why, "keeping the song playing is switched off");
+
+    ASSERT_TRUE(waitUntil([&] { return !failures.isEmpty(); }, 15000));
+    EXPECT_EQ(failures, QStringList{"Stream unterbrochen"});
+    EXPECT_FALSE(listener.streamUrl());
+    EXPECT_EQ(listener.station()->id, station.id) << "the failed station stays named";
+    EXPECT_FALSE(listener.relay().isRunning());
+
+    // Not an http(s) address: the relay refuses it.
+    listener.start(Station::custom("file:///etc/passwd", "Local"));
+    ASSERT_TRUE(waitUntil([&] { return failures.size() == 2; }));
+    EXPECT_EQ(failures[1], "Ungültige Stream-URL");
 }
 
 TEST_F(StationListenerTest, AListeningCaptureKeepsNoMoreThanItsBoundOfATitleLessStream)
