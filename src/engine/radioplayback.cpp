@@ -17,7 +17,7 @@ namespace {
 
 // A client that has not finished its request by then is sent away: it would hold a
 // socket and a buffer for nothing.
-constexpr int kRequestTimeoutMs = 5000;
+constexpr int kRequestTimeoutMs = 3000;
 // Connections still sending their request at once; more are cut at once, so that a
 // local program cannot pile up sockets (the player needs one).
 constexpr int kMaxPendingRequests = 8;
@@ -35,7 +35,7 @@ using Done = std::function<void(std::optional<QUrl>)>;
 class RelayWorker : public QObject {
 public:
     RelayWorker(QString ffmpegPath, std::function<void(quint64, std::optional<QUrl>, Done)> reportStart,
-                std::function<void(quint64, QString)> reportEnd)
+        std::function<void(quint64, QString)> reportEnd)
         : m_ffmpegPath(std::move(ffmpegPath))
         , m_reportStart(std::move(reportStart))
         , m_reportEnd(std::move(reportEnd))
@@ -49,7 +49,7 @@ public:
     // or of a socket (it deletes them).
     void stopRelay();
 
-    std::atomic<qint64> pid{0};
+    std::atomic<qint64> pid { 0 };
 
 private:
     void onLaunched();
@@ -74,9 +74,9 @@ private:
     ChildProcess *m_child = nullptr;
     QTcpServer *m_server = nullptr;
     quint16 m_port = 0;
-    QTcpSocket *m_client = nullptr;            // the one being served
+    QTcpSocket *m_client = nullptr; // the one being served
     QHash<QTcpSocket *, QByteArray> m_requests; // still sending their request
-    QList<QPointer<QTcpSocket>> m_closing;      // refused, or served until ffmpeg's end
+    QList<QPointer<QTcpSocket>> m_closing; // refused, or served until ffmpeg's end
     // ffmpeg's newest output while nobody is served; trimmed in batches to kBacklogBytes.
     QByteArray m_backlog;
     QString m_lastStderrLine;
@@ -341,7 +341,8 @@ RadioPlayback::~RadioPlayback()
     ++m_startGeneration;
     // Blocking: ffmpeg must be gone when we are, and the worker may touch nothing of ours
     // afterwards. It only kills and reaps, which takes milliseconds.
-    QMetaObject::invokeMethod(m_worker, [worker = m_worker] { worker->stopRelay(); }, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(
+        m_worker, [worker = m_worker] { worker->stopRelay(); }, Qt::BlockingQueuedConnection);
     m_thread.quit();
     m_thread.wait();
     delete m_worker; // its thread has ended
@@ -365,7 +366,8 @@ void RadioPlayback::stop()
     Q_ASSERT(QThread::currentThread() == thread());
     ++m_startGeneration;
     m_url.reset();
-    QMetaObject::invokeMethod(m_worker, [worker = m_worker] { worker->stopRelay(); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        m_worker, [worker = m_worker] { worker->stopRelay(); }, Qt::QueuedConnection);
 }
 
 bool RadioPlayback::isRunning() const
@@ -385,8 +387,9 @@ qint64 RadioPlayback::processId() const
 
 QStringList RadioPlayback::ffmpegArguments(const QString &streamUrl)
 {
-    return {QStringLiteral("-i"), streamUrl, QStringLiteral("-vn"), QStringLiteral("-acodec"), QStringLiteral("libmp3lame"),
-            QStringLiteral("-q:a"), QStringLiteral("4"), QStringLiteral("-f"), QStringLiteral("mp3"), QStringLiteral("pipe:1")};
+    return { QStringLiteral("-i"), streamUrl, QStringLiteral("-vn"), QStringLiteral("-acodec"),
+        QStringLiteral("libmp3lame"), QStringLiteral("-q:a"), QStringLiteral("4"), QStringLiteral("-f"),
+        QStringLiteral("mp3"), QStringLiteral("pipe:1") };
 }
 
 QByteArray RadioPlayback::responseHead()

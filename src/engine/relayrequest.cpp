@@ -6,59 +6,59 @@ namespace RelayRequest {
 
 namespace {
 
-// Splits the head into lines at LF, dropping a CR before it.
-QList<QByteArrayView> lines(QByteArrayView head)
-{
-    QList<QByteArrayView> out;
-    qsizetype start = 0;
-    while (start <= head.size()) {
-        qsizetype end = head.indexOf('\n', start);
-        if (end < 0)
-            end = head.size();
-        QByteArrayView line = head.sliced(start, end - start);
-        if (line.endsWith('\r'))
-            line.chop(1);
-        out << line;
-        start = end + 1;
+    // Splits the head into lines at LF, dropping a CR before it.
+    QList<QByteArrayView> lines(QByteArrayView head)
+    {
+        QList<QByteArrayView> out;
+        qsizetype start = 0;
+        while (start <= head.size()) {
+            qsizetype end = head.indexOf('\n', start);
+            if (end < 0)
+                end = head.size();
+            QByteArrayView line = head.sliced(start, end - start);
+            if (line.endsWith('\r'))
+                line.chop(1);
+            out << line;
+            start = end + 1;
+        }
+        return out;
     }
-    return out;
-}
 
-bool isTokenChar(char c)
-{
-    // RFC 9110 tchar
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')
-        || QByteArrayView("!#$%&'*+-.^_`|~").contains(c);
-}
+    bool isTokenChar(char c)
+    {
+        // RFC 9110 tchar
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')
+            || QByteArrayView("!#$%&'*+-.^_`|~").contains(c);
+    }
 
-bool isToken(QByteArrayView text)
-{
-    if (text.isEmpty())
-        return false;
-    for (char c : text) {
-        if (!isTokenChar(c))
+    bool isToken(QByteArrayView text)
+    {
+        if (text.isEmpty())
             return false;
+        for (char c : text) {
+            if (!isTokenChar(c))
+                return false;
+        }
+        return true;
     }
-    return true;
-}
 
-QByteArrayView trimmedValue(QByteArrayView value)
-{
-    while (!value.isEmpty() && (value.front() == ' ' || value.front() == '\t'))
-        value = value.sliced(1);
-    while (!value.isEmpty() && (value.back() == ' ' || value.back() == '\t'))
-        value.chop(1);
-    return value;
-}
-
-bool hasControlBytes(QByteArrayView text)
-{
-    for (char c : text) {
-        if ((uchar(c) < 0x20 && c != '\t') || c == 0x7F)
-            return true;
+    QByteArrayView trimmedValue(QByteArrayView value)
+    {
+        while (!value.isEmpty() && (value.front() == ' ' || value.front() == '\t'))
+            value = value.sliced(1);
+        while (!value.isEmpty() && (value.back() == ' ' || value.back() == '\t'))
+            value.chop(1);
+        return value;
     }
-    return false;
-}
+
+    bool hasControlBytes(QByteArrayView text)
+    {
+        for (char c : text) {
+            if ((uchar(c) < 0x20 && c != '\t') || c == 0x7F)
+                return true;
+        }
+        return false;
+    }
 
 } // namespace
 
@@ -121,13 +121,19 @@ QByteArray refusal(int status)
     QByteArray reason;
     QByteArray extra;
     switch (status) {
-    case 403: reason = "Forbidden"; break;
-    case 404: reason = "Not Found"; break;
+    case 403:
+        reason = "Forbidden";
+        break;
+    case 404:
+        reason = "Not Found";
+        break;
     case 405:
         reason = "Method Not Allowed";
         extra = "Allow: GET\r\n";
         break;
-    case 503: reason = "Service Unavailable"; break;
+    case 503:
+        reason = "Service Unavailable";
+        break;
     default:
         status = 400;
         reason = "Bad Request";
