@@ -61,7 +61,8 @@ void SongBound(benchmark::State &state)
         // about two seconds, so the millisecond samples see every step of the buffer.
         server.route("/untitled", [](const FixtureServer::Request &) {
             auto block = std::make_shared<int>(0);
-            return FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}, {"Content-Type", "audio/mpeg"}})
+            return FixtureServer::Script::head(
+                "ICY 200 OK", { { "icy-metaint", "1000" }, { "Content-Type", "audio/mpeg" } })
                 .produce(1, [block] {
                     QByteArray piece;
                     for (int i = 0; i < 16; ++i)
@@ -78,7 +79,7 @@ void SongBound(benchmark::State &state)
         const qint64 bound = qint64(StationListener::kMaxSongSeconds) * bytesPerSec;
         const qint64 streamBytes = 30 * 60 * bytesPerSec;
 
-        RecordingSession capture(station, RecordingSession::Listening{StationListener::kMaxSongSeconds}, context);
+        RecordingSession capture(station, RecordingSession::Listening { StationListener::kMaxSongSeconds }, context);
         QElapsedTimer clock;
         clock.start();
         qint64 peak = 0;
@@ -109,7 +110,7 @@ BENCHMARK(SongBound)->Iterations(1)->Unit(benchmark::kSecond)->UseRealTime();
 qint64 treeTicks(qint64 pid, qint64 *ownTicks)
 {
     qint64 ticks = 0;
-    QList<qint64> pending{pid};
+    QList<qint64> pending { pid };
     QHash<qint64, QList<qint64>> children;
     QHash<qint64, qint64> own;
     for (const QString &entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
@@ -139,7 +140,7 @@ qint64 treeTicks(qint64 pid, qint64 *ownTicks)
 
 double childrenCpuSec()
 {
-    rusage usage{};
+    rusage usage {};
     getrusage(RUSAGE_CHILDREN, &usage);
     return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec)
         + double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
@@ -155,10 +156,10 @@ void Cpu(benchmark::State &state)
         IcyStream::Mp3Programme programme;
         QString error;
         const auto mp3 = runProgram(QStringLiteral("/usr/bin/ffmpeg"),
-                                    {"-v", "error", "-f", "lavfi", "-i",
-                                     "aevalsrc=0.3*sin(2*PI*(220+40*sin(t))*t)|0.3*sin(2*PI*330*t):s=44100:d=30", "-c:a",
-                                     "libmp3lame", "-b:a", "128k", "-f", "mp3", "pipe:1"},
-                                    &error);
+            { "-v", "error", "-f", "lavfi", "-i",
+                "aevalsrc=0.3*sin(2*PI*(220+40*sin(t))*t)|0.3*sin(2*PI*330*t):s=44100:d=30", "-c:a", "libmp3lame",
+                "-b:a", "128k", "-f", "mp3", "pipe:1" },
+            &error);
         if (!mp3 || mp3->isEmpty()) {
             state.SkipWithError(("ffmpeg: " + error).toUtf8().constData());
             return;
@@ -166,7 +167,7 @@ void Cpu(benchmark::State &state)
         programme.mp3 = *mp3;
         programme.metaint = 16000; // one second of a 128 kbit/s stream per block
         for (int song = 0; song < 10; ++song)
-            programme.songs.append({QByteArray("Artist - Song ") + QByteArray::number(song), 20});
+            programme.songs.append({ QByteArray("Artist - Song ") + QByteArray::number(song), 20 });
         server.route("/live", programme.handler(1000));
 
         QProcess cli;
@@ -175,7 +176,7 @@ void Cpu(benchmark::State &state)
         QElapsedTimer clock;
         clock.start();
         cli.start(QStringLiteral(ORVIDA_CLI_PATH),
-                  {"listen", QString::fromLatin1(server.url("/live")), "--for", QString::number(kSeconds + 2)});
+            { "listen", QString::fromLatin1(server.url("/live")), "--for", QString::number(kSeconds + 2) });
         if (!cli.waitForStarted()) {
             state.SkipWithError("orvida-cli did not start");
             return;

@@ -53,7 +53,7 @@ int listenCommand(CliServices &services, const QStringList &args)
     const QString usage = QString::fromLatin1(kUsage);
     QString error;
     const auto parsed = Cli::parse(
-        args, {QStringLiteral("name"), QStringLiteral("for"), QStringLiteral("save-at")}, false, 1, 1, &error);
+        args, { QStringLiteral("name"), QStringLiteral("for"), QStringLiteral("save-at") }, false, 1, 1, &error);
     if (!parsed)
         return Cli::usageError(usage, error);
     std::optional<double> forSec;
@@ -99,7 +99,8 @@ int listenCommand(CliServices &services, const QStringList &args)
         if (!title.isEmpty())
             Cli::out(QStringLiteral("title\t") + title);
     });
-    QObject::connect(&listener, &StationListener::streamReady, &player, [&player](const QUrl &url) { player.playLive(url); });
+    QObject::connect(
+        &listener, &StationListener::streamReady, &player, [&player](const QUrl &url) { player.playLive(url); });
     QObject::connect(&listener, &StationListener::streamFailed, [&](const QString &message) {
         Cli::out(QStringLiteral("error\t") + message);
         finish(kExitGaveUp);
@@ -118,7 +119,7 @@ int listenCommand(CliServices &services, const QStringList &args)
         Cli::out(QStringLiteral("error\t\"%1\" not saved: %2").arg(title, reason));
     });
     QObject::connect(&listener, &StationListener::saveFailed,
-                     [](const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
+        [](const QString &message) { Cli::out(QStringLiteral("error\t") + message); });
 
     SignalWatcher signals;
     QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finish(kExitOk); });

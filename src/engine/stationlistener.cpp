@@ -52,9 +52,11 @@ QString whyRefused(CutPlanner::ArmResult result)
 } // namespace
 
 StationListener::StationListener(RecordingContext &context, LibraryStore *library, QObject *parent)
-    : QObject(parent), m_context(context), m_library(library),
-      m_relay(std::make_unique<RadioPlayback>(context.ffmpegPath)),
-      m_liveTitle(std::make_unique<StreamTitlePoller>(context.http()))
+    : QObject(parent)
+    , m_context(context)
+    , m_library(library)
+    , m_relay(std::make_unique<RadioPlayback>(context.ffmpegPath))
+    , m_liveTitle(std::make_unique<StreamTitlePoller>(context.http()))
 {
     connect(m_relay.get(), &RadioPlayback::ended, this, [this] {
         if (m_station)
@@ -146,7 +148,7 @@ void StationListener::startCapture(const Station &station)
         m_liveTitle->start(station.streamUrl);
         return;
     }
-    auto *capture = new RecordingSession(station, RecordingSession::Listening{kMaxSongSeconds}, m_context);
+    auto *capture = new RecordingSession(station, RecordingSession::Listening { kMaxSongSeconds }, m_context);
     m_capture = capture;
     connect(capture, &RecordingSession::currentStreamTitleChanged, this, [this, capture](const QString &title) {
         if (capture == m_capture)
@@ -191,8 +193,9 @@ void StationListener::connectOutcomes(RecordingSession *capture)
         if (library && !RadioRecorder::upsertIntoLibrary(track, *library)) {
             if (self) {
                 self->settle(track.title, false);
-                Q_EMIT self->saveFailed(QStringLiteral("\"%1\" was saved as %2 but the library refused it: %3")
-                                            .arg(track.title, track.filePath.value_or(QString()), library->lastError()));
+                Q_EMIT self->saveFailed(
+                    QStringLiteral("\"%1\" was saved as %2 but the library refused it: %3")
+                        .arg(track.title, track.filePath.value_or(QString()), library->lastError()));
             }
             return;
         }
@@ -310,7 +313,7 @@ bool StationListener::saveCurrentSong(QString *why)
     // A jingle would be dropped at its end anyway; say so now rather than after it.
     const RadioEngineSettings settings = RadioEngineSettings::effective(m_station->id);
     if (const auto skip = SongSaver::screen(title, 1, TrackSegmenter::bytesPerSecForBitrate(m_station->bitrate),
-                                            {settings.skipJingles, settings.lossless, 0}, false)) {
+            { settings.skipJingles, settings.lossless, 0 }, false)) {
         QMetaObject::invokeMethod(
             this, [this, title, reason = *skip] { Q_EMIT songSkipped(title, reason); }, Qt::QueuedConnection);
         return true;
@@ -336,6 +339,6 @@ bool StationListener::hasPendingSaves() const
 {
     if (m_armedTitle || m_savesInFlight > 0 || m_abandoning > 0)
         return true;
-    return std::any_of(m_retired.cbegin(), m_retired.cend(),
-                       [](const QPointer<RecordingSession> &s) { return s && !s->isIdle(); });
+    return std::any_of(
+        m_retired.cbegin(), m_retired.cend(), [](const QPointer<RecordingSession> &s) { return s && !s->isIdle(); });
 }

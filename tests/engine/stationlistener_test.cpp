@@ -63,9 +63,8 @@ protected:
     {
         IcyStream::Mp3Programme p;
         p.mp3 = EncodedAudio::encode(home.file("tone.mp3"),
-                                     {"-f", "lavfi", "-i", "sine=frequency=440:sample_rate=32000:duration=20", "-ac", "1",
-                                      "-c:a", "libmp3lame", "-b:a", "128k", "-write_xing", "0", "-id3v2_version", "0",
-                                      "-f", "mp3"});
+            { "-f", "lavfi", "-i", "sine=frequency=440:sample_rate=32000:duration=20", "-ac", "1", "-c:a", "libmp3lame",
+                "-b:a", "128k", "-write_xing", "0", "-id3v2_version", "0", "-f", "mp3" });
         EXPECT_EQ(p.mp3.size() % 576, 0);
         EXPECT_GT(p.mp3.size(), kMetaint);
         p.metaint = kMetaint;
@@ -76,15 +75,15 @@ protected:
     TestHome home;
     FixtureServer server;
     HttpClient http;
-    RecordingContext context{http, nullptr};
+    RecordingContext context { http, nullptr };
     std::unique_ptr<LibraryStore> library;
 };
 
 TEST_F(StationListenerTest, SavesTheArmedSongFromItsTitleChangeToTheNextAndNothingElse)
 {
     // 4 blocks a second of stream, served at about 12 times real time.
-    const IcyStream::Mp3Programme programme = this->programme(
-        {{"A - Joined", 100}, {"Station Jingle", 80}, {"B - Whole", 240}, {"C - Next", 400}, {"D - Last", 1}});
+    const IcyStream::Mp3Programme programme = this->programme({ { "A - Joined", 100 }, { "Station Jingle", 80 },
+        { "B - Whole", 240 }, { "C - Next", 400 }, { "D - Last", 1 } });
     server.route("/live", programme.handler(20));
     Station station = Station::custom(QString::fromLatin1(server.url("/live")), "Fixture FM");
     station.bitrate = 128;
@@ -98,8 +97,9 @@ TEST_F(StationListenerTest, SavesTheArmedSongFromItsTitleChangeToTheNextAndNothi
     QObject::connect(&listener, &StationListener::streamFailed, [&](const QString &m) { failures << m; });
     QObject::connect(&listener, &StationListener::saveFailed, [&](const QString &m) { failures << m; });
     QObject::connect(&listener, &StationListener::songSaved, [&](const Track &t) { saved.push_back(t); });
-    QObject::connect(&listener, &StationListener::songSkipped,
-                     [&](const QString &title, const QString &why) { skipped.append({title, why}); });
+    QObject::connect(&listener, &StationListener::songSkipped, [&](const QString &title, const QString &why) {
+        skipped.append({ title, why });
+    });
     listener.start(station);
     ASSERT_EQ(listener.station()->id, station.id);
     ASSERT_TRUE(waitUntil([&] { return ready || !failures.isEmpty(); }, 10000));
@@ -161,7 +161,7 @@ TEST_F(StationListenerTest, SavesTheArmedSongFromItsTitleChangeToTheNextAndNothi
 TEST_F(StationListenerTest, WithoutKeepingTheSongTheTitleIsPolledAndTheRelaysEndStopsListening)
 {
     // The station hangs up after about 15 s of stream; the relay's ffmpeg ends with it.
-    IcyStream::Mp3Programme programme = this->programme({{"A - Polled", 60}});
+    IcyStream::Mp3Programme programme = this->programme({ { "A - Polled", 60 } });
     const FixtureServer::Handler endless = programme.handler(5);
     server.route("/live", [endless](const FixtureServer::Request &request) {
         FixtureServer::Script script = endless(request);
@@ -186,7 +186,7 @@ TEST_F(StationListenerTest, WithoutKeepingTheSongTheTitleIsPolledAndTheRelaysEnd
     EXPECT_EQ(why, "keeping the song playing is switched off");
 
     ASSERT_TRUE(waitUntil([&] { return !failures.isEmpty(); }, 15000));
-    EXPECT_EQ(failures, QStringList{"Stream unterbrochen"});
+    EXPECT_EQ(failures, QStringList { "Stream unterbrochen" });
     EXPECT_FALSE(listener.streamUrl());
     EXPECT_EQ(listener.station()->id, station.id) << "the failed station stays named";
     EXPECT_FALSE(listener.relay().isRunning());
@@ -204,7 +204,7 @@ TEST_F(StationListenerTest, AListeningCaptureKeepsNoMoreThanItsBoundOfATitleLess
     Station station = Station::custom(QString::fromLatin1(server.url("/untitled")), "Nameless FM");
     station.bitrate = 128;
     constexpr double kBoundSec = 5;
-    RecordingSession capture(station, RecordingSession::Listening{kBoundSec}, context);
+    RecordingSession capture(station, RecordingSession::Listening { kBoundSec }, context);
     qint64 peak = 0;
     const bool streamed = waitUntil(
         [&] {
