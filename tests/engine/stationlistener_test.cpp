@@ -197,6 +197,33 @@ TEST_F(StationListenerTest, WithoutKeepingTheSongTheTitleIsPolledAndTheRelaysEnd
     EXPECT_EQ(failures[1], "Ungültige Stream-URL");
 }
 
+TEST_F(StationListenerTest, WhenTheCaptureGivesUpTheRelayPlaysOnAndThePollerNamesTheSong)
+{
+    // Our own agent is refused until the capture has given up (its first attempt and two
+    // reconnects); ffmpeg in the relay, and the poller after that, get the station.
+    context.timings.maxReconnects = 2;
+    const IcyStream::Mp3Programme programme = this->programme({ { "A - Polled", 100000 } });
+    const FixtureServer::Handler station = programme.handler(20);
+    auto refused = std::make_shared<int>(0);
+    server.route("/live", [station, refused](const FixtureServer::Request &request) {
+        if (request.header("User-Agent").startsWith("Mozilla/5.0 Orvida") && (*refused)++ < 3)
+            return FixtureServer::Script::response(503, "text/plain", "busy");
+        return station(request);
+    });
+    StationListener listener(context, library.get());
+    QStringList failures;
+    QObject::connect(&listener, &StationListener::streamFailed, [&](const QString &m) { failures << m; });
+    listener.start(Station::custom(QString::fromLatin1(server.url("/live")), "Busy FM"));
+    ASSERT_TRUE(listener.capture());
+    ASSERT_TRUE(waitUntil([&] { return !listener.capture() && listener.title() == "A - Polled"; }, 15000));
+    EXPECT_TRUE(listener.streamUrl()) << "the relay still plays";
+    EXPECT_TRUE(failures.isEmpty()) << failures.join("; ").toStdString();
+    EXPECT_EQ(listener.saveState(), StationListener::SaveState::unavailable);
+    QString why;
+    EXPECT_FALSE(listener.saveCurrentSong(&why));
+    EXPECT_EQ(why, "the song cannot be kept: the connection that keeps it was lost");
+}
+
 TEST_F(StationListenerTest, AListeningCaptureKeepsNoMoreThanItsBoundOfATitleLessStream)
 {
     // One block of 1000 bytes a millisecond: minutes of stream in a second or two.
