@@ -150,9 +150,14 @@ void StationListener::startCapture(const Station &station)
     }
     auto *capture = new RecordingSession(station, RecordingSession::Listening { kMaxSongSeconds }, m_context);
     m_capture = capture;
-    connect(capture, &RecordingSession::currentStreamTitleChanged, this, [this, capture](const QString &title) {
-        if (capture == m_capture)
-            captureTitle(title);
+    // Songs of this capture that went to be saved and whose outcome is still to come.
+    auto owed = std::make_shared<int>(0);
+    connect(capture, &RecordingSession::currentStreamTitleChanged, this, [this, capture, owed](const QString &title) {
+        if (capture != m_capture)
+            return;
+        if (m_armedTitle && *m_armedTitle != title)
+            ++*owed;
+        captureTitle(title);
     });
     connect(capture, &RecordingSession::keepChanged, this, [this, capture] {
         if (capture == m_capture)
@@ -162,7 +167,7 @@ void StationListener::startCapture(const Station &station)
         if (capture == m_capture)
             captureEnded(capture);
     });
-    connectOutcomes(capture);
+    connectOutcomes(capture, owed);
 }
 
 void StationListener::captureEnded(RecordingSession *capture)
@@ -181,7 +186,7 @@ void StationListener::captureEnded(RecordingSession *capture)
     updateSaveState();
 }
 
-void StationListener::connectOutcomes(RecordingSession *capture)
+void StationListener::connectOutcomes(RecordingSession *capture, const std::shared_ptr<int> &owed)
 {
     // These stay connected after the capture stops: a song that ended before the stop is
     // still saved, and its outcome still belongs to whoever listens here.
@@ -189,7 +194,8 @@ void StationListener::connectOutcomes(RecordingSession *capture)
     QPointer<StationListener> self(this);
     // The callback files even after the listener is gone: the song is on disk by then and
     // the library must know it.
-    capture->onTrackSaved = [self, library](const Track &track) {
+    capture->onTrackSaved = [self, library, owed](const Track &track) {
+        *owed = std::max(0, *owed - 1);
         if (library && !RadioRecorder::upsertIntoLibrary(track, *library)) {
             if (self) {
                 self->settle(track.title, false);
@@ -204,14 +210,18 @@ void StationListener::connectOutcomes(RecordingSession *capture)
             Q_EMIT self->songSaved(track);
         }
     };
-    connect(capture, &RecordingSession::songSkipped, this, [this](const QString &title, const QString &reason) {
+    connect(capture, &RecordingSession::songSkipped, this, [this, owed](const QString &title, const QString &reason) {
+        *owed = std::max(0, *owed - 1);
         settle(title, false);
         Q_EMIT songSkipped(title, reason);
     });
-    connect(capture, &RecordingSession::saveFailed, this, [this](const QString &message) {
-        // A radio folder that cannot be written is reported at the start, before any save.
-        if (m_savesInFlight > 0)
+    connect(capture, &RecordingSession::saveFailed, this, [this, owed](const QString &message) {
+        // A radio folder that cannot be written is reported at the start, before any save:
+        // it answers no song.
+        if (*owed > 0) {
+            --*owed;
             settle(QString(), false);
+        }
         Q_EMIT saveFailed(message);
     });
     connect(capture, &RecordingSession::saveRefused, this, [this](const QString &title, CutPlanner::ArmResult why) {

@@ -116,7 +116,7 @@ private:
     void captureTitle(const QString &title);
     void setTitle(const QString &title);
     void updateSaveState();
-    void connectOutcomes(RecordingSession *capture);
+    void connectOutcomes(RecordingSession *capture, const std::shared_ptr<int> &owed);
     // An outcome for `title` arrived: it answers the armed song or one that is saving.
     void settle(const QString &title, bool mayBeArmed);
     void retire(RecordingSession *capture);
