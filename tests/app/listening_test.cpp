@@ -1,0 +1,240 @@
+#include "app/favoritesview.h"
+#include "app/mainwindow.h"
+#include "app/messagebar.h"
+#include "app/nowplayingbar.h"
+#include "app/radioview.h"
+#include "app/stationactionbar.h"
+#include "engine/radiorecorder.h"
+#include "engine/stationlistener.h"
+#include "library/librarystore.h"
+
+#include "icystream.h"
+#include "playerfixture.h"
+
+#include <QLabel>
+#include <QPushButton>
+#include <QTableView>
+#include <QToolButton>
+
+namespace {
+
+using Script = FixtureServer::Script;
+
+// Listening live from the window: the real Application with its station listener and
+// player, stations served on loopback from an MP3 file made by ffmpeg. Where a test needs
+// a state the stream would take long to reach (a title, a save under way), it has the
+// listener announce it, as the listener itself does.
+class ListeningTest : public PlayerFixture {
+protected:
+    void SetUp() override
+    {
+        PlayerFixture::SetUp();
+        const QString file = home.file(QStringLiteral("Music/stream.mp3"));
+        TestAudio::makeTone(file, 8, 440);
+        mp3 = readFile(file);
+        ASSERT_FALSE(mp3.isEmpty());
+    }
+
+    void TearDown() override
+    {
+        window.reset();
+        PlayerFixture::TearDown();
+    }
+
+    void openWindow()
+    {
+        window = std::make_unique<MainWindow>(*app, MainWindowOptions { 150, false });
+        window->resize(1100, 700);
+        window->show();
+        // Shortcuts (Ctrl+D, Enter on a table) reach only the active window.
+        window->activateWindow();
+        ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+        bar = window->nowPlayingBar();
+    }
+
+    // A station without titles: 16 kB/s of the file, over and over, for each connection.
+    Station plainStation(const QByteArray &path, const QString &name)
+    {
+        server.route(path, [audio = mp3](const FixtureServer::Request &) {
+            auto offset = std::make_shared<qsizetype>(0);
+            return Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } })
+                .produce(250, [audio, offset] {
+                    QByteArray piece = audio.mid(*offset, 4000);
+                    *offset = (*offset + 4000) % audio.size();
+                    return piece;
+                });
+        });
+        return Station::custom(QString::fromLatin1(server.url(path)), name);
+    }
+
+    StationListener &listener() { return app->listener(); }
+
+    QByteArray mp3;
+    std::unique_ptr<MainWindow> window;
+    NowPlayingBar *bar = nullptr;
+};
+
+TEST_F(ListeningTest, ListenFromARowOrWithEnterFeedsTheRecentsAndRecordingDoesNot)
+{
+    openWindow();
+    const Station one = plainStation("/one", QStringLiteral("One FM"));
+    const Station two = plainStation("/two", QStringLiteral("Two FM"));
+    RadioView *radio = window->radioView();
+    radio->showCustomStation(one.streamUrl, one.name);
+    QPushButton *listen = radio->actionBar()->listenButton();
+    ASSERT_TRUE(listen->isEnabled());
+
+    listen->click();
+    ASSERT_TRUE(listener().station());
+    EXPECT_EQ(listener().station()->id, one.id);
+    EXPECT_EQ(app->recents().list().first().id, one.id);
+    EXPECT_EQ(listen->text(), QStringLiteral("Stop Listening"));
+    EXPECT_TRUE(bar->showsStation());
+    EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("One FM"));
+
+    // Recording is not hearing: the recents keep their order.
+    ASSERT_TRUE(app->favorites().add(two));
+    radio->showCustomStation(two.streamUrl, two.name);
+    radio->actionBar()->recordButton()->click();
+    ASSERT_TRUE(app->recorder().isRecordingStation(two.id));
+    EXPECT_EQ(app->recents().list().size(), 1);
+    EXPECT_EQ(listen->text(), QStringLiteral("Listen")); // the row shows another station now
+
+    // Enter on a favourite's row listens to it instead.
+    window->showPage(MainWindow::FavoritesPage);
+    QTableView *favorites = window->favoritesView()->table();
+    favorites->setFocus();
+    favorites->setCurrentIndex(favorites->model()->index(0, 0));
+    QTest::keyClick(favorites, Qt::Key_Return);
+    ASSERT_TRUE(listener().station());
+    Q_EMIT listener().stationChanged(two); // as the listener announces a station it hears
+    EXPECT_EQ(listener().station()->id, two.id);
+    ASSERT_EQ(app->recents().list().size(), 2);
+    EXPECT_EQ(app->recents().list().first().id, two.id);
+    EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("Two FM"));
+
+    // The same button stops it; the bar goes back to the queue.
+    window->showPage(MainWindow::RadioPage);
+    EXPECT_EQ(listen->text(), QStringLiteral("Stop Listening"));
+    listen->click();
+    EXPECT_FALSE(listener().station());
+    Q_EMIT listener().stationChanged(std::nullopt); // as the listener announces its stop
+    EXPECT_FALSE(bar->showsStation());
+    EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("Not Playing"));
+    app->recorder().stop(two.id);
+}
+
+TEST_F(ListeningTest, BarShowsTheStationAndItsLiveTitleUntilTheStreamBreaksAndATrackPlays)
+{
+    addSongs(1);
+    openWindow();
+    const Station station = plainStation("/live", QStringLiteral("Live FM"));
+    app->listen(station);
+    // The listener says it heard a station start afresh, then what it plays.
+    Q_EMIT listener().stationChanged(station);
+    EXPECT_TRUE(bar->liveBadge()->isVisibleTo(bar));
+    EXPECT_FALSE(bar->showsTimeline());
+    EXPECT_FALSE(bar->nextButton()->isEnabled());
+    EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("Live FM"));
+
+    Q_EMIT listener().titleChanged(QStringLiteral("Artist - First"));
+    EXPECT_EQ(bar->artistLabel()->text(), QStringLiteral("Artist - First"));
+    Q_EMIT listener().titleChanged(QStringLiteral("Artist - Second"));
+    EXPECT_EQ(bar->artistLabel()->text(), QStringLiteral("Artist - Second"));
+
+    // The station is lost: it stays named, with the reason instead of silence.
+    Q_EMIT listener().streamFailed(QStringLiteral("Stream unterbrochen"));
+    EXPECT_TRUE(bar->showsStation());
+    EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("Live FM"));
+    EXPECT_EQ(bar->artistLabel()->text(), QStringLiteral("Stream interrupted"));
+    EXPECT_FALSE(bar->liveBadge()->isVisibleTo(bar));
+    EXPECT_FALSE(bar->saveSongButton()->isVisibleTo(bar));
+
+    // A library track takes the bar back, with its timeline; listening has ended.
+    window->showPage(MainWindow::LibraryPage);
+    player().playQueue(app->library()->allTracks(), 0);
+    EXPECT_FALSE(listener().station());
+    Q_EMIT listener().stationChanged(std::nullopt); // as the listener announces its stop
+    EXPECT_FALSE(bar->showsStation());
+    EXPECT_EQ(bar->titleLabel()->text(), QStringLiteral("Song 1"));
+    EXPECT_TRUE(bar->showsTimeline());
+    EXPECT_FALSE(bar->liveBadge()->isVisibleTo(bar));
+}
+
+TEST_F(ListeningTest, CtrlDTogglesTheStationThatPlaysWithANoticeThatExpires)
+{
+    openWindow();
+    const Station heard = plainStation("/heard", QStringLiteral("Heard"));
+    const Station selected = plainStation("/selected", QStringLiteral("Selected"));
+    window->toggleCurrentFavorite(); // nothing plays: nothing happens
+    EXPECT_TRUE(app->favorites().list().isEmpty());
+    EXPECT_TRUE(window->toastText().isEmpty());
+
+    app->listen(heard);
+    // The selection in a list is not what plays.
+    window->radioView()->showCustomStation(selected.streamUrl, selected.name);
+    QTest::keyClick(window.get(), Qt::Key_D, Qt::ControlModifier);
+    EXPECT_TRUE(app->favorites().isFavorite(heard.id));
+    EXPECT_FALSE(app->favorites().isFavorite(selected.id));
+    EXPECT_EQ(window->toastText(), QStringLiteral("Added to favourites"));
+
+    QTest::qWait(100);
+    window->toggleCurrentFavorite();
+    EXPECT_FALSE(app->favorites().isFavorite(heard.id));
+    EXPECT_EQ(window->toastText(), QStringLiteral("Removed from favourites"));
+    // The second notice got its own full period: the first one's end does not clear it.
+    QTest::qWait(100);
+    EXPECT_EQ(window->toastText(), QStringLiteral("Removed from favourites"));
+    EXPECT_TRUE(waitUntil([&] { return window->toastText().isEmpty(); }, 2000));
+
+    app->stopListening();
+    window->toggleCurrentFavorite();
+    EXPECT_TRUE(app->favorites().list().isEmpty());
+    EXPECT_TRUE(window->toastText().isEmpty());
+}
+
+TEST_F(ListeningTest, SaveButtonFollowsTheSaveStateAndSaysWhatBecameOfTheSong)
+{
+    using SaveState = StationListener::SaveState;
+    openWindow();
+    const Station station = plainStation("/save", QStringLiteral("Save FM"));
+    app->listen(station);
+    Q_EMIT listener().stationChanged(station);
+    Q_EMIT listener().titleChanged(QStringLiteral("Artist - Keeper"));
+    QPushButton *save = bar->saveSongButton();
+    EXPECT_TRUE(save->isVisibleTo(bar));
+
+    Q_EMIT listener().saveStateChanged(SaveState::unavailable);
+    EXPECT_FALSE(save->isEnabled());
+    Q_EMIT listener().saveStateChanged(SaveState::ready);
+    EXPECT_TRUE(save->isEnabled());
+    Q_EMIT listener().saveStateChanged(SaveState::armed);
+    EXPECT_FALSE(save->isEnabled());
+    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("“Artist - Keeper” will be saved when the song ends…"));
+    Q_EMIT listener().saveStateChanged(SaveState::saving);
+    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("Saving “Artist - Keeper”…"));
+
+    Track saved(QStringLiteral("Keeper"), QStringLiteral("Artist"), QString(), 200, QDateTime::currentDateTimeUtc(),
+        QString(), false, 0, QStringLiteral("radio"), QStringLiteral("Save FM"), home.file(QStringLiteral("k.mp3")));
+    Q_EMIT listener().songSaved(saved);
+    Q_EMIT listener().saveStateChanged(SaveState::ready);
+    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("Saved: Artist - Keeper"));
+    EXPECT_TRUE(save->isEnabled());
+
+    Q_EMIT listener().songSkipped(QStringLiteral("Station - Jingle"), QStringLiteral("too short"));
+    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("“Station - Jingle” was not saved: too short"));
+    // A failure also stays in the message bar, for a window that was away.
+    Q_EMIT listener().saveFailed(QStringLiteral("No space left on device"));
+    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("The song could not be saved: No space left on device"));
+    ASSERT_FALSE(window->messageBar()->messages().isEmpty());
+    EXPECT_EQ(window->messageBar()->messages().last(),
+        QStringLiteral("The song could not be saved: No space left on device"));
+
+    // Another station starts with a clean slate.
+    const Station next = plainStation("/next", QStringLiteral("Next FM"));
+    app->listen(next);
+    Q_EMIT listener().stationChanged(next);
+    EXPECT_TRUE(bar->saveStatusLabel()->text().isEmpty());
+}
+
+} // namespace
