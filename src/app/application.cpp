@@ -146,6 +146,13 @@ void Application::listen(const Station &station)
         return;
     m_heard = station;
     m_recents->add(station);
+    const std::optional<Station> &heard = m_listener->station();
+    if (heard && heard->id == station.id) {
+        // Already heard: starting again would only make a gap. A paused stream plays on.
+        if (m_player->isLive() && m_player->status() != Player::Status::playing)
+            m_player->play();
+        return;
+    }
     m_listener->start(station);
 }
 

@@ -335,8 +335,6 @@ void NowPlayingBar::saveSong()
 
 void NowPlayingBar::showTrack(const std::optional<Track> &track)
 {
-    if (track && !m_player.isLive())
-        m_failure.reset(); // a library track plays: the broken-off station has been said
     if (showsStation()) {
         showLive();
         return;
