@@ -113,25 +113,27 @@ void Application::startListener()
         m_switchingLive = false;
     });
     connect(m_listener.get(), &StationListener::streamFailed, this, [this](const QString &message) {
-        // The listener has stopped itself; the player may still hold the relay's address.
+        // The listener has stopped its relay; the player may still hold the relay's address.
         const std::optional<Station> station = m_listener->station() ? m_listener->station() : m_heard;
         if (m_player->isLive())
             m_player->stopLive();
         if (station)
             Q_EMIT listeningFailed(*station, message);
     });
+    connect(m_player.get(), &Player::liveChanged, this, [this](bool live) {
+        // Out of live mode: the user played library tracks or stopped, or the stream was
+        // lost, which liveFailed says next.
+        if (!live && !m_switchingLive && m_listener->station())
+            m_listener->stop();
+    });
     connect(m_player.get(), &Player::liveFailed, this, [this] {
-        const std::optional<Station> station = m_listener->station();
-        if (!station)
-            return; // not ours: listening was stopped already
+        if (!m_heard)
+            return; // listening was stopped by the user
+        const Station station = *m_heard;
         m_listener->stop();
         // The player's reason is a decoder's or a socket's; the user hears that the stream
         // broke off, as a recording would say.
-        Q_EMIT listeningFailed(*station, QStringLiteral("Stream unterbrochen"));
-    });
-    connect(m_player.get(), &Player::liveChanged, this, [this](bool live) {
-        if (!live && !m_switchingLive && m_listener->station())
-            m_listener->stop();
+        Q_EMIT listeningFailed(station, QStringLiteral("Stream unterbrochen"));
     });
     // Library tracks played while the relay still starts: the station is not wanted any more.
     connect(m_player.get(), &Player::statusChanged, this, [this](Player::Status status) {
@@ -160,6 +162,7 @@ void Application::stopListening()
 {
     if (m_shutDown)
         return;
+    m_heard.reset();
     m_listener->stop();
     if (m_player->isLive())
         m_player->stopLive();
