@@ -16,7 +16,7 @@ enum ExitCode : int {
     kExitOk = 0,
     kExitFailure = 1, // one line on stderr says what went wrong
     kExitUsage = 2,   // usage text on stderr
-    kExitGaveUp = 3,  // record: the session gave up on its own
+    kExitGaveUp = 3,  // record, listen: the stream was lost, or the address is none
 };
 
 // The long-lived services one orvida-cli invocation may need, created on first use on

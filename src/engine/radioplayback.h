@@ -52,6 +52,8 @@ public:
     // Ends ffmpeg (the whole process group) and the listener with its client. Idempotent.
     void stop();
 
+    // A relay was handed out by start() and has neither been stopped nor ended (as seen
+    // on this object's thread; ffmpeg itself may take a moment longer to go).
     [[nodiscard]] bool isRunning() const;
     [[nodiscard]] std::optional<QUrl> url() const;
     // The running ffmpeg's process id, 0 when none runs.

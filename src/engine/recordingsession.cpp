@@ -21,11 +21,40 @@ RecordingSession::RecordingSession(const Station &station, std::optional<QString
     , m_stopped(std::make_shared<std::atomic<bool>>(false))
     , m_handOver(std::make_shared<HandOver>())
 {
-    m_clock.start();
-    m_status.maxAttempts = context.timings.maxReconnects;
-    m_handOver->session = this;
     m_worker = new SessionWorker(m_station, m_fullShowTitle, context, m_stopped);
-    m_worker->moveToThread(context.engineThread());
+    wire();
+}
+
+RecordingSession::RecordingSession(const Station &station, Listening listening, RecordingContext &context,
+                                   QObject *parent)
+    : QObject(parent)
+    , m_station(station)
+    , m_listening(true)
+    , m_context(context)
+    , m_stopped(std::make_shared<std::atomic<bool>>(false))
+    , m_handOver(std::make_shared<HandOver>())
+{
+    const qint64 bytesPerSec = TrackSegmenter::bytesPerSecForBitrate(station.bitrate);
+    const qint64 maxSongBytes = qint64(std::max(0.0, listening.maxSongSec) * double(bytesPerSec));
+    m_worker = new SessionWorker(m_station, std::nullopt, context, m_stopped, CutPlanner::Listening{maxSongBytes});
+    connect(m_worker, &SessionWorker::keepChanged, this, [this](CutPlanner::Keep keep) {
+        if (m_keep == keep)
+            return;
+        m_keep = keep;
+        Q_EMIT keepChanged(keep);
+    });
+    // After the stop too: an armed song abandoned by the stop is reported after it.
+    connect(m_worker, &SessionWorker::saveRefused, this, &RecordingSession::saveRefused);
+    connect(m_worker, &SessionWorker::songAbandoned, this, &RecordingSession::songAbandoned);
+    wire();
+}
+
+void RecordingSession::wire()
+{
+    m_clock.start();
+    m_status.maxAttempts = m_context.timings.maxReconnects;
+    m_handOver->session = this;
+    m_worker->moveToThread(m_context.engineThread());
     // Runs on the engine thread, where the song is handed over: the screening and the
     // parking are file work that the GUI thread must not wait for.
     connect(
@@ -48,6 +77,24 @@ RecordingSession::RecordingSession(const Station &station, std::optional<QString
     connect(m_worker, &SessionWorker::ended, this, &RecordingSession::end);
     connect(m_worker, &SessionWorker::statusChanged, this, &RecordingSession::setStatus);
     QMetaObject::invokeMethod(m_worker, &SessionWorker::start, Qt::QueuedConnection);
+}
+
+void RecordingSession::saveSong(const QString &title)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    if (!m_listening)
+        return;
+    if (!m_worker) { // stopped: the song playing was abandoned with it
+        QMetaObject::invokeMethod(
+            this, [this, title] { Q_EMIT saveRefused(title, CutPlanner::ArmResult::Ended); }, Qt::QueuedConnection);
+        return;
+    }
+    QMetaObject::invokeMethod(m_worker, [worker = m_worker, title] { worker->armSave(title); }, Qt::QueuedConnection);
+}
+
+QString RecordingSession::queueKey() const
+{
+    return m_listening ? QStringLiteral("listen:") + m_station.id : m_station.id;
 }
 
 RecordingSession::~RecordingSession()
@@ -79,7 +126,9 @@ void RecordingSession::stop()
     Q_ASSERT(QThread::currentThread() == thread());
     if (m_stopped->exchange(true))
         return;
-    m_context.leaveWaiting(m_station.id);
+    // A listening session's waiting songs were each asked for: they are saved.
+    if (!m_listening)
+        m_context.leaveWaiting(m_station.id);
     // The worker finalises the open segment on its own thread, then goes; the song it
     // hands back arrives here as a queued signal and is saved like any other.
     SessionWorker *worker = m_worker;
@@ -211,7 +260,7 @@ void RecordingSession::takeSong(const std::shared_ptr<HandOver> &handOver, const
 
 void RecordingSession::startSave(const QStringList &parkedSegments, const QString &title, bool finalSong)
 {
-    if (m_stopped->load() && !finalSong) {
+    if (m_stopped->load() && !finalSong && !m_listening) {
         // Finished before the stop but arrived after it: part of the backlog a stop leaves.
         Q_EMIT songSkipped(title, QStringLiteral("recording stopped before its save: left for recovery at the next start"));
         return;
@@ -228,7 +277,7 @@ void RecordingSession::startSave(const QStringList &parkedSegments, const QStrin
         return SaveSettings{s.skipJingles, s.lossless, s.minDurationSec};
     };
     m_context.enqueueSave(
-        m_station.id, title,
+        queueKey(), title,
         [parkedSegments, title, stationName = m_station.name, options] {
             // Locked again for the save's duration, so nothing else touches them meanwhile.
             std::vector<SegmentLock> segments;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/cutplanner.h"
 #include "engine/sessionstatus.h"
 #include "engine/songsaver.h"
 #include "library/track.h"
@@ -36,6 +37,12 @@ class SessionWorker;
 // through saveFailed as soon as the session starts. At a stop only the song in progress
 // is still saved: songs still waiting are left for recovery (songSkipped says so).
 //
+// Listening mode (the `Listening` constructor): the same stream work, but a song is kept
+// only while it plays, at most `maxSongSec` of it, and handed over for saving only when
+// saveSong() armed it; saved like any other song from then on. Its saves queue apart from
+// a recording of the same station, and an armed song handed over before a stop is still
+// saved (it is what the user asked for, not a backlog).
+//
 // Starts at construction. stop() ends it at once (onStopped runs before stop() returns);
 // the song in progress is still finalised and saved in the background, and the object
 // stays alive until that and every other running save of it have finished when the
@@ -44,8 +51,13 @@ class RecordingSession : public QObject {
     Q_OBJECT
 
 public:
+    struct Listening {
+        double maxSongSec = 0;
+    };
+
     RecordingSession(const Station &station, std::optional<QString> fullShowTitle, RecordingContext &context,
                      QObject *parent = nullptr);
+    RecordingSession(const Station &station, Listening listening, RecordingContext &context, QObject *parent = nullptr);
     ~RecordingSession() override;
 
     [[nodiscard]] const QString &id() const { return m_station.id; }
@@ -72,6 +84,14 @@ public:
     // `done` runs on this thread when it has.
     void flushToDisk(std::function<void()> done);
 
+    [[nodiscard]] bool isListening() const { return m_listening; }
+    // Listening: whether the song playing can be saved from its start.
+    [[nodiscard]] CutPlanner::Keep keep() const { return m_keep; }
+    // Listening: saves the song titled `title` (the one playing, or the one that just
+    // ended) at its end. saveRefused follows when it cannot be; otherwise exactly one of
+    // trackSaved, songSkipped, saveFailed or songAbandoned.
+    void saveSong(const QString &title);
+
     // Set by the owner right after construction. onStopped runs once, when the session
     // ends for whatever reason (stop() or on its own), with how it ended.
     std::function<void(const Track &)> onTrackSaved;
@@ -94,6 +114,10 @@ Q_SIGNALS:
     void songSkipped(const QString &title, const QString &reason);
     // A song was saved, but not as asked (ffmpeg failed: the stream's own bytes were kept).
     void saveNotice(const QString &message);
+    // Listening only; see saveSong().
+    void keepChanged(CutPlanner::Keep keep);
+    void saveRefused(const QString &title, CutPlanner::ArmResult why);
+    void songAbandoned(const QString &title, const QString &reason);
 
 private:
     void setCurrentStreamTitle(const QString &title);
@@ -113,9 +137,13 @@ private:
     void startSave(const QStringList &parkedSegments, const QString &title, bool finalSong);
     void finishSave(const SaveOutcome &outcome);
     void maybeDelete();
+    void wire();
+    // The save queue's key: a listening session queues apart from a recording of its station.
+    [[nodiscard]] QString queueKey() const;
 
     const Station m_station;
     const std::optional<QString> m_fullShowTitle;
+    const bool m_listening = false;
     RecordingContext &m_context;
     std::shared_ptr<std::atomic<bool>> m_stopped;
     std::shared_ptr<HandOver> m_handOver;
@@ -131,4 +159,5 @@ private:
     std::optional<SessionOutcome> m_outcome;
     QElapsedTimer m_clock;
     qint64 m_elapsedAtEndMs = 0;
+    CutPlanner::Keep m_keep = CutPlanner::Keep::NoTitle;
 };

@@ -3,6 +3,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -70,6 +71,14 @@ bool SegmentLock::removeFile()
         ok = false;
     release();
     return ok;
+}
+
+bool SegmentLock::moveTo(const QString &path)
+{
+    if (!isValid() || std::rename(QFile::encodeName(m_path).constData(), QFile::encodeName(path).constData()) != 0)
+        return false;
+    m_path = path;
+    return true;
 }
 
 void SegmentLock::release()

@@ -37,6 +37,9 @@ public:
     bool removeFile();
     // Lets go of the lock (the file stays).
     void release();
+    // Renames the file, keeping the lock (it is on the file, not its name). False, with
+    // the old path kept, when the rename failed.
+    bool moveTo(const QString &path);
 
 private:
     friend class SegmentFile;

@@ -20,10 +20,12 @@ namespace {
 
 const QString kParkingPrefix = QStringLiteral(".parked-");
 
+// Removed, never salvaged. A listening segment (".listen_") is a song nobody asked to
+// keep: salvaging it would fill Recovered with every song ever heard.
 bool isWorkFile(const QString &name)
 {
     return name.startsWith(QLatin1String(".out_")) || name.startsWith(QLatin1String(".merged_")) ||
-           name.startsWith(QLatin1String(".cover_"));
+           name.startsWith(QLatin1String(".cover_")) || name.startsWith(QLatin1String(".listen_"));
 }
 
 const QRegularExpression &segmentName()

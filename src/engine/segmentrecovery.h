@@ -18,7 +18,8 @@
 // is taken. Only their audio frames are kept (a web page a server sent instead of audio,
 // damage, partial frames at the ends go); a segment without a single frame is removed and
 // listed as dropped, and so is an empty one. Leftover work files (".out_", ".merged_",
-// ".cover_") are removed. A file that some process holds locked (a running recording or
+// ".cover_") and listening segments (".listen_", songs kept while listening that nobody
+// asked to save) are removed. A file that some process holds locked (a running recording or
 // save, in this or another instance) is left alone, and so is one changed within the last
 // `minAgeSec`: a writer opens its file a moment before it locks it.
 //

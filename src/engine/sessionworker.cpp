@@ -27,7 +27,7 @@ int toMs(double seconds)
 } // namespace
 
 SessionWorker::SessionWorker(Station station, std::optional<QString> fullShowTitle, RecordingContext &context,
-                             std::shared_ptr<std::atomic<bool>> stopped)
+                             std::shared_ptr<std::atomic<bool>> stopped, std::optional<CutPlanner::Listening> listening)
     : m_station(std::move(station))
     , m_fullShowTitle(std::move(fullShowTitle))
     , m_context(context)
@@ -39,7 +39,10 @@ SessionWorker::SessionWorker(Station station, std::optional<QString> fullShowTit
                    [this](std::vector<SegmentLock> segments, const QString &title) {
                        Q_EMIT songReady(std::make_shared<std::vector<SegmentLock>>(std::move(segments)), title);
                    },
-                   [this](const QString &title) { Q_EMIT titleAccepted(title); }})
+                   [this](const QString &title) { Q_EMIT titleAccepted(title); },
+                   [this](CutPlanner::Keep keep) { Q_EMIT keepChanged(keep); },
+                   [this](const QString &title) { Q_EMIT songAbandoned(title, m_abandonReason); }},
+                  listening)
 {
     m_status.maxAttempts = m_timings.maxReconnects;
     m_reconnectTimer.setSingleShot(true);
@@ -211,6 +214,7 @@ void SessionWorker::scheduleReconnect(const QString &reason)
         m_reconnectTimer.start(delayMs);
         return;
     }
+    m_abandonReason = QStringLiteral("the stream was lost before the song ended");
     m_segmenter.finalizeSegment(true);
     giveUp(SessionOutcome::GaveUp, QStringLiteral("Stream unterbrochen"));
 }
@@ -306,10 +310,22 @@ void SessionWorker::shutDown()
     m_reconnectTimer.stop();
     m_playlist.cancel();
     m_stream.cancel();
+    m_abandonReason = QStringLiteral("listening stopped before the song ended");
     m_segmenter.finalizeSegment(true);
 }
 
 void SessionWorker::flushToDisk()
 {
     m_segmenter.flush();
+}
+
+void SessionWorker::armSave(const QString &title)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    // After a give-up the song playing has been abandoned already. A stop set since the
+    // arm was sent is not checked: its shutDown() is queued behind this and abandons the
+    // song, which is then reported as such.
+    const CutPlanner::ArmResult result = m_ended ? CutPlanner::ArmResult::Ended : m_segmenter.arm(title);
+    if (result != CutPlanner::ArmResult::Armed)
+        Q_EMIT saveRefused(title, result);
 }

@@ -22,6 +22,8 @@
 // compressed body) is a failed attempt like a lost connection: its body is dropped and
 // it does not reset the reconnect count.
 //
+// Listening (a CutPlanner::Listening given) keeps songs only when armed; see CutPlanner.
+//
 // Lives on the engine thread (RecordingContext::engineThread()); every slot and callback
 // runs there, so its state needs no lock. `stopped` is shared with the owning
 // RecordingSession, which sets it from the GUI thread; every entry point checks it first.
@@ -31,13 +33,16 @@ class SessionWorker : public QObject {
 
 public:
     SessionWorker(Station station, std::optional<QString> fullShowTitle, RecordingContext &context,
-                  std::shared_ptr<std::atomic<bool>> stopped);
+                  std::shared_ptr<std::atomic<bool>> stopped,
+                  std::optional<CutPlanner::Listening> listening = std::nullopt);
     ~SessionWorker() override;
 
     // Entry points, each to be invoked on the engine thread.
     void start();
     void shutDown(); // the stop: cancels everything, finalises the open segment
     void flushToDisk();
+    // Listening: saves the song titled `title` at its end, or says why not (saveRefused).
+    void armSave(const QString &title);
 
     // How often buffered audio goes to disk (and the byte count to the status): what a
     // crash or a kill can lose.
@@ -52,6 +57,10 @@ Q_SIGNALS:
     void statusChanged(const SessionStatus &status);
     // A finished song, handed to a save. The locks keep its segments safe until then.
     void songReady(std::shared_ptr<std::vector<SegmentLock>> segments, const QString &title);
+    // Listening only.
+    void keepChanged(CutPlanner::Keep keep);
+    void saveRefused(const QString &title, CutPlanner::ArmResult why);
+    void songAbandoned(const QString &title, const QString &reason);
 
 private:
     void doConnect();
@@ -92,4 +101,5 @@ private:
     QTimer m_statusTimer{this};
     HttpTransfer m_statusPoll;
     QElapsedTimer m_sinceInBandTitle; // invalid until the first in-band title
+    QString m_abandonReason; // why an armed song would end unsaved now
 };

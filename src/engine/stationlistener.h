@@ -4,7 +4,9 @@
 #include "library/track.h"
 #include "stations/station.h"
 
+#include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QUrl>
 
@@ -30,6 +32,14 @@ class RecordingSession;
 // preference "ov.listen.keepSong" off there is no second connection: the title comes from
 // `liveTitle` (a StreamTitlePoller, every 15 s) and nothing can be saved.
 //
+// The capture's in-band titles come at once and the capture is already connected, so
+// while it runs the title poller stays idle: a third connection every 15 s would only
+// cost the station bandwidth. The poller takes over when keepSong is off and when the
+// capture gives up (the relay may still play; only saving is lost then).
+//
+// The relay's end is what the listener hears, so it is what ends listening
+// (streamFailed); a capture that gives up only makes saving unavailable.
+//
 // Lives on the GUI thread (orvida-cli: the main thread); every signal comes there.
 class StationListener : public QObject {
     Q_OBJECT
@@ -45,7 +55,8 @@ public:
         saving,      // the song ended and is being saved
     };
 
-    // `library` may be null (saved songs are then not filed).
+    // `library` may be null (saved songs are then not filed). It must stay open until
+    // the context's saves are done, as the composition root's shutdown keeps it.
     StationListener(RecordingContext &context, LibraryStore *library, QObject *parent = nullptr);
     ~StationListener() override; // stops; a song being saved is still finished by the context
 
@@ -73,6 +84,11 @@ public:
     [[nodiscard]] bool keepsSong() const;
     void setKeepSong(bool on); // stored; takes effect at the next start()
 
+    // Saves of songs armed here that are running or still to come, also of captures
+    // already stopped. Shutdown paths run the event loop until it is false (the saves'
+    // outcomes are filed and announced on this thread).
+    [[nodiscard]] bool hasPendingSaves() const;
+
     // The parts, for the wiring and tests.
     RadioPlayback &relay() { return *m_relay; }
     StreamTitlePoller &liveTitle() { return *m_liveTitle; }
@@ -93,6 +109,18 @@ Q_SIGNALS:
     void saveFailed(const QString &message);
 
 private:
+    void stopParts();
+    void fail(const QString &message);
+    void startCapture(const Station &station);
+    void captureEnded(RecordingSession *capture);
+    void captureTitle(const QString &title);
+    void setTitle(const QString &title);
+    void updateSaveState();
+    void connectOutcomes(RecordingSession *capture);
+    // An outcome for `title` arrived: it answers the armed song or one that is saving.
+    void settle(const QString &title, bool mayBeArmed);
+    void retire(RecordingSession *capture);
+
     RecordingContext &m_context;
     LibraryStore *m_library;
     std::unique_ptr<RadioPlayback> m_relay;
@@ -101,4 +129,15 @@ private:
     std::optional<Station> m_station;
     SaveState m_saveState = SaveState::unavailable;
     QString m_savingTitle;
+
+    quint64 m_generation = 0; // a relay start answered after a newer start() or stop() is stale
+    std::optional<QUrl> m_streamUrl;
+    QString m_title;
+    std::optional<QString> m_armedTitle;
+    // Armed songs that ended and are being saved; each gets exactly one outcome.
+    int m_savesInFlight = 0;
+    QString m_lastSavingTitle;
+    // Armed songs dropped by a stop whose abandonment is still on its way.
+    int m_abandoning = 0;
+    QList<QPointer<RecordingSession>> m_retired;
 };

@@ -1,16 +1,26 @@
 #include "engine/tracksegmenter.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QUuid>
 
-TrackSegmenter::TrackSegmenter(
-    QString tmpDir, qint64 bytesPerSec, std::optional<QString> fullShowTitle, QString stationName, Hooks hooks)
+TrackSegmenter::TrackSegmenter(QString tmpDir, qint64 bytesPerSec, std::optional<QString> fullShowTitle,
+                               QString stationName, Hooks hooks, std::optional<CutPlanner::Listening> listening)
     : m_tmpDir(std::move(tmpDir))
     , m_bytesPerSec(bytesPerSec)
     , m_hooks(std::move(hooks))
     , m_planner(bytesPerSec, std::move(fullShowTitle), std::move(stationName),
-          m_hooks.readPadding ? m_hooks.readPadding() : Padding {})
+          m_hooks.readPadding ? m_hooks.readPadding() : Padding {}, listening)
 {
+}
+
+void TrackSegmenter::reportKeep()
+{
+    if (!m_planner.isListening() || m_planner.keep() == m_reportedKeep)
+        return;
+    m_reportedKeep = m_planner.keep();
+    if (m_hooks.keepChanged)
+        m_hooks.keepChanged(m_reportedKeep);
 }
 
 qint64 TrackSegmenter::bytesPerSecForBitrate(qint64 kbps)
@@ -32,6 +42,7 @@ void TrackSegmenter::openSegment()
 void TrackSegmenter::writeAudio(QByteArrayView data)
 {
     apply(m_planner.onAudio(data), data);
+    reportKeep();
 }
 
 void TrackSegmenter::handleTitle(const QString &rawTitle)
@@ -40,6 +51,8 @@ void TrackSegmenter::handleTitle(const QString &rawTitle)
         return;
     const CutPlanner::Actions actions
         = m_planner.onTitle(rawTitle, m_hooks.readPadding ? m_hooks.readPadding() : Padding {});
+    // Whether the new song can be saved is known before its title is shown.
+    reportKeep();
     if (m_hooks.titleAccepted)
         m_hooks.titleAccepted(m_planner.lastTitle());
     apply(actions);
@@ -48,6 +61,7 @@ void TrackSegmenter::handleTitle(const QString &rawTitle)
 void TrackSegmenter::finalizeSegment(bool isStop)
 {
     apply(isStop ? m_planner.onStop() : m_planner.onDisconnect());
+    reportKeep();
 }
 
 void TrackSegmenter::flush()
@@ -63,8 +77,8 @@ void TrackSegmenter::apply(const CutPlanner::Actions &actions, QByteArrayView in
         switch (action.kind) {
         case Kind::Open: {
             QDir().mkpath(m_tmpDir);
-            const QString name = QLatin1Char('.') + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()
-                + QLatin1Char('.') + segmentExtension();
+            const QString name = (m_planner.isListening() ? QString(kListeningPrefix) : QStringLiteral("."))
+                + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QLatin1Char('.') + segmentExtension();
             // A segment that cannot be created records nothing until the next one opens.
             m_segment = SegmentFile::create(m_tmpDir + QLatin1Char('/') + name);
             break;
@@ -90,10 +104,29 @@ void TrackSegmenter::apply(const CutPlanner::Actions &actions, QByteArrayView in
                     m_closed.erase(it);
                 }
             }
+            if (m_planner.isListening()) {
+                // Asked for: a recording from now on (a failed rename only costs the
+                // salvage after a crash).
+                for (SegmentLock &segment : song) {
+                    const QFileInfo info(segment.path());
+                    const QString name = info.fileName();
+                    if (name.startsWith(kListeningPrefix))
+                        segment.moveTo(info.path() + QStringLiteral("/.") + name.mid(kListeningPrefix.size()));
+                }
+                if (song.empty()) {
+                    if (m_hooks.songAbandoned)
+                        m_hooks.songAbandoned(action.title);
+                    break;
+                }
+            }
             if (!song.empty() && m_hooks.songReady)
                 m_hooks.songReady(std::move(song), action.title);
             break;
         }
+        case Kind::Abandon:
+            if (m_hooks.songAbandoned)
+                m_hooks.songAbandoned(action.title);
+            break;
         case Kind::Discard:
             for (const CutPlanner::SegmentId id : action.segments) {
                 if (auto it = m_closed.find(id); it != m_closed.end()) {

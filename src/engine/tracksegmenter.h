@@ -18,6 +18,11 @@
 // Audio goes into hidden segment files in the radio folder's tmp folder, each locked
 // while it is written. Audio runs are written from the caller's view, never copied.
 //
+// Listening (a CutPlanner::Listening given) names its segments ".listen_" + UUID so that
+// recovery knows them for what they are, a song nobody asked for, and deletes rather than
+// salvages them after a crash. An armed song becomes a recording when it is handed over:
+// its segments get the ordinary names, so from then on a crash leaves it to be salvaged.
+//
 // Lives on the session's engine thread; every method is called there. The segment
 // lists it hands over (`songReady`) are no longer touched by it.
 class TrackSegmenter {
@@ -31,10 +36,16 @@ public:
         std::function<void(std::vector<SegmentLock> segments, const QString &title)> songReady;
         // A title was accepted as the current one.
         std::function<void(const QString &title)> titleAccepted;
+        // Listening: whether the song playing can be saved changed.
+        std::function<void(CutPlanner::Keep keep)> keepChanged;
+        // Listening: an armed song will not be handed over (a stop, or none of it kept).
+        std::function<void(const QString &title)> songAbandoned;
     };
 
-    TrackSegmenter(
-        QString tmpDir, qint64 bytesPerSec, std::optional<QString> fullShowTitle, QString stationName, Hooks hooks);
+    static constexpr QLatin1String kListeningPrefix{".listen_"};
+
+    TrackSegmenter(QString tmpDir, qint64 bytesPerSec, std::optional<QString> fullShowTitle, QString stationName,
+                   Hooks hooks, std::optional<CutPlanner::Listening> listening = std::nullopt);
 
     // The response's content type; picks the extension of segments opened from now on.
     void setContentType(const QString &contentType) { m_contentType = contentType; }
@@ -45,6 +56,9 @@ public:
     void finalizeSegment(bool isStop);
     // Pushes buffered audio of the open segment to the file (before the system sleeps).
     void flush();
+    // Listening: saves the song titled `title` at its end; see CutPlanner::arm.
+    [[nodiscard]] CutPlanner::ArmResult arm(const QString &title) { return m_planner.arm(title); }
+    [[nodiscard]] CutPlanner::Keep keep() const { return m_planner.keep(); }
 
     [[nodiscard]] const QString &lastTitle() const { return m_planner.lastTitle(); }
     [[nodiscard]] bool isCutPending() const { return m_planner.isCutPending(); }
@@ -57,6 +71,7 @@ private:
     // `input` is the chunk the actions were planned for (empty for titles and closes).
     void apply(const CutPlanner::Actions &actions, QByteArrayView input = {});
     [[nodiscard]] QString segmentExtension() const;
+    void reportKeep();
 
     const QString m_tmpDir;
     const qint64 m_bytesPerSec;
@@ -70,4 +85,5 @@ private:
     // Closed segments the planner has not yet handed over or discarded; an invalid lock
     // stands for a segment that could not be created.
     std::map<CutPlanner::SegmentId, SegmentLock> m_closed;
+    CutPlanner::Keep m_reportedKeep = CutPlanner::Keep::NoTitle;
 };

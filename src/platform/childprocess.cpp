@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <limits>
+#include <sys/prctl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -116,7 +117,17 @@ void ChildProcess::start(ChildProcessOptions options, ChildProcessCallbacks call
         m_process->setStandardInputFile(QProcess::nullDevice());
     // Own process group: a kill reaches the helpers the program starts, and a Ctrl+C in
     // the terminal of orvida-cli does not cut a save short behind the recorder's back.
-    m_process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    const bool dieWithParent = m_options.dieWithParent;
+    const pid_t parent = ::getpid();
+    m_process->setChildProcessModifier([dieWithParent, parent] {
+        ::setpgid(0, 0);
+        if (dieWithParent) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            // We may have died between the fork and the prctl: nobody would send the signal.
+            if (::getppid() != parent)
+                ::_exit(127);
+        }
+    });
 
     connect(m_process, &QProcess::readyReadStandardOutput, this, [this] { onReadable(*m_stdout); });
     connect(m_process, &QProcess::readyReadStandardError, this, [this] { onReadable(*m_stderr); });
@@ -128,7 +139,11 @@ void ChildProcess::start(ChildProcessOptions options, ChildProcessCallbacks call
         if (error == QProcess::FailedToStart)
             onLaunchError();
     });
-    connect(m_process, &QProcess::started, this, [this] { m_pid = m_process->processId(); });
+    connect(m_process, &QProcess::started, this, [this] {
+        m_pid = m_process->processId();
+        if (m_callbacks.onStarted)
+            m_callbacks.onStarted();
+    });
 
     if (m_options.timeoutSec > 0) {
         m_timeout = new QTimer(this);

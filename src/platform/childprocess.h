@@ -36,6 +36,12 @@ struct ChildProcessOptions {
     // pipe for idleTimeoutSec. 0 = never.
     double timeoutSec = 0;
     double idleTimeoutSec = 0;
+
+    // The child gets SIGKILL when we die, however we die (a crash, SIGKILL, the OOM
+    // killer), for children that would otherwise run on unattended (a relay's ffmpeg).
+    // The kernel sends it when the *thread* that called start() ends, not the process: set
+    // it only from a thread that outlives the child.
+    bool dieWithParent = false;
 };
 
 enum class ChildExit {
@@ -66,6 +72,8 @@ struct ChildProcessResult {
 // at "\n" and "\r" (ffmpeg rewrites its status line with carriage returns), without
 // the break and without empty lines; a last line without a break comes at the end.
 struct ChildProcessCallbacks {
+    // Once, when the program is running (its launch can no longer fail), before any chunk.
+    std::function<void()> onStarted;
     std::function<void(const QByteArray &chunk)> onStdoutChunk;
     std::function<void(const QByteArray &chunk)> onStderrChunk;
     std::function<void(const QByteArray &line)> onStdoutLine;

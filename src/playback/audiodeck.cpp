@@ -23,6 +23,7 @@ AudioDeck::AudioDeck(int sampleRate)
     : m_rate(sampleRate)
     , m_equaliser(sampleRate)
     , m_stretch(sampleRate, kStretchFrames)
+    , m_streamStartFrames(std::min<size_t>(size_t(kStreamBufferSec * sampleRate), DeckFeed::kFrames / 4 * 3))
     , m_scratch(size_t(2 * kStretchFrames))
     , m_history(size_t(2 * kStretchFrames))
 {
@@ -55,6 +56,24 @@ bool AudioDeck::load(const QString &path, double fromSec, QString *error)
     return true;
 }
 
+void AudioDeck::loadStream(std::unique_ptr<AudioDecoder> decoder)
+{
+    if (!decoder) {
+        unload();
+        return;
+    }
+    ++m_generation;
+    m_streamGeneration.store(m_generation, std::memory_order_relaxed); // released by setState
+    setState(State::ready);
+    m_volume = 1;
+    m_rateWanted = 1;
+    m_stopFrame = -1;
+    m_equaliser.setFlat();
+    m_lengthFrames = -1;
+    m_seekTargetSec = 0;
+    m_worker.setSource(std::move(decoder), m_generation, 0);
+}
+
 void AudioDeck::unload()
 {
     ++m_generation;
@@ -66,7 +85,9 @@ void AudioDeck::unload()
 bool AudioDeck::seek(double sec)
 {
     const State now = state();
-    if (now == State::empty || now == State::failed)
+    // A stream cannot seek, and asking its worker would wait for its read from the network.
+    if (now == State::empty || now == State::failed
+        || m_streamGeneration.load(std::memory_order_relaxed) == m_generation)
         return false;
     int64_t frame = TransitionMath::frameAt(std::max(0.0, sec), m_rate);
     const int64_t length = m_lengthFrames >= 0 ? m_lengthFrames : m_worker.knownLength();
@@ -183,9 +204,16 @@ AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame,
     m_waitPolls = 0;
     if (!adopt(generation, wait)) {
         // Due to sound, but its decoder has not delivered the first frames of the load or
-        // seek yet: a dropout like any other.
-        m_underruns.fetch_add(1, std::memory_order_relaxed);
+        // seek yet: a dropout like any other. (A stream is still buffering: no dropout.)
+        if (generation != m_streamGeneration.load(std::memory_order_relaxed))
+            m_underruns.fetch_add(1, std::memory_order_relaxed);
         return {};
+    }
+    if (m_buffering && !wait) {
+        if (!bufferedEnough())
+            return {};
+        m_buffering = false;
+        m_fader = 0; // fades in over the block instead of starting mid-wave
     }
 
     const int offset = startAt > hostFrame ? int(startAt - hostFrame) : 0;
@@ -228,8 +256,10 @@ AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame,
     m_publishSequence.store(sequence + 2, std::memory_order_release);
     if (why == Pull::ended || why == Pull::failed)
         finish(generation, why);
-    else if (why == Pull::starved && !wait)
+    else if (why == Pull::starved && !wait) {
         m_underruns.fetch_add(1, std::memory_order_relaxed);
+        m_buffering = m_feedStream;
+    }
     m_worker.consumed();
     return Span { offset, offset + got };
 }
@@ -274,6 +304,12 @@ bool AudioDeck::waitForFeed()
     return true;
 }
 
+bool AudioDeck::bufferedEnough() const
+{
+    // A marker after the frames is the stream's end: what is there plays out at once.
+    return m_feed.frames.readable() / 2 >= m_streamStartFrames || m_feed.markers.readable() > 0;
+}
+
 void AudioDeck::takeMarker(const FeedMarker &marker)
 {
     if (marker.kind != FeedMarker::Kind::start) {
@@ -287,6 +323,8 @@ void AudioDeck::takeMarker(const FeedMarker &marker)
     m_feedEnd.reset();
     m_historyFrames = 0;
     if (marker.newSource) {
+        m_feedStream = marker.generation == m_streamGeneration.load(std::memory_order_acquire);
+        m_buffering = m_feedStream;
         m_stretching = false;
         m_fader = m_volume.load(std::memory_order_relaxed);
         m_equaliser.reset();

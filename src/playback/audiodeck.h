@@ -22,9 +22,14 @@
 //   moves a deck to ended/failed only with a compare-and-swap on the generation it
 //   played, so it never overrides a newer command.
 // - Fader, rate, stop point and equaliser settings are plain atomics read once per block.
+//
+// A network stream (loadStream) arrives at the rate it plays: the deck holds back its sound
+// until about kStreamBufferSec are buffered, so a hiccup of the network does not reach the
+// output, and when the feed runs dry anyway it plays silence and buffers again.
 class AudioDeck {
 public:
     using State = AudioEngine::DeckState;
+    static constexpr double kStreamBufferSec = 1.0;
 
     explicit AudioDeck(int sampleRate);
     ~AudioDeck();
@@ -32,6 +37,8 @@ public:
     AudioDeck &operator=(const AudioDeck &) = delete;
 
     [[nodiscard]] bool load(const QString &path, double fromSec, QString *error);
+    // An opened stream (AudioDecoder::openStream): no length, no seeking.
+    void loadStream(std::unique_ptr<AudioDecoder> decoder);
     void unload();
     [[nodiscard]] bool seek(double sec);
     void play(uint64_t atHostFrame);
@@ -80,6 +87,7 @@ private:
     int pull(float *stereo, int frames, bool wait, Pull *why);
     int produceStretched(float *stereo, int frames, bool wait, Pull *why);
     bool waitForFeed();
+    [[nodiscard]] bool bufferedEnough() const;
 
     const int m_rate;
     DeckFeed m_feed;
@@ -105,6 +113,7 @@ private:
     std::atomic<uint64_t> m_publishedHostFrame { 0 };
     std::atomic<double> m_publishedFrame { 0 };
     std::atomic<uint64_t> m_underruns { 0 };
+    std::atomic<uint32_t> m_streamGeneration { 0 }; // the generation of the last loadStream
 
     // Render thread only.
     uint32_t m_feedGeneration = 0; // the generation the feed's frames belong to now
@@ -116,6 +125,9 @@ private:
     std::optional<Pull> m_stretchEnd;
     double m_outputFrame = 0; // file position of the next stretched output frame
     float m_fader = 1;
+    bool m_feedStream = false; // m_feedGeneration is a network stream
+    bool m_buffering = false; // a stream holding back its sound until enough is buffered
+    const size_t m_streamStartFrames;
     int m_waitPolls = 0;
     std::vector<float> m_scratch;
     // The latest decoded frames played without the stretcher (a ring), to prime it when

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <atomic>
 #include <memory>
 
 // Decodes one audio file into interleaved stereo 32-bit float frames at the engine's rate.
@@ -11,8 +12,8 @@
 // drops it), so two decks can be joined on a sample. Nothing is decoded to find the length
 // when the container or the MP3 headers know it.
 //
-// Not thread-safe: one thread uses an instance at a time (a deck's decode worker, or an
-// analysis task). Opening reads only headers.
+// Not thread-safe, except interrupt(): one thread uses an instance at a time (a deck's
+// decode worker, or an analysis task). Opening a file reads only headers.
 class AudioDecoder {
 public:
     struct Info {
@@ -27,6 +28,12 @@ public:
     // cannot be opened or holds no audio stream.
     [[nodiscard]] static std::unique_ptr<AudioDecoder> open(const QString &path, int outputRate,
                                                             QString *error = nullptr);
+    // An MP3 stream from an http(s) URL (what the live relay serves): no length, no
+    // seeking. Blocks until the first audio is decoded, so it belongs on the thread pool.
+    // A blocked open or read gives up once `abort` is set, or once nothing arrived for
+    // `timeoutMs`; the decoder's interrupt() sets `abort`.
+    [[nodiscard]] static std::unique_ptr<AudioDecoder> openStream(const QString &url, int outputRate,
+        std::shared_ptr<std::atomic<bool>> abort, int timeoutMs, QString *error = nullptr);
     virtual ~AudioDecoder() = default;
 
     [[nodiscard]] virtual const Info &info() const = 0;
@@ -43,6 +50,9 @@ public:
     [[nodiscard]] virtual qint64 read(float *out, qint64 frames) = 0;
     [[nodiscard]] virtual qint64 position() const = 0; // the output frame the next read() starts with
     [[nodiscard]] virtual QString lastError() const = 0;
+    // Any thread: makes a read() blocked on the network return soon with -1, and every
+    // later one too. Files never block for long, so for them it does nothing.
+    virtual void interrupt() { }
 
 protected:
     AudioDecoder() = default;

@@ -1,6 +1,7 @@
 #include "playback/audioengine.h"
 
 #include "playback/audiodeck.h"
+#include "playback/audiodecoder.h"
 #include "playback/nullsink.h"
 #include "playback/portaudiosink.h"
 
@@ -202,6 +203,12 @@ bool AudioEngine::load(int deck, const QString &path, double fromSec, QString *e
         return false;
     }
     return dk->load(path, fromSec, error);
+}
+
+void AudioEngine::loadStream(int deck, std::unique_ptr<AudioDecoder> decoder)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->loadStream(std::move(decoder));
 }
 
 void AudioEngine::play(int deck, quint64 atHostFrame)

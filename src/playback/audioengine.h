@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+class AudioDecoder;
 class AudioSink;
 
 // The sound-producing half of the player: two decks mixed into one output.
@@ -76,6 +77,11 @@ public:
     // file and starts decoding ahead. The deck is neutral afterwards (fader 1, rate 1,
     // equaliser flat). False with `error` set when the file cannot be opened or positioned.
     [[nodiscard]] bool load(int deck, const QString &path, double fromSec, QString *error);
+    // Puts an opened network stream (AudioDecoder::openStream) on `deck`, neutral like a
+    // file, with no length and no seeking. Once played it sounds when about a second is
+    // buffered, and a feed that runs dry plays silence until it has that again; a stream
+    // that ends or fails ends the deck like a file.
+    void loadStream(int deck, std::unique_ptr<AudioDecoder> decoder);
     // Starts a ready deck so that its first frame is output frame `atHostFrame` (at once
     // when that frame has passed).
     void play(int deck, quint64 atHostFrame = 0);

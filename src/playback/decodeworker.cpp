@@ -15,13 +15,25 @@ DecodeWorker::DecodeWorker(DeckFeed &feed)
 
 DecodeWorker::~DecodeWorker()
 {
+    interruptSource();
     m_quit = true;
     wake();
     m_thread.join();
 }
 
+void DecodeWorker::interruptSource()
+{
+    // Only the owner thread replaces m_decoder, so reading the pointer here without the
+    // lock races with nothing; interrupt() itself is safe from any thread.
+    if (m_decoder)
+        m_decoder->interrupt();
+}
+
 void DecodeWorker::setSource(std::unique_ptr<AudioDecoder> decoder, uint32_t generation, int64_t fileFrame)
 {
+    // A network source may hold m_mutex in a read that waits for data: it is cut short
+    // first, so the owner waits at most for FFmpeg's next look at its interrupt flag.
+    interruptSource();
     {
         std::lock_guard lock(m_mutex);
         m_decoder.swap(decoder);

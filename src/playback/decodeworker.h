@@ -42,7 +42,8 @@ struct DeckFeed {
 // The owner thread hands it decoders and seeks (those calls take m_mutex, which the worker
 // holds only around one decoder read); the render thread only calls consumed(), which is
 // lock-free and wakes the worker without a system call unless the worker is asleep with
-// room to fill.
+// room to fill. A read from a network stream can wait for data: replacing the decoder
+// interrupts the old one before taking m_mutex, so the owner never waits on the network.
 class DecodeWorker {
 public:
     explicit DecodeWorker(DeckFeed &feed);
@@ -67,6 +68,7 @@ public:
 private:
     static constexpr int kChunkFrames = 4096;
     void run();
+    void interruptSource(); // owner thread
     bool step(); // one unit of work under m_mutex; false when there is nothing to do
     void wake();
 

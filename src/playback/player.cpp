@@ -59,7 +59,8 @@ void Player::Impl::setStatus(Status s)
 
 void Player::Impl::updateTimer()
 {
-    const bool run = status == Status::playing && engine.output() != AudioEngine::Output::offline;
+    const bool run = (status == Status::playing || livePhase == LivePhase::connecting)
+        && engine.output() != AudioEngine::Output::offline;
     if (run && !timer.isActive())
         timer.start();
     else if (!run)
@@ -162,6 +163,7 @@ Player::Player(AudioEngine &engine, TransitionSettings &settings, LibraryStore *
 Player::~Player()
 {
     d->timer.stop();
+    d->closeLive();
     d->resetTransitions();
     d->decks[0].unload();
     d->decks[1].unload();
@@ -185,6 +187,15 @@ void Player::setQueue(const QList<Track> &tracks, int startIndex)
 void Player::play()
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    if (d->livePhase == Impl::LivePhase::closed) {
+        // Live again: the stream from now on, not from where it was paused.
+        d->liveHeardSec = 0;
+        d->connectLive();
+        d->setStatus(Status::stopped);
+        return;
+    }
+    if (d->live())
+        return;
     if (d->status == Status::paused) {
         d->engine.setPaused(false);
         d->setStatus(Status::playing);
@@ -197,6 +208,17 @@ void Player::play()
 void Player::pause()
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    if (d->live()) {
+        // A paused stream would only pile up in the relay: the connection closes.
+        if (d->livePhase == Impl::LivePhase::closed)
+            return;
+        d->liveHeardSec = position().value_or(0);
+        d->closeLive();
+        d->livePhase = Impl::LivePhase::closed;
+        d->updateTimer();
+        d->setStatus(Status::paused);
+        return;
+    }
     if (d->status != Status::playing)
         return;
     // The host clock stands still while paused, so a scheduled start keeps its frame.
@@ -206,7 +228,7 @@ void Player::pause()
 
 void Player::playPause()
 {
-    if (d->status == Status::playing)
+    if (d->status == Status::playing || d->livePhase == Impl::LivePhase::connecting)
         pause();
     else
         play();
@@ -215,6 +237,7 @@ void Player::playPause()
 void Player::stop()
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    d->leaveLive();
     d->resetTransitions();
     d->decks[0].unload();
     d->decks[1].unload();
@@ -231,6 +254,7 @@ void Player::next()
     Q_ASSERT(QThread::currentThread() == thread());
     if (d->queue.isEmpty())
         return;
+    d->leaveLive();
     QList<int> passedOver;
     const std::optional<int> following = d->queue.next(true, &passedOver);
     if (!following) {
@@ -243,6 +267,14 @@ void Player::next()
 void Player::previous()
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    if (d->live()) {
+        if (d->queue.isEmpty())
+            return;
+        d->leaveLive();
+        const int current = d->queue.current() >= 0 ? d->queue.current() : d->queue.firstInOrder();
+        d->startFrom(d->queue.previous().value_or(current));
+        return;
+    }
     const std::optional<double> pos = position();
     const std::optional<int> before = d->queue.previous();
     if (d->hasCurrent && ((pos && *pos > kRestartAfterSec) || !before)) {
@@ -366,6 +398,16 @@ QList<Track> Player::upNext() const
 
 std::optional<double> Player::position() const
 {
+    switch (d->livePhase) {
+    case Impl::LivePhase::off:
+        break;
+    case Impl::LivePhase::connecting:
+        return 0.0;
+    case Impl::LivePhase::sounding:
+        return d->engine.position(d->cur).value_or(0);
+    case Impl::LivePhase::closed:
+        return d->liveHeardSec;
+    }
     if (!d->hasCurrent)
         return std::nullopt;
     if (const std::optional<double> pos = d->decks[size_t(d->cur)].position())
@@ -414,7 +456,10 @@ void Player::setShuffleSeed(quint32 seed)
 void Player::transitionTick()
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    d->transitionTick();
+    if (d->live())
+        d->liveTick();
+    else
+        d->transitionTick();
 }
 
 bool Player::renderQueue(const QString &wavPath, QString *error)
@@ -466,9 +511,3 @@ bool Player::renderQueue(const QString &wavPath, QString *error)
         return failWith(wav.errorString());
     return true;
 }
-
-// Scaffolding until live playback lands.
-void Player::playLive(const QUrl &) { Q_EMIT liveFailed(QStringLiteral("live playback is not built yet")); }
-void Player::stopLive() {}
-bool Player::isLive() const { return false; }
-std::optional<QUrl> Player::liveUrl() const { return std::nullopt; }

@@ -70,10 +70,18 @@ public:
     // transitions: pause() closes the connection and play() opens it again, which is live
     // again rather than where it was left. Playing the queue (playQueue, play after
     // stopLive, next, previous) leaves live mode.
+    //
+    // While the stream connects and buffers, status() is stopped, isLive() true and
+    // position() 0. A stream that ends, or delivers nothing for the live time-out, ends
+    // live mode: liveChanged(false), status stopped, then liveFailed.
     void playLive(const QUrl &url);
     void stopLive();
     [[nodiscard]] bool isLive() const;
     [[nodiscard]] std::optional<QUrl> liveUrl() const;
+    // How long a live stream may deliver nothing (while opening or playing) before it counts
+    // as lost; applies from the next connection.
+    static constexpr double kLiveTimeoutSec = 10.0;
+    void setLiveTimeout(double seconds);
 
     [[nodiscard]] Status status() const;
     [[nodiscard]] const QList<Track> &queue() const;

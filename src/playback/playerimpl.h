@@ -9,9 +9,13 @@
 #include "playback/playqueue.h"
 
 #include <QTimer>
+#include <QUrl>
 
 #include <array>
 #include <map>
+#include <memory>
+
+struct LiveOpening;
 
 struct Player::Impl {
     Impl(Player &owner, AudioEngine &audio, TransitionSettings &transitionSettings, LibraryStore *store);
@@ -39,6 +43,19 @@ struct Player::Impl {
     bool rendering = false;
     QTimer timer;
 
+    // Live mode: the stream plays on decks[cur]; the queue stays as it was.
+    enum class LivePhase {
+        off,
+        connecting, // opening on the thread pool, then buffering on the deck (status stopped)
+        sounding, // status playing
+        closed, // paused: no connection until play()
+    };
+    LivePhase livePhase = LivePhase::off;
+    QUrl liveUrl;
+    std::shared_ptr<LiveOpening> liveOpening; // the open running on the thread pool
+    double liveHeardSec = 0; // position() while closed
+    int liveTimeoutMs = int(Player::kLiveTimeoutSec * 1000);
+
     [[nodiscard]] EngineDeck &current() { return decks[size_t(cur)]; }
     [[nodiscard]] EngineDeck &other() { return decks[size_t(1 - cur)]; }
     [[nodiscard]] int sampleRate() const;
@@ -53,6 +70,15 @@ struct Player::Impl {
     void skipNotice(int index, const QString &reason);
     void countPlay();
     void updateTimer();
+
+    // Live mode (playerlive.cpp).
+    [[nodiscard]] bool live() const { return livePhase != LivePhase::off; }
+    void connectLive(); // opens liveUrl again
+    void closeLive(); // gives up the open, or the stream on the deck
+    // Ends live mode and announces it; false when it was not on.
+    bool leaveLive();
+    void failLive(const QString &reason);
+    void liveTick();
 
     // Transition executor (playertransitions.cpp).
     void transitionTick();

@@ -1,7 +1,10 @@
 #include "engine/cutplanner.h"
 
+#include <QStringList>
+
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 namespace {
@@ -22,8 +25,9 @@ struct Song {
 // disk, and checks that the actions make sense in their order.
 class Tape {
 public:
-    explicit Tape(Padding padding, std::optional<QString> fullShow = std::nullopt)
-        : planner(kBps, std::move(fullShow), QStringLiteral("Station"), padding)
+    explicit Tape(Padding padding, std::optional<QString> fullShow = std::nullopt,
+                  std::optional<CutPlanner::Listening> listening = std::nullopt)
+        : planner(kBps, std::move(fullShow), QStringLiteral("Station"), padding, listening)
     {
         run(planner.openSegment());
     }
@@ -48,6 +52,16 @@ public:
     CutPlanner planner;
     std::vector<Song> songs;
     int discarded = 0;
+    QStringList abandoned;
+    qint64 peakOnDisk = 0; // all segments not yet handed over, after each step
+
+    qint64 onDisk() const
+    {
+        qint64 total = 0;
+        for (const auto &[id, file] : m_files)
+            total += file.size();
+        return total;
+    }
 
 private:
     void run(const CutPlanner::Actions &actions, const QByteArray &input = {})
@@ -84,8 +98,12 @@ private:
                     ++discarded;
                 }
                 break;
+            case Kind::Abandon:
+                abandoned << a.title;
+                break;
             }
         }
+        peakOnDisk = std::max(peakOnDisk, onDisk());
     }
 
     std::optional<int> m_open;
@@ -284,4 +302,104 @@ TEST(CutPlanner, PaddingIsReadAtEachTitleAndAppliesFromThatCutOn)
     t.title(QStringLiteral("C"));
     ASSERT_EQ(t.songs.size(), 2u) << "unpadded again: cut at the title";
     EXPECT_EQ(t.songs[1].bytes, bytes(1000, 'b'));
+}
+
+namespace {
+
+using Arm = CutPlanner::ArmResult;
+using Keep = CutPlanner::Keep;
+
+Tape listening(Padding padding, qint64 maxSongBytes)
+{
+    return Tape(padding, std::nullopt, CutPlanner::Listening { maxSongBytes });
+}
+
+} // namespace
+
+TEST(CutPlannerListening, OnlyArmedWholeSongsAreHandedOverAndAStopAbandonsTheOnePlaying)
+{
+    Tape t = listening({}, 100 * kBps);
+    t.audio(300, 'x');
+    EXPECT_EQ(t.planner.keep(), Keep::NoTitle);
+    t.title(QStringLiteral("A - Joined"));
+    t.audio(500, 'a');
+    EXPECT_EQ(t.planner.keep(), Keep::JoinedLate);
+    EXPECT_EQ(t.planner.arm(QStringLiteral("A - Joined")), Arm::JoinedLate) << "its start was before we connected";
+
+    t.title(QStringLiteral("B - Whole"));
+    EXPECT_EQ(t.planner.keep(), Keep::Whole);
+    t.audio(600, 'b');
+    t.dropout(); // pieces split by a reconnect stay one song
+    t.audio(400, 'c');
+    EXPECT_EQ(t.planner.arm(QStringLiteral(" B - Whole ")), Arm::Armed);
+    EXPECT_EQ(t.planner.arm(QStringLiteral("B - Whole")), Arm::Armed) << "asking twice is no error";
+    EXPECT_EQ(t.planner.arm(QStringLiteral("A - Joined")), Arm::Ended);
+    t.title(QStringLiteral("C - Unarmed"));
+    t.audio(700, 'd');
+    t.title(QStringLiteral("D - Armed"));
+    t.audio(200, 'e');
+    EXPECT_EQ(t.planner.arm(QStringLiteral("D - Armed")), Arm::Armed);
+    t.audio(200, 'e');
+    t.stop();
+
+    ASSERT_EQ(t.songs.size(), 1u);
+    EXPECT_EQ(t.songs[0], (Song { QStringLiteral("B - Whole"), bytes(600, 'b') + bytes(400, 'c'), 2 }));
+    EXPECT_EQ(t.abandoned, QStringList { QStringLiteral("D - Armed") }) << "half a song is not saved";
+    EXPECT_EQ(t.onDisk(), 0) << "everything else was discarded";
+}
+
+TEST(CutPlannerListening, TheSongOnDiskNeverOutgrowsTheBoundUnlessArmed)
+{
+    constexpr qint64 kBound = 2500;
+    Tape untitled = listening({}, kBound);
+    untitled.audio(60 * kBps, 'x', 130); // an hour's worth at 1000 B/s, no title ever
+    EXPECT_LE(untitled.peakOnDisk, kBound);
+    EXPECT_LE(untitled.planner.keptBytes(), kBound);
+    EXPECT_EQ(untitled.planner.keep(), Keep::NoTitle);
+
+    Tape t = listening({}, kBound);
+    t.title(QStringLiteral("A - 1"));
+    t.audio(100, 'a');
+    t.title(QStringLiteral("B - 2"));
+    t.audio(kBound, 'b');
+    EXPECT_EQ(t.planner.keep(), Keep::Whole) << "exactly at the bound is still whole";
+    t.audio(1, 'b');
+    EXPECT_EQ(t.planner.keep(), Keep::TooLong);
+    EXPECT_EQ(t.planner.arm(QStringLiteral("B - 2")), Arm::TooLong);
+    t.title(QStringLiteral("C - 3"));
+    EXPECT_EQ(t.planner.arm(QStringLiteral("C - 3")), Arm::Armed);
+    t.audio(3 * kBound, 'c');
+    t.title(QStringLiteral("D - 4"));
+    ASSERT_EQ(t.songs.size(), 1u);
+    EXPECT_EQ(t.songs[0].bytes, bytes(3 * kBound, 'c')) << "an armed song is a recording: kept whole";
+    EXPECT_LE(t.peakOnDisk, 3 * kBound);
+}
+
+TEST(CutPlannerListening, AnArmedSongGetsItsPaddingAndOneEndedInItsLeadOutCanStillBeArmed)
+{
+    const Padding pad { .leadInSec = 1, .leadOutSec = 2 };
+    Tape t = listening(pad, 100 * kBps);
+    t.title(QStringLiteral("A - 1"), pad);
+    t.audio(3000, 'a');
+    t.title(QStringLiteral("B - 2"), pad);
+    t.audio(4000, 'b');
+    t.title(QStringLiteral("C - 3"), pad);
+    t.audio(500, 'c');
+    // Pressed as the title changed: B is in its lead-out, still whole.
+    EXPECT_EQ(t.planner.arm(QStringLiteral("B - 2")), Arm::Armed);
+    EXPECT_EQ(t.planner.arm(QStringLiteral("C - 3")), Arm::Armed);
+    t.audio(1500, 'c');
+    ASSERT_EQ(t.songs.size(), 1u);
+    // The lead-in (1 to 2 s, 1.9 s here) came from A, which itself was discarded.
+    EXPECT_EQ(t.songs[0], (Song { QStringLiteral("B - 2"), bytes(1900, 'a') + bytes(4000, 'b') + bytes(2000, 'c'), 1 }));
+
+    // A stop inside an armed song's lead-out still saves it: it has ended.
+    t.audio(1000, 'c');
+    t.title(QStringLiteral("D - 4"), pad);
+    t.audio(500, 'd');
+    t.stop();
+    ASSERT_EQ(t.songs.size(), 2u);
+    EXPECT_EQ(t.songs[1].title, QStringLiteral("C - 3"));
+    EXPECT_TRUE(t.songs[1].bytes.endsWith(bytes(3000, 'c') + bytes(500, 'd')));
+    EXPECT_TRUE(t.abandoned.isEmpty());
 }

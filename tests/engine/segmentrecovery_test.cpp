@@ -64,6 +64,8 @@ TEST_F(SegmentRecoveryTest, SalvagesTheAudioOfUnlockedSegmentsAndRemovesUnlocked
     const QString work1 = leftover(".out_9A0364B9-2B2E-4B5B-9A3E-8D9C1A0E3F11.mp3", "half written", crash);
     const QString work2 = leftover(".merged_9A0364B9-2B2E-4B5B-9A3E-8D9C1A0E3F11", "merged", crash);
     const QString work3 = leftover(".cover_9A0364B9-2B2E-4B5B-9A3E-8D9C1A0E3F11.jpg", "\xFF\xD8", crash);
+    // A song kept while listening that nobody asked to save: audio, but never salvaged.
+    const QString listened = leftover(".listen_9A0364B9-2B2E-4B5B-9A3E-8D9C1A0E3F11.mp3", frames(3), crash);
     // Not ours: left as they are.
     const QString other1 = leftover(".hidden-notes.mp3", "user file", crash);
     const QString other2 = leftover(".0F8FAD5B.mp3", "short name", crash);
@@ -84,7 +86,7 @@ TEST_F(SegmentRecoveryTest, SalvagesTheAudioOfUnlockedSegmentsAndRemovesUnlocked
     ASSERT_EQ(result.dropped.size(), 1);
     EXPECT_EQ(result.dropped[0].filePath, page);
     EXPECT_EQ(result.dropped[0].reason, "no audio frames");
-    for (const QString &gone : {empty, page, work1, work2, work3})
+    for (const QString &gone : {empty, page, work1, work2, work3, listened})
         EXPECT_FALSE(QFileInfo::exists(gone)) << gone.toStdString();
     EXPECT_TRUE(QFileInfo::exists(other1));
     EXPECT_TRUE(QFileInfo::exists(other2));

@@ -64,4 +64,54 @@ inline FixtureServer::Handler station(
     };
 }
 
+// A station of real MP3 for tests that let ffmpeg play it while the recorder keeps it:
+// `mp3` is whole frames (CBR, no tag) and `metaint` a multiple of its frame size, so
+// every audio run between two metadata blocks is whole frames and a song cut at a title
+// change is the stream's bytes exactly. Block n is the `metaint` bytes at n x metaint in
+// `mp3` taken round; song k's title follows block starts[k], so its audio is blocks
+// starts[k] + 1 to starts[k + 1]. The last song plays on for as long as the client listens.
+struct Mp3Programme {
+    QByteArray mp3;
+    int metaint = 0;
+    QList<std::pair<QByteArray, int>> songs; // title, audio blocks
+
+    QByteArray block(int n) const
+    {
+        const qsizetype offset = (qsizetype(n) * metaint) % mp3.size();
+        return (mp3 + mp3).mid(offset, metaint);
+    }
+    int start(int song) const
+    {
+        int at = 0;
+        for (int k = 0; k < song; ++k)
+            at += songs[k].second;
+        return at;
+    }
+    // Song k's audio as the station sent it.
+    QByteArray songAudio(int song) const
+    {
+        QByteArray audio;
+        for (int n = start(song) + 1; n <= start(song + 1); ++n)
+            audio += block(n);
+        return audio;
+    }
+    FixtureServer::Handler handler(int intervalMs) const
+    {
+        return [programme = *this, intervalMs](const FixtureServer::Request &) {
+            auto next = std::make_shared<int>(0);
+            return FixtureServer::Script::head(
+                "HTTP/1.0 200 OK", { { "icy-metaint", QByteArray::number(programme.metaint) }, { "Content-Type", "audio/mpeg" } })
+                .produce(intervalMs, [programme, next] {
+                    const int n = (*next)++;
+                    QByteArray meta;
+                    for (qsizetype k = 0; k < programme.songs.size(); ++k) {
+                        if (programme.start(int(k)) == n)
+                            meta = "StreamTitle='" + programme.songs[k].first + "';";
+                    }
+                    return programme.block(n) + metaBlock(meta);
+                });
+        };
+    }
+};
+
 } // namespace IcyStream
