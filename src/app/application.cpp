@@ -23,6 +23,8 @@
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 
+#include <utility>
+
 Application::Application(ApplicationOptions options, QObject *parent)
     : QObject(parent)
     , m_directoryBase(options.directoryBase.isEmpty() ? DirectoryApi::baseUrl() : options.directoryBase)
@@ -113,8 +115,11 @@ void Application::startListener()
         m_switchingLive = false;
     });
     connect(m_listener.get(), &StationListener::streamFailed, this, [this](const QString &message) {
-        // The listener has stopped its relay; the player may still hold the relay's address.
+        // The listener keeps the station named after its relay ended; it is not heard any
+        // more, so it is let go, and the player lets go of the relay's address.
         const std::optional<Station> station = m_listener->station() ? m_listener->station() : m_heard;
+        m_heard.reset(); // the player's own failure that may follow is the same one
+        m_listener->stop();
         if (m_player->isLive())
             m_player->stopLive();
         if (station)
@@ -128,8 +133,8 @@ void Application::startListener()
     });
     connect(m_player.get(), &Player::liveFailed, this, [this] {
         if (!m_heard)
-            return; // listening was stopped by the user
-        const Station station = *m_heard;
+            return; // listening was stopped by the user, or its failure said already
+        const Station station = *std::exchange(m_heard, std::nullopt);
         m_listener->stop();
         // The player's reason is a decoder's or a socket's; the user hears that the stream
         // broke off, as a recording would say.

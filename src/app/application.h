@@ -160,8 +160,8 @@ private:
     std::unique_ptr<AudioEngine> m_audio;
     std::unique_ptr<Player> m_player;
     std::unique_ptr<StationListener> m_listener;
-    // The station last asked for until the user stops listening: what a failure names
-    // once the player has already left live mode and the listener has let go.
+    // The station last asked for until the user stops listening or its failure is said:
+    // what a failure names once the player has left live mode and the listener let go.
     std::optional<Station> m_heard;
     // Set while the player switches from one live stream to the next, when its leaving
     // live mode for a moment is not the user's doing.
