@@ -17,6 +17,7 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QDir>
+#include <QStandardPaths>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -115,6 +116,7 @@ protected:
         player = std::make_unique<Player>(*engine, *settings, nullptr);
         link = connectedLink();
         context = std::make_unique<RecordingContext>(http, nullptr);
+        context->ffmpegPath = QStandardPaths::findExecutable(QStringLiteral("ffmpeg")); // the relay's
         stations = std::make_unique<StationListener>(*context, nullptr);
         service = std::make_unique<MprisService>(*link, *player, stations.get());
         listener = std::make_unique<MprisListener>(bus().connection());
@@ -474,18 +476,26 @@ TEST(MprisServiceWithoutBus, StaysQuietAndThePlayerWorks)
 }
 
 // While a station is heard the desktop sees it: its live title, the station as the artist,
-// no length and no seeking; the queue's track again once listening ends.
-TEST_F(MprisServiceTest, ALiveStationShowsItsTitleAndCannotSeek)
+// no length and no seeking, play and pause acting on the stream; the queue again once
+// listening ends. The station plays through the real relay on the null output.
+TEST_F(MprisServiceTest, ALiveStationShowsItsTitleCannotSeekAndPauses)
 {
     if (setUpFailed())
         return;
     startQueue();
     ASSERT_TRUE(get(kPlayer, QStringLiteral("CanSeek")).toBool());
     FixtureServer server;
-    const QByteArray audio = readFile(tracks[0].filePath.value());
-    server.route("/live", FixtureServer::Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } })
-                              .send(audio)
-                              .hang());
+    // 16 kB/s of an MP3 file, over and over.
+    server.route("/live", [audio = readFile(tracks[0].filePath.value())](const FixtureServer::Request &) {
+        auto offset = std::make_shared<qsizetype>(0);
+        return FixtureServer::Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } })
+            .produce(250, [audio, offset] {
+                const QByteArray piece = audio.mid(*offset, 4000);
+                *offset = (*offset + 4000) % audio.size();
+                return piece;
+            });
+    });
+    QObject::connect(stations.get(), &StationListener::streamReady, player.get(), &Player::playLive);
     const Station station = Station::custom(QString::fromLatin1(server.url("/live")), QStringLiteral("Live FM"));
     stations->start(station);
     // What the station plays, as the listener announces it.
@@ -505,13 +515,25 @@ TEST_F(MprisServiceTest, ALiveStationShowsItsTitleAndCannotSeek)
     EXPECT_FALSE(get(kPlayer, QStringLiteral("CanSeek")).toBool());
     EXPECT_FALSE(get(kPlayer, QStringLiteral("CanGoNext")).toBool());
     EXPECT_TRUE(get(kPlayer, QStringLiteral("CanPause")).toBool());
+
+    // Sound through the relay; the position counts from its start.
+    // (The queue played before: its "Playing" is not the stream's.)
+    ASSERT_TRUE(waitUntil([&] { return player->isLive() && player->status() == Player::Status::playing; }, 15000));
+    EXPECT_EQ(get(kPlayer, QStringLiteral("PlaybackStatus")).toString(), QStringLiteral("Playing"));
+    EXPECT_LT(position(), 10'000'000);
     // A media key's Next would leave the station for the queue: it does nothing.
     call(kPlayer, QStringLiteral("Next"));
-    EXPECT_EQ(player->currentIndex(), 0);
+    EXPECT_TRUE(player->isLive());
+    call(kPlayer, QStringLiteral("PlayPause"));
+    EXPECT_TRUE(waitForStatus(QStringLiteral("Paused")));
+    call(kPlayer, QStringLiteral("PlayPause"));
+    EXPECT_TRUE(waitForStatus(QStringLiteral("Playing")));
+    EXPECT_TRUE(player->isLive());
 
     stations->stop();
-    ASSERT_TRUE(waitUntil([&] { return announcedTitle() == QStringLiteral("Song 1"); }));
-    EXPECT_TRUE(get(kPlayer, QStringLiteral("CanSeek")).toBool());
+    player->stopLive();
+    ASSERT_TRUE(waitUntil([&] { return announcedTitle() != QStringLiteral("Artist - Live Song"); }));
+    EXPECT_FALSE(trackIdOf(metadata()).startsWith(QStringLiteral("/app/orvida/Orvida/live/")));
 }
 
 } // namespace
