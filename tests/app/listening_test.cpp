@@ -4,6 +4,8 @@
 #include "app/nowplayingbar.h"
 #include "app/radioview.h"
 #include "app/stationactionbar.h"
+#include "engine/enginesettingsstore.h"
+#include "engine/radioenginesettings.h"
 #include "engine/radiorecorder.h"
 #include "engine/stationlistener.h"
 #include "library/librarystore.h"
@@ -232,11 +234,16 @@ TEST_F(ListeningTest, SaveButtonFollowsTheSaveStateAndSaysWhatBecameOfTheSong)
 }
 
 // The whole way, through the relay: Listen on a row, the player plays the station live,
-// the bar shows the titles the station sends, pause and play act on the stream, and
-// stopping ends the relay and the live mode.
-TEST_F(ListeningTest, ListensThroughTheRelayWithTheStationsOwnTitles)
+// the bar shows the titles the station sends, Ctrl+S saves the song playing into the
+// library, pause and play act on the stream, and stopping ends the relay and live mode.
+TEST_F(ListeningTest, ListensThroughTheRelayWithTheStationsOwnTitlesAndSavesTheSongPlaying)
 {
-    server.route("/icy", IcyStream::station({ "Artist - First", "Artist - Second" }, 30, 60, mp3));
+    // Short songs kept as they came, so a save is quick and needs no encoder.
+    RadioEngineSettings settings;
+    settings.lossless = true;
+    settings.minDurationSec = 0;
+    ASSERT_TRUE(app->engineSettings().setGlobal(settings));
+    server.route("/icy", IcyStream::station({ "Artist - First", "Artist - Second", "Artist - Third" }, 30, 60, mp3));
     openWindow();
     RadioView *radio = window->radioView();
     radio->showCustomStation(QString::fromLatin1(server.url("/icy")), QStringLiteral("Fixture FM"));
@@ -263,7 +270,21 @@ TEST_F(ListeningTest, ListensThroughTheRelayWithTheStationsOwnTitles)
         }, 20000);
     };
     EXPECT_TRUE(barSays(QStringLiteral("Artist - First")));
-    EXPECT_TRUE(barSays(QStringLiteral("Artist - Second")));
+    ASSERT_TRUE(barSays(QStringLiteral("Artist - Second")));
+
+    // The first song began before listening did; the second can be saved from its start.
+    QPushButton *save = bar->saveSongButton();
+    ASSERT_TRUE(waitUntil([&] { return save->isEnabled(); }, 5000));
+    QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
+    EXPECT_FALSE(save->isEnabled());
+    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("“Artist - Second” will be saved when the song ends…"));
+    ASSERT_TRUE(waitUntil([&] {
+        advance(0.05);
+        return bar->saveStatusLabel()->text() == QStringLiteral("Saved: Artist - Second");
+    }, 20000)) << bar->saveStatusLabel()->text().toStdString();
+    ASSERT_EQ(app->library()->allTracks().size(), 1);
+    EXPECT_EQ(app->library()->allTracks().first().title, QStringLiteral("Second"));
+    EXPECT_EQ(app->library()->allTracks().first().station, QStringLiteral("Fixture FM"));
 
     bar->playPauseButton()->click();
     EXPECT_TRUE(waitUntil([&] { return player().status() == Player::Status::paused; }, 5000));
