@@ -63,9 +63,9 @@ protected:
 
 TEST_F(ListenCliTest, SavesTheSongPlayingAtSaveAtFromItsStartAndFilesIt)
 {
-    // A for 1.5 s, B from 1.5 s to 5.5 s after the start.
-    programme.songs = {{"A - Joined", 60}, {"B - Whole", 160}, {"C - Next", 1000}};
-    const int exitCode = listen({"--name", "Fixture FM", "--for", "4.5", "--save-at", "3.5"});
+    // A for 1 s, B from 1 s to 6 s after the start (later when the machine is busy).
+    programme.songs = {{"A - Joined", 40}, {"B - Whole", 200}, {"C - Next", 1000}};
+    const int exitCode = listen({"--name", "Fixture FM", "--for", "3.5", "--save-at", "3"});
     ASSERT_EQ(exitCode, 0) << child->joined().toStdString() << "\n" << err.toStdString();
 
     const QList<QByteArray> titles = child->starting("title\t");

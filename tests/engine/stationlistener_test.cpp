@@ -84,7 +84,7 @@ TEST_F(StationListenerTest, SavesTheArmedSongFromItsTitleChangeToTheNextAndNothi
 {
     // 4 blocks a second of stream, served at about 12 times real time.
     const IcyStream::Mp3Programme programme = this->programme(
-        {{"A - Joined", 80}, {"Station Jingle", 40}, {"B - Whole", 140}, {"C - Next", 400}, {"D - Last", 1}});
+        {{"A - Joined", 100}, {"Station Jingle", 80}, {"B - Whole", 240}, {"C - Next", 400}, {"D - Last", 1}});
     server.route("/live", programme.handler(20));
     Station station = Station::custom(QString::fromLatin1(server.url("/live")), "Fixture FM");
     station.bitrate = 128;
