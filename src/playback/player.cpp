@@ -61,6 +61,8 @@ void Player::Impl::updateTimer()
 {
     const bool run = (status == Status::playing || livePhase == LivePhase::connecting)
         && engine.output() != AudioEngine::Output::offline;
+    // A stream has no transitions to time: the tick only looks out for its start and end.
+    timer.setInterval(live() ? kLiveTickIntervalMs : Player::kTickIntervalMs);
     if (run && !timer.isActive())
         timer.start();
     else if (!run)

@@ -24,7 +24,8 @@ struct MixState;
 // periodic tick on the owner's thread).
 //
 // Lives on the GUI thread (in orvida-cli: the main thread). Every call and signal is on
-// that thread; plans are computed on the thread pool and delivered back to it.
+// that thread; plans are computed and live streams opened on the thread pool, and the
+// tick picks their results up.
 class Player : public QObject {
     Q_OBJECT
 public:

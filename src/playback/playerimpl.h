@@ -55,6 +55,7 @@ struct Player::Impl {
     std::shared_ptr<LiveOpening> liveOpening; // the open running on the thread pool
     double liveHeardSec = 0; // position() while closed
     int liveTimeoutMs = int(Player::kLiveTimeoutSec * 1000);
+    static constexpr int kLiveTickIntervalMs = 100;
 
     [[nodiscard]] EngineDeck &current() { return decks[size_t(cur)]; }
     [[nodiscard]] EngineDeck &other() { return decks[size_t(1 - cur)]; }

@@ -16,6 +16,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 extern "C" {
@@ -30,6 +31,9 @@ using Clock = std::chrono::steady_clock;
 
 // A glitch in a stream is skipped; this many damaged packets in a row is not audio.
 constexpr int kMaxDamagedInARow = 64;
+// How long, and how often, a server that answers "busy" (5XX) is asked again.
+constexpr Clock::duration kBusyRetrySpan = std::chrono::seconds(3);
+constexpr Clock::duration kBusyRetryPause = std::chrono::milliseconds(250);
 
 QString avError(int code)
 {
@@ -64,6 +68,8 @@ public:
 
 private:
     static int interruptCallback(void *opaque);
+    // One attempt at the connection and the stream's head; FFmpeg's result code.
+    int connect();
     // Decodes until there are frames in m_pending; false at the end of the stream or on
     // failure (m_failed tells which).
     bool produce();
@@ -138,24 +144,46 @@ bool StreamDecoder::fail(const QString &why)
     return false;
 }
 
-bool StreamDecoder::open(QString *error)
+int StreamDecoder::connect()
 {
-    m_waitingSince = Clock::now();
     m_fmt = avformat_alloc_context();
-    m_packet = av_packet_alloc();
-    m_frame = av_frame_alloc();
-    if (!m_fmt || !m_packet || !m_frame) {
-        *error = QStringLiteral("cannot open %1: out of memory").arg(m_url);
-        return false;
-    }
+    if (!m_fmt)
+        return AVERROR(ENOMEM);
     m_fmt->interrupt_callback = AVIOInterruptCB { &StreamDecoder::interruptCallback, this };
     AVDictionary *options = nullptr;
     // A station's address is never a local file or a playlist of other addresses.
     av_dict_set(&options, "protocol_whitelist", "http,https,tcp,tls", 0);
     // A live stream has no other place to go: no range requests.
     av_dict_set(&options, "seekable", "0", 0);
-    int rc = avformat_open_input(&m_fmt, m_url.toUtf8().constData(), av_find_input_format("mp3"), &options);
+    const int rc = avformat_open_input(&m_fmt, m_url.toUtf8().constData(), av_find_input_format("mp3"), &options);
     av_dict_free(&options);
+    return rc;
+}
+
+bool StreamDecoder::open(QString *error)
+{
+    m_waitingSince = Clock::now();
+    m_packet = av_packet_alloc();
+    m_frame = av_frame_alloc();
+    if (!m_packet || !m_frame) {
+        *error = QStringLiteral("cannot open %1: out of memory").arg(m_url);
+        return false;
+    }
+    int rc = connect();
+    // The relay serves one listener at a time, and may not have noticed yet that the one
+    // before (this player, before a pause) has gone: it answers 503 for a moment.
+    const Clock::time_point busyUntil = Clock::now() + std::min<Clock::duration>(m_timeout, kBusyRetrySpan);
+    while (rc == AVERROR_HTTP_SERVER_ERROR && Clock::now() + kBusyRetryPause < busyUntil) {
+        for (const Clock::time_point resume = Clock::now() + kBusyRetryPause; Clock::now() < resume;) {
+            if (m_abort->load(std::memory_order_relaxed)) {
+                *error = QStringLiteral("cannot open %1: interrupted").arg(m_url);
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        m_waitingSince = Clock::now();
+        rc = connect();
+    }
     if (rc < 0) {
         *error = QStringLiteral("cannot open %1: %2").arg(m_url, failure(rc));
         return false;

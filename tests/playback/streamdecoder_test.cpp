@@ -25,7 +25,7 @@ std::shared_ptr<std::atomic<bool>> newFlag()
 TEST(StreamDecoder, ADeckPlaysTheStreamAsItArrivesUntilItEnds)
 {
     QString error;
-    const auto mp3 = LiveStream::makeMp3(3, &error);
+    const auto mp3 = LiveStream::makeMp3(LiveStream::toneSource(3), &error);
     ASSERT_FALSE(mp3->isEmpty()) << error.toStdString();
     FixtureServer server;
     server.route("/stream.mp3", [&](const FixtureServer::Request &) {
@@ -61,7 +61,7 @@ TEST(StreamDecoder, ADeckPlaysTheStreamAsItArrivesUntilItEnds)
 TEST(StreamDecoder, GivesUpOnSilenceAndWhenInterrupted)
 {
     QString error;
-    const auto mp3 = LiveStream::makeMp3(1, &error);
+    const auto mp3 = LiveStream::makeMp3(LiveStream::toneSource(1), &error);
     ASSERT_FALSE(mp3->isEmpty()) << error.toStdString();
     FixtureServer server;
     server.route("/stalls", [&](const FixtureServer::Request &) {

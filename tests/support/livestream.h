@@ -11,22 +11,31 @@
 
 // A station as the live relay hands it to the player: an MP3 made by ffmpeg with the
 // relay's encoder settings, behind the relay's fixed response head, sent at the pace of
-// its audio (or faster) for FixtureServer's Produce steps.
+// its audio (or faster) for FixtureServer's Produce steps. For the player's tests and
+// benchmarks.
 namespace LiveStream {
 
 inline constexpr double kToneHz = 440;
 inline constexpr int kPieceMs = 50;
 
-// `seconds` of a half-scale 440 Hz tone, stereo at 44.1 kHz, encoded as the relay encodes.
-inline std::shared_ptr<const QByteArray> makeMp3(double seconds, QString *error)
+// Relay-made MP3 of lavfi `source`: the relay's encoder and its settings ("-q:a 4"),
+// unless `quality` names others (a constant "-b:a 128k", say). Empty with ffmpeg's
+// complaint in `error` when it failed.
+inline std::shared_ptr<const QByteArray> makeMp3(
+    const QString &source, QString *error, const QStringList &quality = { "-q:a", "4" })
 {
-    const QString wave = QStringLiteral("0.5*sin(2*PI*%1*t)").arg(kToneHz);
-    const QString tone = QStringLiteral("aevalsrc=%1|%1:s=44100:d=%2").arg(wave).arg(seconds);
     const std::optional<QByteArray> mp3 = runProgram(QStringLiteral("/usr/bin/ffmpeg"),
-        { "-v", "error", "-f", "lavfi", "-i", tone, "-vn", "-acodec", "libmp3lame", "-q:a", "4", "-f", "mp3",
-            "pipe:1" },
+        QStringList { "-v", "error", "-f", "lavfi", "-i", source, "-vn", "-acodec", "libmp3lame" } + quality
+            + QStringList { "-f", "mp3", "pipe:1" },
         error);
     return std::make_shared<const QByteArray>(mp3.value_or(QByteArray()));
+}
+
+// `seconds` of a half-scale kToneHz tone on both channels at 44.1 kHz.
+inline QString toneSource(double seconds)
+{
+    const QString wave = QStringLiteral("0.5*sin(2*PI*%1*t)").arg(kToneHz);
+    return QStringLiteral("aevalsrc=%1|%1:s=44100:d=%2").arg(wave).arg(seconds);
 }
 
 inline FixtureServer::Script head()
