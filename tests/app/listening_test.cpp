@@ -125,7 +125,7 @@ TEST_F(ListeningTest, ListenFromARowOrWithEnterFeedsTheRecentsAndRecordingDoesNo
     app->recorder().stop(two.id);
 }
 
-TEST_F(ListeningTest, BarShowsTheStationAndItsLiveTitleUntilTheStreamBreaksAndATrackPlays)
+TEST_F(ListeningTest, BarShowsTheStationUntilTheStreamBreaksAndATrackPlays)
 {
     addSongs(1);
     openWindow();
@@ -138,8 +138,6 @@ TEST_F(ListeningTest, BarShowsTheStationAndItsLiveTitleUntilTheStreamBreaksAndAT
 
     Q_EMIT listener().titleChanged(QStringLiteral("Artist - First"));
     EXPECT_EQ(bar->artistLabel()->text(), QStringLiteral("Artist - First"));
-    Q_EMIT listener().titleChanged(QStringLiteral("Artist - Second"));
-    EXPECT_EQ(bar->artistLabel()->text(), QStringLiteral("Artist - Second"));
 
     // The station is lost: it stays named, with the reason instead of silence.
     Q_EMIT listener().streamFailed(QStringLiteral("Stream unterbrochen"));
@@ -191,33 +189,20 @@ TEST_F(ListeningTest, CtrlDTogglesTheStationThatPlaysWithANoticeThatExpires)
     EXPECT_TRUE(window->toastText().isEmpty());
 }
 
-TEST_F(ListeningTest, SaveButtonFollowsTheSaveStateAndSaysWhatBecameOfTheSong)
+// Ready, armed and saved are seen the whole way below; here what it takes long to reach.
+TEST_F(ListeningTest, SaveStatusSaysSavingSkipsAndFailuresAndStartsCleanWithTheNextStation)
 {
     using SaveState = StationListener::SaveState;
     openWindow();
-    const Station station = plainStation("/save", QStringLiteral("Save FM"));
-    app->listen(station);
+    app->listen(plainStation("/save", QStringLiteral("Save FM")));
     Q_EMIT listener().titleChanged(QStringLiteral("Artist - Keeper"));
     QPushButton *save = bar->saveSongButton();
     EXPECT_TRUE(save->isVisibleTo(bar));
+    EXPECT_FALSE(save->isEnabled()); // no title from the capture yet: nothing to save
 
-    Q_EMIT listener().saveStateChanged(SaveState::unavailable);
-    EXPECT_FALSE(save->isEnabled());
-    Q_EMIT listener().saveStateChanged(SaveState::ready);
-    EXPECT_TRUE(save->isEnabled());
-    Q_EMIT listener().saveStateChanged(SaveState::armed);
-    EXPECT_FALSE(save->isEnabled());
-    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("“Artist - Keeper” will be saved when the song ends…"));
     Q_EMIT listener().saveStateChanged(SaveState::saving);
+    EXPECT_FALSE(save->isEnabled());
     EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("Saving “Artist - Keeper”…"));
-
-    Track saved(QStringLiteral("Keeper"), QStringLiteral("Artist"), QString(), 200, QDateTime::currentDateTimeUtc(),
-        QString(), false, 0, QStringLiteral("radio"), QStringLiteral("Save FM"), home.file(QStringLiteral("k.mp3")));
-    Q_EMIT listener().songSaved(saved);
-    Q_EMIT listener().saveStateChanged(SaveState::ready);
-    EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("Saved: Artist - Keeper"));
-    EXPECT_TRUE(save->isEnabled());
-
     Q_EMIT listener().songSkipped(QStringLiteral("Station - Jingle"), QStringLiteral("too short"));
     EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("“Station - Jingle” was not saved: too short"));
     // A failure also stays in the message bar, for a window that was away.
@@ -227,9 +212,7 @@ TEST_F(ListeningTest, SaveButtonFollowsTheSaveStateAndSaysWhatBecameOfTheSong)
     EXPECT_EQ(window->messageBar()->messages().last(),
         QStringLiteral("The song could not be saved: No space left on device"));
 
-    // Another station starts with a clean slate.
-    const Station next = plainStation("/next", QStringLiteral("Next FM"));
-    app->listen(next);
+    app->listen(plainStation("/next", QStringLiteral("Next FM")));
     EXPECT_TRUE(bar->saveStatusLabel()->text().isEmpty());
 }
 
