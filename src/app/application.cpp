@@ -18,8 +18,8 @@
 #include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
-#include "stations/recentstations.h"
 #include "stations/globestationstore.h"
+#include "stations/recentstations.h"
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 

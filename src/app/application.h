@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/dbuslink.h"
-#include "playback/audioengine.h"
 #include "platform/httpclient.h"
+#include "playback/audioengine.h"
 #include "stations/station.h"
 
 #include <QDateTime>

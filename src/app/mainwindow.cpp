@@ -18,8 +18,8 @@
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
 #include "engine/stationlistener.h"
-#include "playback/player.h"
 #include "platform/preferences.h"
+#include "playback/player.h"
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
 

@@ -7,8 +7,7 @@
 
 #include <algorithm>
 
-MprisPlayerAdaptor::MprisPlayerAdaptor(
-    QObject *exported, Player &player, CoverCache &covers, StationListener *listener)
+MprisPlayerAdaptor::MprisPlayerAdaptor(QObject *exported, Player &player, CoverCache &covers, StationListener *listener)
     : QDBusAbstractAdaptor(exported)
     , m_player(player)
     , m_covers(covers)
@@ -16,9 +15,9 @@ MprisPlayerAdaptor::MprisPlayerAdaptor(
 {
     if (m_listener) {
         m_liveTitle = m_listener->title();
-        connect(m_listener, &StationListener::titleChanged, this, [this](const QString &title) { m_liveTitle = title; });
-        connect(m_listener, &StationListener::stationChanged, this,
-            [this] { m_liveTitle = m_listener->title(); });
+        connect(
+            m_listener, &StationListener::titleChanged, this, [this](const QString &title) { m_liveTitle = title; });
+        connect(m_listener, &StationListener::stationChanged, this, [this] { m_liveTitle = m_listener->title(); });
     }
     connect(&m_player, &Player::seeked, this,
         [this](double seconds) { Q_EMIT Seeked(MprisFormat::microseconds(seconds)); });

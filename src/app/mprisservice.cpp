@@ -3,8 +3,8 @@
 #include "app/covercache.h"
 #include "app/mprisplayeradaptor.h"
 #include "app/mprisrootadaptor.h"
-#include "platform/dbuslink.h"
 #include "engine/stationlistener.h"
+#include "platform/dbuslink.h"
 #include "playback/player.h"
 
 #include <QCoreApplication>

@@ -36,8 +36,7 @@ int toMs(double seconds)
 
 } // namespace
 
-NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, StationListener *listener,
-                             QWidget *parent)
+NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, StationListener *listener, QWidget *parent)
     : QFrame(parent)
     , m_player(player)
     , m_listener(listener)
@@ -220,7 +219,8 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, Stati
         });
         connect(m_listener, &StationListener::saveStateChanged, this, &NowPlayingBar::showSaveState);
         connect(m_listener, &StationListener::songSaved, this, [this](const Track &track) {
-            const QString name = track.artist.isEmpty() ? track.title : track.artist + QStringLiteral(" - ") + track.title;
+            const QString name
+                = track.artist.isEmpty() ? track.title : track.artist + QStringLiteral(" - ") + track.title;
             m_saveStatus->setText(Texts::text("live.savedFormat").arg(name));
         });
         connect(m_listener, &StationListener::songSkipped, this, [this](const QString &title, const QString &reason) {

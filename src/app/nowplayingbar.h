@@ -1,7 +1,7 @@
 #pragma once
 
-#include "library/track.h"
 #include "engine/stationlistener.h"
+#include "library/track.h"
 #include "playback/player.h"
 #include "stations/station.h"
 
@@ -40,8 +40,7 @@ public:
     static constexpr int kPositionTickMs = 250;
 
     // `listener` may be null: no live mode.
-    NowPlayingBar(Player &player, TransitionSettings &settings, StationListener *listener,
-                  QWidget *parent = nullptr);
+    NowPlayingBar(Player &player, TransitionSettings &settings, StationListener *listener, QWidget *parent = nullptr);
     ~NowPlayingBar() override;
 
     QLabel *coverLabel() const { return m_cover; }

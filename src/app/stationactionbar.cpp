@@ -119,7 +119,7 @@ void StationActionBar::openScheduleDialog(Application &app, const Station &stati
 void StationActionBar::addActions(QMenu &menu, Application &app, const Station &station)
 {
     menu.addAction(isHeard(app, station) ? tx("station.stopListening") : tx("station.listen"), &menu,
-                   [&app, station] { toggleListening(app, station); });
+        [&app, station] { toggleListening(app, station); });
     const bool recording = app.recorder().isRecordingStation(station.id);
     menu.addAction(recording ? tx("station.stopRecording") : tx("station.record"), &menu,
                    [&app, station] { toggleRecording(app, station); });

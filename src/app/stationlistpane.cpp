@@ -63,7 +63,7 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
     // Enter listens: the quick way to hear a station found with the keyboard. (Return as
     // well, the same key on most keyboards.)
     auto *listen = new QAction(tx("station.listen"), this);
-    listen->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+    listen->setShortcuts({ QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter) });
     listen->setShortcutContext(Qt::WidgetShortcut);
     m_table->addAction(listen);
     connect(listen, &QAction::triggered, this, [this] {

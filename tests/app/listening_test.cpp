@@ -60,12 +60,11 @@ protected:
     {
         server.route(path, [audio = mp3](const FixtureServer::Request &) {
             auto offset = std::make_shared<qsizetype>(0);
-            return Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } })
-                .produce(250, [audio, offset] {
-                    QByteArray piece = audio.mid(*offset, 4000);
-                    *offset = (*offset + 4000) % audio.size();
-                    return piece;
-                });
+            return Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } }).produce(250, [audio, offset] {
+                QByteArray piece = audio.mid(*offset, 4000);
+                *offset = (*offset + 4000) % audio.size();
+                return piece;
+            });
         });
         return Station::custom(QString::fromLatin1(server.url(path)), name);
     }
@@ -247,10 +246,12 @@ TEST_F(ListeningTest, ListensThroughTheRelayWithTheStationsOwnTitlesAndSavesTheS
     EXPECT_FALSE(bar->showsTimeline());
 
     const auto barSays = [&](const QString &title) {
-        return waitUntil([&] {
-            advance(0.05);
-            return bar->artistLabel()->text() == title;
-        }, 20000);
+        return waitUntil(
+            [&] {
+                advance(0.05);
+                return bar->artistLabel()->text() == title;
+            },
+            20000);
     };
     EXPECT_TRUE(barSays(QStringLiteral("Artist - First")));
     ASSERT_TRUE(barSays(QStringLiteral("Artist - Second")));
@@ -261,10 +262,13 @@ TEST_F(ListeningTest, ListensThroughTheRelayWithTheStationsOwnTitlesAndSavesTheS
     QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
     EXPECT_FALSE(save->isEnabled());
     EXPECT_EQ(bar->saveStatusLabel()->text(), QStringLiteral("“Artist - Second” will be saved when the song ends…"));
-    ASSERT_TRUE(waitUntil([&] {
-        advance(0.05);
-        return bar->saveStatusLabel()->text() == QStringLiteral("Saved: Artist - Second");
-    }, 20000)) << bar->saveStatusLabel()->text().toStdString();
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            advance(0.05);
+            return bar->saveStatusLabel()->text() == QStringLiteral("Saved: Artist - Second");
+        },
+        20000))
+        << bar->saveStatusLabel()->text().toStdString();
     ASSERT_EQ(app->library()->allTracks().size(), 1);
     EXPECT_EQ(app->library()->allTracks().first().title, QStringLiteral("Second"));
     EXPECT_EQ(app->library()->allTracks().first().station, QStringLiteral("Fixture FM"));
