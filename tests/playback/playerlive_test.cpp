@@ -144,6 +144,7 @@ TEST_F(PlayerLiveTest, AStreamThatEndsFallsSilentOrCannotOpenEndsLiveMode)
 {
     serve("/ends", 2, 2, [](Script &s) { s.close(); });
     serve("/silent", 2, 2, [](Script &s) { s.hang(); });
+    server.route("/hangs", Script().hang());
     struct Case {
         QUrl url;
         QString reason;
@@ -154,6 +155,7 @@ TEST_F(PlayerLiveTest, AStreamThatEndsFallsSilentOrCannotOpenEndsLiveMode)
     const QList<Case> cases {
         { url("/ends"), QStringLiteral("the stream ended"), true },
         { url("/silent"), QStringLiteral("no data for 1 s"), true },
+        { url("/hangs"), QStringLiteral("no data for 1 s"), false },
         { url("/missing"), QStringLiteral("cannot open"), false }, // the fixture answers 404
         { QUrl::fromLocalFile(file), QStringLiteral("cannot open"), false }, // only http(s) streams
     };
