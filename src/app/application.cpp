@@ -10,6 +10,7 @@
 #include "engine/recordingstats.h"
 #include "engine/sleepguard.h"
 #include "engine/sniperscheduler.h"
+#include "engine/stationlistener.h"
 #include "engine/trackinfolookup.h"
 #include "library/librarystore.h"
 #include "library/transitionsettings.h"
@@ -17,10 +18,12 @@
 #include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
-#include "stations/recentstations.h"
 #include "stations/globestationstore.h"
+#include "stations/recentstations.h"
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
+
+#include <utility>
 
 Application::Application(ApplicationOptions options, QObject *parent)
     : QObject(parent)
@@ -98,7 +101,76 @@ void Application::startPlayer(AudioEngine::Output output)
             m_startupProblems << error;
     }
     m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
-    m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player);
+    startListener();
+    m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player, m_listener.get());
+}
+
+void Application::startListener()
+{
+    m_listener = std::make_unique<StationListener>(recordingContext(), library());
+    connect(m_listener.get(), &StationListener::streamReady, this, [this](const QUrl &url) {
+        // From one station to the next the player may leave live mode for a moment.
+        m_switchingLive = true;
+        m_player->playLive(url);
+        m_switchingLive = false;
+    });
+    connect(m_listener.get(), &StationListener::streamFailed, this, [this](const QString &message) {
+        // The listener keeps the station named after its relay ended; it is not heard any
+        // more, so it is let go, and the player lets go of the relay's address.
+        const std::optional<Station> station = m_listener->station() ? m_listener->station() : m_heard;
+        m_heard.reset(); // the player's own failure that may follow is the same one
+        m_listener->stop();
+        if (m_player->isLive())
+            m_player->stopLive();
+        if (station)
+            Q_EMIT listeningFailed(*station, message);
+    });
+    connect(m_player.get(), &Player::liveChanged, this, [this](bool live) {
+        // Out of live mode: the user played library tracks or stopped, or the stream was
+        // lost, which liveFailed says next.
+        if (!live && !m_switchingLive && m_listener->station())
+            m_listener->stop();
+    });
+    connect(m_player.get(), &Player::liveFailed, this, [this] {
+        if (!m_heard)
+            return; // listening was stopped by the user, or its failure said already
+        const Station station = *std::exchange(m_heard, std::nullopt);
+        m_listener->stop();
+        // The player's reason is a decoder's or a socket's; the user hears that the stream
+        // broke off, as a recording would say.
+        Q_EMIT listeningFailed(station, QStringLiteral("Stream unterbrochen"));
+    });
+    // Library tracks played while the relay still starts: the station is not wanted any more.
+    connect(m_player.get(), &Player::statusChanged, this, [this](Player::Status status) {
+        if (status == Player::Status::playing && !m_player->isLive() && m_listener->station())
+            m_listener->stop();
+    });
+}
+
+void Application::listen(const Station &station)
+{
+    if (m_shutDown)
+        return;
+    m_heard = station;
+    m_recents->add(station);
+    const std::optional<Station> &heard = m_listener->station();
+    if (heard && heard->id == station.id) {
+        // Already heard: starting again would only make a gap. A paused stream plays on.
+        if (m_player->isLive() && m_player->status() != Player::Status::playing)
+            m_player->play();
+        return;
+    }
+    m_listener->start(station);
+}
+
+void Application::stopListening()
+{
+    if (m_shutDown)
+        return;
+    m_heard.reset();
+    m_listener->stop();
+    if (m_player->isLive())
+        m_player->stopLive();
 }
 
 void Application::reportProblem(const QString &message)
@@ -174,6 +246,10 @@ void Application::shutDown()
     // The media controls let go of the player, then the player ends: a play count it
     // raises goes into the library, which closes below.
     m_mediaControls.reset();
+    // Listening ends before the player: an armed song is given up, one being saved is
+    // finished by the recording context and filed below like the recorders' last songs.
+    m_listener->stop();
+    m_listener.reset();
     m_player->stop();
     m_player.reset();
     m_audio->stop();

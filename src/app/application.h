@@ -1,8 +1,9 @@
 #pragma once
 
 #include "platform/dbuslink.h"
-#include "playback/audioengine.h"
 #include "platform/httpclient.h"
+#include "playback/audioengine.h"
+#include "stations/station.h"
 
 #include <QDateTime>
 #include <QObject>
@@ -28,11 +29,11 @@ class RecordingContext;
 class RecordingStats;
 class SleepGuard;
 class SniperScheduler;
+class StationListener;
 class StationDirectory;
 class TransitionSettings;
 class YouTubeService;
 struct ScheduledRecording;
-struct Station;
 struct Track;
 
 // Where the window's services reach the outside world. The defaults are the real ones;
@@ -63,7 +64,9 @@ struct ApplicationOptions {
 // or is planned, keeps the lid switch when the user asked for that, and every window it
 // records is announced on the desktop when it starts and when it ends, and so is a
 // recording that gives up. The player comes last, on the audio engine and the library,
-// and ends first: its play counts still reach the library.
+// and ends first: its play counts still reach the library. The station listener comes
+// after the player and ends before it: listening is the player's live mode fed by the
+// listener's relay, and the songs it saves are filed into the library like recorded ones.
 //
 // Lives on the GUI thread, like every service it owns.
 class Application : public QObject {
@@ -99,6 +102,14 @@ public:
     // The player on the session bus for media keys and the desktop's media controls.
     MprisService &mediaControls() { return *m_mediaControls; }
 
+    // Until shutDown().
+    StationListener &listener() { return *m_listener; }
+    // Plays `station` live: the listener starts its relay, the player plays it once ready,
+    // and the station goes to the front of the recents. Listening ends when the player
+    // leaves live mode (the user played library tracks, stopped, or the stream was lost).
+    void listen(const Station &station);
+    void stopListening();
+
     // Records a station by hand, its saved songs filed into the library. False when it
     // records already.
     bool startRecording(const Station &station);
@@ -122,10 +133,14 @@ public:
 Q_SIGNALS:
     // One line naming the file or song; see reportProblem().
     void problem(const QString &message);
+    // Listening to `station` ended against the user's will; `message` is an engine text
+    // ("Stream unterbrochen"), to be shown through Texts::engineMessage().
+    void listeningFailed(const Station &station, const QString &message);
 
 private:
     void announce(const char *summaryKey, const ScheduledRecording &plan);
     void startPlayer(AudioEngine::Output output);
+    void startListener();
 
     HttpClient m_http;
     QString m_directoryBase;
@@ -144,6 +159,13 @@ private:
     std::unique_ptr<TransitionSettings> m_transitions;
     std::unique_ptr<AudioEngine> m_audio;
     std::unique_ptr<Player> m_player;
+    std::unique_ptr<StationListener> m_listener;
+    // The station last asked for until the user stops listening or its failure is said:
+    // what a failure names once the player has left live mode and the listener let go.
+    std::optional<Station> m_heard;
+    // Set while the player switches from one live stream to the next, when its leaving
+    // live mode for a moment is not the user's doing.
+    bool m_switchingLive = false;
     std::unique_ptr<MprisService> m_mediaControls;
     QString m_libraryError;
     QStringList m_startupProblems;

@@ -15,7 +15,7 @@ class QPushButton;
 class StationActionBar;
 
 // The stations of the globe catalogue on a globe to turn and zoom; a picked dot shows
-// its station with the record and favourite buttons below. The catalogue is loaded on
+// its station with the listen, record and favourite buttons below. The catalogue is loaded on
 // first sight. The camera is handed to the store on every change and taken back when a
 // view is built again, so a rebuilt page opens where the user left it.
 //

@@ -17,8 +17,9 @@
 #include "app/toolsgateview.h"
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
-#include "playback/player.h"
+#include "engine/stationlistener.h"
 #include "platform/preferences.h"
+#include "playback/player.h"
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
 
@@ -104,11 +105,16 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     right->addWidget(m_pages, 1);
     layout->addWidget(m_sidebar);
     layout->addLayout(right, 1);
-    m_nowPlaying = new NowPlayingBar(app.player(), app.transitionSettings(), m_content);
+    m_nowPlaying = new NowPlayingBar(app.player(), app.transitionSettings(), &app.listener(), m_content);
     column->addWidget(m_nowPlaying);
     for (const QString &problem : app.startupProblems())
         m_messages->add(problem);
     connect(&app, &Application::problem, m_messages, &MessageBar::add);
+    connect(&app, &Application::listeningFailed, m_nowPlaying, &NowPlayingBar::showListeningFailed);
+    // Said in the bar too; here it stays until dismissed, also when the window was away.
+    connect(&app.listener(), &StationListener::saveFailed, this, [this](const QString &message) {
+        m_messages->add(Texts::text("live.saveFailedFormat").arg(Texts::engineMessage(message)));
+    });
     connect(&app.recorder(), &RadioRecorder::saveFailed, this, &MainWindow::showSaveProblem);
     // A notice about a song whose row is gone (its recording was stopped) has no other place.
     connect(&app.recorder(), &RadioRecorder::saveNotice, this, [this](const QString &stationId, const QString &message) {
@@ -119,29 +125,6 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     connect(m_sidebar, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
     m_sidebar->setCurrentRow(RadioPage);
 
-    // Lists on hidden pages change too (a favourite added elsewhere resets theirs): only the
-    // page in front decides the current station.
-    auto follow = [this](QWidget *page) {
-        return [this, page](const std::optional<Station> &station) {
-            if (m_pages->currentWidget() == page)
-                setCurrentStation(station);
-        };
-    };
-    connect(m_radio, &RadioView::currentStationChanged, this, follow(m_radio));
-    connect(m_globe, &GlobeView::currentStationChanged, this, follow(m_globe));
-    connect(m_favorites, &FavoritesView::currentStationChanged, this, follow(m_favorites));
-    connect(m_recents, &RecentsView::currentStationChanged, this, follow(m_recents));
-    connect(m_pages, &QStackedWidget::currentChanged, this, [this] {
-        QWidget *page = m_pages->currentWidget();
-        if (page == m_radio)
-            setCurrentStation(m_radio->selectedStation());
-        else if (page == m_globe)
-            setCurrentStation(m_globe->selectedStation());
-        else if (page == m_favorites)
-            setCurrentStation(m_favorites->selectedStation());
-        else if (page == m_recents)
-            setCurrentStation(m_recents->pane()->selectedStation());
-    });
     connect(m_recordings, &RecordingsView::rowsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
     connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::quitIfIdleInBackground);
@@ -163,6 +146,9 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     auto *shortcut = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_D), this);
     shortcut->setContext(Qt::WindowShortcut);
     connect(shortcut, &QShortcut::activated, this, &MainWindow::toggleCurrentFavorite);
+    auto *saveSong = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_S), this);
+    saveSong->setContext(Qt::WindowShortcut);
+    connect(saveSong, &QShortcut::activated, m_nowPlaying, &NowPlayingBar::saveSong);
     // A line edit claims Space and Ctrl+arrows for itself before shortcuts are matched
     // (typing, word moves), so these only act outside text fields.
     Player &player = app.player();
@@ -215,18 +201,14 @@ void MainWindow::showContent()
     m_root->setCurrentWidget(m_content);
 }
 
-void MainWindow::setCurrentStation(const std::optional<Station> &station)
-{
-    m_currentStation = station;
-}
-
 void MainWindow::toggleCurrentFavorite()
 {
-    if (!m_currentStation)
+    const std::optional<Station> &station = m_app.listener().station();
+    if (!station)
         return;
     FavoriteStations &favorites = m_app.favorites();
-    const bool removing = favorites.isFavorite(m_currentStation->id);
-    const StateResult written = removing ? favorites.remove(m_currentStation->id) : favorites.add(*m_currentStation);
+    const bool removing = favorites.isFavorite(station->id);
+    const StateResult written = removing ? favorites.remove(station->id) : favorites.add(*station);
     if (!written) {
         // Not a word of success: the list stays as it was, and the bar says why.
         m_app.reportProblem(written.error);

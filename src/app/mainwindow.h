@@ -1,12 +1,10 @@
 #pragma once
 
 #include "app/closepolicy.h"
-#include "stations/station.h"
 
 #include <QMainWindow>
 
 #include <functional>
-#include <optional>
 
 class Application;
 class FavoritesView;
@@ -41,13 +39,13 @@ struct MainWindowOptions {
 
 // The main window: a sidebar of pages (radio, favourites, recents, recordings, schedule,
 // library, settings) and, while ffmpeg or yt-dlp is missing, the tools screen in front of them.
-// Ctrl+D adds or removes the current station as a favourite and shows a short notice.
-// Above the pages, a message bar keeps what went wrong in the background (a state file
-// not written, a song not saved) until the user dismisses it.
-// The current station is the one last selected in a station list.
+// Ctrl+D adds or removes the station that is playing as a favourite and shows a short
+// notice. Above the pages, a message bar keeps what went wrong in the background (a state
+// file not written, a song not saved) until the user dismisses it.
 // At the bottom, the now-playing bar runs the player: Space plays and pauses (a text field
 // with the focus keeps its Space), Ctrl+Left and Ctrl+Right go to the previous and the
-// next track. A track the player had to skip is said in the message bar.
+// next track, Ctrl+S saves the song a station is playing. A track the player had to skip
+// is said in the message bar.
 //
 // Closing the window does not end recordings: ClosePolicy decides whether it quits, goes
 // to the tray or (without a tray) asks to record on in the background. Quitting is asked
@@ -77,9 +75,7 @@ public:
     void showPage(Page page);
     [[nodiscard]] Page currentPage() const;
 
-    [[nodiscard]] const std::optional<Station> &currentStation() const { return m_currentStation; }
-    void setCurrentStation(const std::optional<Station> &station);
-    // The Ctrl+D command.
+    // The Ctrl+D command: the station heard (connecting or playing); nothing without one.
     void toggleCurrentFavorite();
     [[nodiscard]] QString toastText() const;
 
@@ -133,7 +129,6 @@ private:
 
     Application &m_app;
     MainWindowOptions m_options;
-    std::optional<Station> m_currentStation;
 
     QStackedWidget *m_root = nullptr; // the tools screen or the content
     QWidget *m_content = nullptr;

@@ -1,6 +1,9 @@
 #include "app/mprisformat.h"
 
 #include "library/track.h"
+#include "stations/station.h"
+
+#include <QCryptographicHash>
 
 #include <QStringList>
 #include <QUrl>
@@ -84,6 +87,21 @@ QVariantMap metadata(
         map.insert(QStringLiteral("xesam:url"), url->toString(QUrl::FullyEncoded));
     if (coverPath)
         map.insert(QStringLiteral("mpris:artUrl"), QUrl::fromLocalFile(*coverPath).toString(QUrl::FullyEncoded));
+    return map;
+}
+
+QVariantMap liveMetadata(const Station &station, const QString &liveTitle)
+{
+    QVariantMap map;
+    // Station ids are free text ("custom:http://..."); an object path takes [A-Za-z0-9_].
+    const QByteArray hash = QCryptographicHash::hash(station.id.toUtf8(), QCryptographicHash::Sha1).toHex().left(16);
+    map.insert(QStringLiteral("mpris:trackid"),
+        QVariant::fromValue(QDBusObjectPath(QStringLiteral("/app/orvida/Orvida/live/") + QString::fromLatin1(hash))));
+    map.insert(QStringLiteral("xesam:title"), liveTitle.isEmpty() ? station.name : liveTitle);
+    if (!station.name.isEmpty())
+        map.insert(QStringLiteral("xesam:artist"), QStringList { station.name });
+    if (!station.streamUrl.isEmpty())
+        map.insert(QStringLiteral("xesam:url"), station.streamUrl);
     return map;
 }
 

@@ -8,6 +8,7 @@
 
 #include <optional>
 
+struct Station;
 struct Track;
 
 // How the player's state reads in the desktop's media-control protocol: the texts of its
@@ -32,6 +33,12 @@ namespace MprisFormat {
 // a saved cover. Empty fields are left out; with no track, only the no-track id.
 [[nodiscard]] QVariantMap metadata(
     const std::optional<Track> &track, int queueIndex, double durationSec, const std::optional<QString> &coverPath);
+
+// The metadata while a station plays live: what it plays now as the title (the station's
+// name until it names a song) and the station as the artist, which is the line desktop
+// shells show under the title (GNOME Shell and playerctl show no album); no length. The
+// track id follows the station, so a client sees a new "track" when the station changes.
+[[nodiscard]] QVariantMap liveMetadata(const Station &station, const QString &liveTitle);
 
 [[nodiscard]] qint64 microseconds(double seconds);
 [[nodiscard]] double seconds(qint64 microseconds);

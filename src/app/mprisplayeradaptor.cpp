@@ -2,15 +2,23 @@
 
 #include "app/covercache.h"
 #include "app/mprisformat.h"
+#include "engine/stationlistener.h"
 #include "playback/player.h"
 
 #include <algorithm>
 
-MprisPlayerAdaptor::MprisPlayerAdaptor(QObject *exported, Player &player, CoverCache &covers)
+MprisPlayerAdaptor::MprisPlayerAdaptor(QObject *exported, Player &player, CoverCache &covers, StationListener *listener)
     : QDBusAbstractAdaptor(exported)
     , m_player(player)
     , m_covers(covers)
+    , m_listener(listener)
 {
+    if (m_listener) {
+        m_liveTitle = m_listener->title();
+        connect(
+            m_listener, &StationListener::titleChanged, this, [this](const QString &title) { m_liveTitle = title; });
+        connect(m_listener, &StationListener::stationChanged, this, [this] { m_liveTitle = m_listener->title(); });
+    }
     connect(&m_player, &Player::seeked, this,
         [this](double seconds) { Q_EMIT Seeked(MprisFormat::microseconds(seconds)); });
 }
@@ -47,8 +55,15 @@ void MprisPlayerAdaptor::setShuffle(bool on)
     m_player.setShuffle(on);
 }
 
+bool MprisPlayerAdaptor::live() const
+{
+    return m_listener && m_listener->station();
+}
+
 QVariantMap MprisPlayerAdaptor::metadata() const
 {
+    if (live())
+        return MprisFormat::liveMetadata(*m_listener->station(), m_liveTitle);
     const std::optional<Track> track = m_player.currentTrack();
     const std::optional<QString> cover = track ? m_covers.coverPath(*track) : std::nullopt;
     return MprisFormat::metadata(track, m_player.currentIndex(), track ? m_player.duration() : 0, cover);
@@ -72,6 +87,8 @@ qlonglong MprisPlayerAdaptor::position() const
 
 qint64 MprisPlayerAdaptor::lengthUs() const
 {
+    if (live())
+        return 0; // a stream has no end to reach and no place to seek to
     const auto track = m_player.currentTrack();
     if (!track)
         return 0;
@@ -81,7 +98,7 @@ qint64 MprisPlayerAdaptor::lengthUs() const
 
 bool MprisPlayerAdaptor::canGoNext() const
 {
-    if (m_player.queue().isEmpty())
+    if (live() || m_player.queue().isEmpty())
         return false;
     return m_player.repeat() != Player::Repeat::off || !m_player.upNext().isEmpty();
 }
@@ -89,17 +106,17 @@ bool MprisPlayerAdaptor::canGoNext() const
 bool MprisPlayerAdaptor::canGoPrevious() const
 {
     // Previous restarts the current track at least.
-    return m_player.currentIndex() >= 0;
+    return !live() && m_player.currentIndex() >= 0;
 }
 
 bool MprisPlayerAdaptor::canPlay() const
 {
-    return !m_player.queue().isEmpty();
+    return live() || !m_player.queue().isEmpty();
 }
 
 bool MprisPlayerAdaptor::canPause() const
 {
-    return m_player.currentIndex() >= 0;
+    return live() || m_player.currentIndex() >= 0;
 }
 
 bool MprisPlayerAdaptor::canSeek() const
@@ -109,12 +126,15 @@ bool MprisPlayerAdaptor::canSeek() const
 
 void MprisPlayerAdaptor::Next()
 {
-    m_player.next();
+    // Next would leave the station for the queue; a media key pressed by habit should not.
+    if (!live())
+        m_player.next();
 }
 
 void MprisPlayerAdaptor::Previous()
 {
-    m_player.previous();
+    if (!live())
+        m_player.previous();
 }
 
 void MprisPlayerAdaptor::Pause()
@@ -154,7 +174,7 @@ void MprisPlayerAdaptor::Seek(qlonglong Offset)
 void MprisPlayerAdaptor::SetPosition(const QDBusObjectPath &TrackId, qlonglong Position)
 {
     const auto track = m_player.currentTrack();
-    if (!track || TrackId != MprisFormat::trackId(*track, m_player.currentIndex()))
+    if (live() || !track || TrackId != MprisFormat::trackId(*track, m_player.currentIndex()))
         return;
     if (Position < 0 || Position > lengthUs())
         return;

@@ -6,14 +6,19 @@
 
 class CoverCache;
 class Player;
+class StationListener;
 
 // org.mpris.MediaPlayer2.Player on the exported object: the player's controls and state for
 // media keys and the desktop's media controls. Every property is read from the Player when
 // asked, so a Get is never stale; MprisService compares them to say what changed. Times on
 // this interface are microseconds.
 //
-// Lives on the GUI thread, a child of the object MprisService exports; the Player and the
-// cover cache outlive it.
+// While a station is heard (the listener has one) the properties describe it instead of
+// the queue: its live title and name, no length, no seeking, no next or previous; play and
+// pause still act on the player, which opens the stream again on play.
+//
+// Lives on the GUI thread, a child of the object MprisService exports; the Player, the
+// listener and the cover cache outlive it.
 class MprisPlayerAdaptor : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2.Player")
@@ -38,7 +43,8 @@ public:
     // The one property that changes all the time: clients read it, it is never announced.
     static constexpr const char *kLiveProperty = "Position";
 
-    MprisPlayerAdaptor(QObject *exported, Player &player, CoverCache &covers);
+    // `listener` may be null: no live mode.
+    MprisPlayerAdaptor(QObject *exported, Player &player, CoverCache &covers, StationListener *listener);
 
     [[nodiscard]] QString playbackStatus() const;
     [[nodiscard]] QString loopStatus() const;
@@ -83,7 +89,11 @@ Q_SIGNALS:
 
 private:
     [[nodiscard]] qint64 lengthUs() const;
+    [[nodiscard]] bool live() const;
 
     Player &m_player;
     CoverCache &m_covers;
+    StationListener *m_listener;
+    // As the listener last announced it: the title comes with its signal.
+    QString m_liveTitle;
 };

@@ -3,6 +3,7 @@
 #include "app/covercache.h"
 #include "app/mprisplayeradaptor.h"
 #include "app/mprisrootadaptor.h"
+#include "engine/stationlistener.h"
 #include "platform/dbuslink.h"
 #include "playback/player.h"
 
@@ -29,14 +30,15 @@ const QString kDBusPath = QStringLiteral("/org/freedesktop/DBus");
 
 } // namespace
 
-MprisService::MprisService(DBusLink &sessionBus, Player &player, const QString &coverFolder, QObject *parent)
+MprisService::MprisService(
+    DBusLink &sessionBus, Player &player, StationListener *listener, const QString &coverFolder, QObject *parent)
     : QObject(parent)
     , m_bus(sessionBus)
     , m_player(player)
     , m_covers(std::make_unique<CoverCache>(coverFolder))
 {
     m_root = new MprisRootAdaptor(this);
-    m_playerAdaptor = new MprisPlayerAdaptor(this, m_player, *m_covers);
+    m_playerAdaptor = new MprisPlayerAdaptor(this, m_player, *m_covers, listener);
 
     // Every signal of the player may change what the properties say; they are compared once
     // the player is done with the event that sent them.
@@ -49,6 +51,12 @@ MprisService::MprisService(DBusLink &sessionBus, Player &player, const QString &
     connect(&m_player, &Player::queueEnded, this, &MprisService::scheduleAnnouncement);
     connect(&m_player, &Player::trackPlayed, this, &MprisService::scheduleAnnouncement);
     connect(m_covers.get(), &CoverCache::coverLookedUp, this, &MprisService::scheduleAnnouncement);
+    connect(&m_player, &Player::liveChanged, this, &MprisService::scheduleAnnouncement);
+    if (listener) {
+        // The adaptor takes the title from the same signal, connected before this one.
+        connect(listener, &StationListener::stationChanged, this, &MprisService::scheduleAnnouncement);
+        connect(listener, &StationListener::titleChanged, this, &MprisService::scheduleAnnouncement);
+    }
 
     m_bus.whenSettled(this, [this] { publish(); });
 }

@@ -12,6 +12,7 @@ class DBusLink;
 class MprisPlayerAdaptor;
 class MprisRootAdaptor;
 class Player;
+class StationListener;
 class QDBusAbstractAdaptor;
 
 // The player on the session bus as org.mpris.MediaPlayer2.orvida, the protocol through
@@ -25,7 +26,8 @@ class QDBusAbstractAdaptor;
 // unavailable, says so once in the log, and the player carries on. Nothing here blocks on
 // the bus: the name is requested asynchronously.
 //
-// Lives on the GUI thread with the Player, which outlives it, as does the bus link.
+// Lives on the GUI thread with the Player, which outlives it, as do the listener and the
+// bus link.
 class MprisService : public QObject {
     Q_OBJECT
 
@@ -39,8 +41,10 @@ public:
         unavailable, // no bus, or the name could not be had
     };
 
-    // `coverFolder` empty: $XDG_CACHE_HOME/Orvida/covers.
-    MprisService(DBusLink &sessionBus, Player &player, const QString &coverFolder = {}, QObject *parent = nullptr);
+    // `listener`: the station heard, shown instead of the queue while there is one; may be
+    // null. `coverFolder` empty: $XDG_CACHE_HOME/Orvida/covers.
+    MprisService(DBusLink &sessionBus, Player &player, StationListener *listener = nullptr,
+        const QString &coverFolder = {}, QObject *parent = nullptr);
     ~MprisService() override;
 
     // What Raise and Quit do: show the window, end the program. Dropped when `window` is

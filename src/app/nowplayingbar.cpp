@@ -7,6 +7,7 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPushButton>
 #include <QSlider>
 #include <QStyle>
 #include <QTimer>
@@ -35,9 +36,10 @@ int toMs(double seconds)
 
 } // namespace
 
-NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidget *parent)
+NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, StationListener *listener, QWidget *parent)
     : QFrame(parent)
     , m_player(player)
+    , m_listener(listener)
 {
     setObjectName(QStringLiteral("nowPlaying"));
     setStyleSheet(QStringLiteral("QFrame#nowPlaying { border-top: 1px solid palette(mid); }"));
@@ -67,8 +69,18 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
         label->setFixedWidth(220);
         label->setTextInteractionFlags(Qt::NoTextInteraction);
     }
+    m_badge = new QLabel(tx("live.badge"), this);
+    m_badge->setObjectName(QStringLiteral("liveBadge"));
+    m_badge->setStyleSheet(QStringLiteral("QLabel#liveBadge { background: #d7263d; color: white; font-weight: bold; "
+                                          "padding: 0px 5px; border-radius: 3px; }"));
+    m_badge->hide();
+    auto *titleRow = new QHBoxLayout;
+    titleRow->setSpacing(6);
+    titleRow->addWidget(m_badge);
+    titleRow->addWidget(m_title);
+    titleRow->addStretch();
     names->addStretch();
-    names->addWidget(m_title);
+    names->addLayout(titleRow);
     names->addWidget(m_artist);
     names->addStretch();
     layout->addLayout(names);
@@ -94,7 +106,9 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
     buttons->addStretch();
     center->addLayout(buttons);
 
-    auto *timeline = new QHBoxLayout;
+    m_timeline = new QWidget(this);
+    auto *timeline = new QHBoxLayout(m_timeline);
+    timeline->setContentsMargins(0, 0, 0, 0);
     m_elapsed = new QLabel(this);
     m_remaining = new QLabel(this);
     for (QLabel *label : { m_elapsed, m_remaining }) {
@@ -109,7 +123,25 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
     timeline->addWidget(m_elapsed);
     timeline->addWidget(m_position, 1);
     timeline->addWidget(m_remaining);
-    center->addLayout(timeline);
+    center->addWidget(m_timeline);
+
+    // In the timeline's place while a station plays.
+    m_liveRow = new QWidget(this);
+    auto *liveRow = new QHBoxLayout(m_liveRow);
+    liveRow->setContentsMargins(0, 0, 0, 0);
+    m_save = new QPushButton(tx("live.save"), m_liveRow);
+    m_save->setObjectName(QStringLiteral("saveSongButton"));
+    m_save->setToolTip(tx("live.saveTip"));
+    m_save->setFocusPolicy(Qt::TabFocus);
+    m_saveStatus = new QLabel(m_liveRow);
+    m_saveStatus->setTextFormat(Qt::PlainText);
+    m_saveStatus->setForegroundRole(QPalette::PlaceholderText);
+    liveRow->addStretch();
+    liveRow->addWidget(m_save);
+    liveRow->addWidget(m_saveStatus);
+    liveRow->addStretch();
+    m_liveRow->hide();
+    center->addWidget(m_liveRow);
     layout->addLayout(center, 1);
 
     m_transition = new TransitionMenuButton(settings, this);
@@ -162,7 +194,13 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
 
     connect(&m_player, &Player::currentTrackChanged, this,
         [this](const std::optional<Track> &track, int) { showTrack(track); });
-    connect(&m_player, &Player::statusChanged, this, &NowPlayingBar::showStatus);
+    connect(&m_player, &Player::statusChanged, this, [this](Player::Status status) {
+        // Something else plays: the station that broke off has been said long enough.
+        if (status == Player::Status::playing && !m_player.isLive())
+            leaveFailure();
+        showStatus(status);
+    });
+    connect(&m_player, &Player::liveChanged, this, &NowPlayingBar::showLive);
     connect(&m_player, &Player::queueChanged, this, [this] { showStatus(m_player.status()); });
     connect(&m_player, &Player::seeked, this, &NowPlayingBar::refreshPosition);
     connect(&m_player, &Player::shuffleChanged, m_shuffle, &QToolButton::setChecked);
@@ -172,16 +210,138 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, QWidg
         m_volume->setValue(int(std::lround(volume * 100)));
     });
 
+    connect(m_save, &QPushButton::clicked, this, &NowPlayingBar::saveSong);
+    if (m_listener) {
+        connect(m_listener, &StationListener::stationChanged, this, &NowPlayingBar::showStation);
+        connect(m_listener, &StationListener::titleChanged, this, [this](const QString &title) {
+            m_liveTitle = title;
+            showLive();
+        });
+        connect(m_listener, &StationListener::saveStateChanged, this, &NowPlayingBar::showSaveState);
+        connect(m_listener, &StationListener::songSaved, this, [this](const Track &track) {
+            const QString name
+                = track.artist.isEmpty() ? track.title : track.artist + QStringLiteral(" - ") + track.title;
+            m_saveStatus->setText(Texts::text("live.savedFormat").arg(name));
+        });
+        connect(m_listener, &StationListener::songSkipped, this, [this](const QString &title, const QString &reason) {
+            m_saveStatus->setText(Texts::text("live.skippedFormat").arg(title, Texts::engineMessage(reason)));
+        });
+        connect(m_listener, &StationListener::saveFailed, this, [this](const QString &message) {
+            m_saveStatus->setText(Texts::text("live.saveFailedFormat").arg(Texts::engineMessage(message)));
+        });
+    }
+
     m_shuffle->setChecked(player.shuffle());
     showRepeat(player.repeat());
     showTrack(player.currentTrack());
     showStatus(player.status());
+    if (m_listener)
+        showStation(m_listener->station());
 }
 
 NowPlayingBar::~NowPlayingBar() = default;
 
+bool NowPlayingBar::showsTimeline() const
+{
+    return !m_timeline->isHidden();
+}
+
+void NowPlayingBar::showStation(const std::optional<Station> &station)
+{
+    m_station = station;
+    if (station) {
+        // A new station: the old one's failure and its save outcome are history.
+        m_failure.reset();
+        m_saveStatus->clear();
+        m_liveTitle = m_listener->title();
+        showSaveState(m_listener->saveState());
+    }
+    if (showsStation())
+        showLive();
+    else
+        showTrack(m_player.currentTrack());
+}
+
+void NowPlayingBar::showListeningFailed(const Station &station, const QString &message)
+{
+    m_failure = std::make_pair(station, message);
+    m_liveTitle.clear();
+    showLive();
+}
+
+void NowPlayingBar::leaveFailure()
+{
+    if (!m_failure)
+        return;
+    m_failure.reset();
+    if (m_station)
+        showLive();
+    else
+        showTrack(m_player.currentTrack());
+}
+
+void NowPlayingBar::showLive()
+{
+    if (!showsStation())
+        return;
+    const bool failed = m_failure.has_value();
+    const Station &station = failed ? m_failure->first : *m_station;
+    QString line;
+    if (failed)
+        line = Texts::engineMessage(m_failure->second);
+    else if (!m_liveTitle.isEmpty())
+        line = m_liveTitle;
+    else
+        line = tx(m_player.isLive() ? "live.noTitle" : "live.connecting");
+    m_title->setText(station.name);
+    m_title->setToolTip(station.name);
+    m_artist->setText(line);
+    m_artist->setToolTip(line);
+    m_badge->setVisible(!failed);
+    m_timeline->hide();
+    m_liveRow->setVisible(!failed);
+    // A live stream has no place in a queue to go back or forth from.
+    m_previous->setEnabled(false);
+    m_next->setEnabled(false);
+    m_coverPath.clear();
+    m_hasCover = false;
+    m_cover->setPixmap(CoverLoader::placeholder(kCoverSize));
+    showStatus(m_player.status());
+}
+
+void NowPlayingBar::showSaveState(StationListener::SaveState state)
+{
+    using SaveState = StationListener::SaveState;
+    m_save->setEnabled(state == SaveState::ready);
+    m_save->setToolTip(state == SaveState::unavailable ? tx("live.saveUnavailable") : tx("live.saveTip"));
+    QString title = m_listener ? m_listener->savingTitle() : QString();
+    if (title.isEmpty())
+        title = m_liveTitle;
+    // Ready and unavailable leave the label to the last outcome, which is said separately.
+    if (state == SaveState::armed)
+        m_saveStatus->setText(Texts::text("live.armedFormat").arg(title));
+    else if (state == SaveState::saving)
+        m_saveStatus->setText(Texts::text("live.savingFormat").arg(title));
+}
+
+void NowPlayingBar::saveSong()
+{
+    if (!m_listener || !m_station || m_failure)
+        return;
+    QString why;
+    if (!m_listener->saveCurrentSong(&why))
+        m_saveStatus->setText(why);
+}
+
 void NowPlayingBar::showTrack(const std::optional<Track> &track)
 {
+    if (showsStation()) {
+        showLive();
+        return;
+    }
+    m_badge->hide();
+    m_liveRow->hide();
+    m_timeline->show();
     m_title->setText(track ? track->title : tx("player.idle"));
     m_artist->setText(track ? track->artist : QString());
     m_title->setToolTip(track ? track->title : QString());
@@ -220,7 +380,7 @@ void NowPlayingBar::showStatus(Player::Status status)
     const bool playing = status == Player::Status::playing;
     m_playPause->setIcon(style()->standardIcon(playing ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
     m_playPause->setAccessibleName(tx(playing ? "player.pause" : "player.play"));
-    m_playPause->setEnabled(!m_player.queue().isEmpty());
+    m_playPause->setEnabled(!m_player.queue().isEmpty() || m_player.isLive() || m_station.has_value());
     if (playing)
         m_tick->start();
     else
@@ -239,6 +399,8 @@ void NowPlayingBar::showRepeat(Player::Repeat repeat)
 
 void NowPlayingBar::refreshPosition()
 {
+    if (showsStation())
+        return;
     const std::optional<Track> track = m_player.currentTrack();
     if (!track) {
         m_position->setRange(0, 0);

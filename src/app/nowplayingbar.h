@@ -1,7 +1,9 @@
 #pragma once
 
+#include "engine/stationlistener.h"
 #include "library/track.h"
 #include "playback/player.h"
+#include "stations/station.h"
 
 #include <QFrame>
 
@@ -9,6 +11,7 @@
 
 class CoverLoader;
 class QLabel;
+class QPushButton;
 class QSlider;
 class QTimer;
 class QToolButton;
@@ -21,8 +24,14 @@ class UpNextPopup;
 // (a drag seeks when released, a click on the groove or an arrow key seeks at once);
 // shuffle, repeat (off, all, one), the transition chooser, "Up Next" and the volume.
 //
-// Lives on the GUI thread. It only shows what the player announces and asks the player
-// for everything else; the position is read a few times a second while playing.
+// While a station is listened to, the bar shows it instead: the station's name, what it
+// plays now, a live badge and no timeline (a live stream has neither length nor place),
+// and "Save this song" with what became of the last save. A station that broke off stays
+// named with "Stream unterbrochen" until something else plays, rather than going silent
+// without a word.
+//
+// Lives on the GUI thread. It only shows what the player and the listener announce and
+// asks them for everything else; the position is read a few times a second while playing.
 class NowPlayingBar : public QFrame {
     Q_OBJECT
 
@@ -30,7 +39,8 @@ public:
     static constexpr int kCoverSize = 52; // logical pixels
     static constexpr int kPositionTickMs = 250;
 
-    NowPlayingBar(Player &player, TransitionSettings &settings, QWidget *parent = nullptr);
+    // `listener` may be null: no live mode.
+    NowPlayingBar(Player &player, TransitionSettings &settings, StationListener *listener, QWidget *parent = nullptr);
     ~NowPlayingBar() override;
 
     QLabel *coverLabel() const { return m_cover; }
@@ -48,6 +58,21 @@ public:
     TransitionMenuButton *transitionButton() const { return m_transition; }
     QToolButton *upNextButton() const { return m_upNextButton; }
     UpNextPopup *upNext() const { return m_upNext; }
+    QLabel *liveBadge() const { return m_badge; }
+    QPushButton *saveSongButton() const { return m_save; }
+    // The state of the save asked for last, or its outcome.
+    QLabel *saveStatusLabel() const { return m_saveStatus; }
+    // Whether the bar shows a station (heard, or broken off) rather than the queue.
+    [[nodiscard]] bool showsStation() const { return m_failure.has_value() || m_station.has_value(); }
+    // Whether the timeline (position and times) is shown.
+    [[nodiscard]] bool showsTimeline() const;
+
+    // Listening to `station` ended against the user's will: it stays named with `message`
+    // (an engine text) until something else plays.
+    void showListeningFailed(const Station &station, const QString &message);
+    // "Save this song" (the button, Ctrl+S): arms the save of the song heard, or says why not.
+    void saveSong();
+
     // Whether the cover shows the track's own picture (not the placeholder).
     [[nodiscard]] bool showsCover() const { return m_hasCover; }
 
@@ -55,6 +80,10 @@ public:
     void refreshPosition();
 
 private:
+    void showStation(const std::optional<Station> &station);
+    void showLive();
+    void showSaveState(StationListener::SaveState state);
+    void leaveFailure();
     void showTrack(const std::optional<Track> &track);
     void showStatus(Player::Status status);
     void showRepeat(Player::Repeat repeat);
@@ -63,12 +92,22 @@ private:
     void showTimes(int elapsedMs, int durationMs);
 
     Player &m_player;
+    StationListener *m_listener = nullptr;
+    std::optional<Station> m_station; // the one heard (connecting or playing)
+    QString m_liveTitle;
+    // Station and engine text of a station that broke off, while it is still shown.
+    std::optional<std::pair<Station, QString>> m_failure;
     CoverLoader *m_loader = nullptr;
     QString m_coverPath; // the file whose cover is wanted
     bool m_hasCover = false;
     QLabel *m_cover = nullptr;
     QLabel *m_title = nullptr;
     QLabel *m_artist = nullptr;
+    QLabel *m_badge = nullptr;
+    QWidget *m_timeline = nullptr;
+    QWidget *m_liveRow = nullptr;
+    QPushButton *m_save = nullptr;
+    QLabel *m_saveStatus = nullptr;
     QToolButton *m_previous = nullptr;
     QToolButton *m_playPause = nullptr;
     QToolButton *m_next = nullptr;

@@ -4,8 +4,8 @@
 #include "app/scheduledialog.h"
 #include "app/texts.h"
 #include "engine/radiorecorder.h"
+#include "engine/stationlistener.h"
 #include "stations/favoritestations.h"
-#include "stations/recentstations.h"
 
 #include <QApplication>
 #include <QHBoxLayout>
@@ -14,15 +14,24 @@
 #include <QPushButton>
 #include <QTimer>
 
+namespace {
+
+bool isHeard(Application &app, const Station &station)
+{
+    const std::optional<Station> &heard = app.listener().station();
+    return heard && heard->id == station.id;
+}
+
+} // namespace
+
 StationActionBar::StationActionBar(Application &app, QWidget *parent)
     : QWidget(parent)
     , m_app(app)
 {
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    m_listen = new QPushButton(tx("station.listen"), this);
-    m_listen->setEnabled(false);
-    m_listen->setToolTip(tx("station.listenLater"));
+    m_listen = new QPushButton(this);
+    m_listen->setObjectName(QStringLiteral("listenButton"));
     m_record = new QPushButton(this);
     m_record->setObjectName(QStringLiteral("recordButton"));
     m_schedule = new QPushButton(tx("schedule.action"), this);
@@ -35,6 +44,10 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
     layout->addWidget(m_favorite);
     layout->addStretch();
 
+    connect(m_listen, &QPushButton::clicked, this, [this] {
+        if (m_station)
+            toggleListening(m_app, *m_station);
+    });
     connect(m_record, &QPushButton::clicked, this, [this] {
         if (m_station)
             toggleRecording(m_app, *m_station);
@@ -49,6 +62,7 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
     });
     connect(&app.favorites(), &FavoriteStations::changed, this, &StationActionBar::refresh);
     connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &StationActionBar::refresh);
+    connect(&app.listener(), &StationListener::stationChanged, this, &StationActionBar::refresh);
     refresh();
 }
 
@@ -62,8 +76,10 @@ void StationActionBar::refresh()
 {
     const bool recording = m_station && m_app.recorder().isRecordingStation(m_station->id);
     const bool favorite = m_station && m_app.favorites().isFavorite(m_station->id);
+    m_listen->setText(m_station && isHeard(m_app, *m_station) ? tx("station.stopListening") : tx("station.listen"));
     m_record->setText(recording ? tx("station.stopRecording") : tx("station.record"));
     m_favorite->setText(favorite ? tx("fav.remove") : tx("fav.add"));
+    m_listen->setEnabled(m_station.has_value());
     m_record->setEnabled(m_station.has_value());
     m_schedule->setEnabled(m_station.has_value());
     m_favorite->setEnabled(m_station.has_value());
@@ -76,7 +92,14 @@ void StationActionBar::toggleRecording(Application &app, const Station &station)
         return;
     }
     app.startRecording(station);
-    app.recents().add(station);
+}
+
+void StationActionBar::toggleListening(Application &app, const Station &station)
+{
+    if (isHeard(app, station))
+        app.stopListening();
+    else
+        app.listen(station);
 }
 
 void StationActionBar::toggleFavorite(Application &app, const Station &station)
@@ -95,8 +118,8 @@ void StationActionBar::openScheduleDialog(Application &app, const Station &stati
 
 void StationActionBar::addActions(QMenu &menu, Application &app, const Station &station)
 {
-    QAction *listen = menu.addAction(tx("station.listen"));
-    listen->setEnabled(false);
+    menu.addAction(isHeard(app, station) ? tx("station.stopListening") : tx("station.listen"), &menu,
+        [&app, station] { toggleListening(app, station); });
     const bool recording = app.recorder().isRecordingStation(station.id);
     menu.addAction(recording ? tx("station.stopRecording") : tx("station.record"), &menu,
                    [&app, station] { toggleRecording(app, station); });

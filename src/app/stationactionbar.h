@@ -10,9 +10,9 @@ class Application;
 class QMenu;
 class QPushButton;
 
-// The row of buttons under a station list: listen (disabled until there is a player),
-// record or stop, plan a recording, add to or remove from favourites. Acts on the station selected in the
-// list it belongs to and follows the favourites and the running recordings.
+// The row of buttons under a station list: listen or stop listening, record or stop, plan
+// a recording, add to or remove from favourites. Acts on the station selected in the list
+// it belongs to and follows the station heard, the favourites and the running recordings.
 //
 // Lives on the GUI thread.
 class StationActionBar : public QWidget {
@@ -26,11 +26,14 @@ public:
 
     // The same actions for a list's context menu.
     static void addActions(QMenu &menu, Application &app, const Station &station);
+    // Listens to the station, or stops listening when it is the one heard.
+    static void toggleListening(Application &app, const Station &station);
     static void toggleRecording(Application &app, const Station &station);
     static void toggleFavorite(Application &app, const Station &station);
     // Opens the scheduling dialog for the station, modal over `parent`.
     static void openScheduleDialog(Application &app, const Station &station, QWidget *parent);
 
+    QPushButton *listenButton() const { return m_listen; }
     QPushButton *recordButton() const { return m_record; }
     QPushButton *favoriteButton() const { return m_favorite; }
     QPushButton *scheduleButton() const { return m_schedule; }

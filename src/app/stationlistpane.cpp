@@ -3,12 +3,14 @@
 #include "app/application.h"
 #include "app/stationactionbar.h"
 #include "app/stationtablemodel.h"
+#include "app/texts.h"
 #include "app/uikit.h"
 #include "engine/radiorecorder.h"
 #include "stations/favoritestations.h"
 
 #include "engine/recordingsession.h"
 
+#include <QAction>
 #include <QItemSelectionModel>
 #include <QMenu>
 #include <QStackedWidget>
@@ -57,6 +59,16 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
     connect(m_table, &QTableView::doubleClicked, this, [this](const QModelIndex &index) {
         if (const Station *station = m_model->stationAt(index.row()))
             StationActionBar::toggleRecording(m_app, *station);
+    });
+    // Enter listens: the quick way to hear a station found with the keyboard. (Return as
+    // well, the same key on most keyboards.)
+    auto *listen = new QAction(tx("station.listen"), this);
+    listen->setShortcuts({ QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter) });
+    listen->setShortcutContext(Qt::WidgetShortcut);
+    m_table->addAction(listen);
+    connect(listen, &QAction::triggered, this, [this] {
+        if (const Station *station = m_model->stationAt(m_table->currentIndex().row()))
+            m_app.listen(*station);
     });
     connect(m_table, &QWidget::customContextMenuRequested, this, [this](const QPoint &pos) {
         const Station *hit = m_model->stationAt(m_table->indexAt(pos).row());

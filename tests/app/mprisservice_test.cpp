@@ -1,5 +1,7 @@
 #include "app/covercache.h"
 #include "app/mprisservice.h"
+#include "engine/recordingcontext.h"
+#include "engine/stationlistener.h"
 #include "library/track.h"
 #include "library/transitionsettings.h"
 #include "platform/dbuslink.h"
@@ -7,6 +9,7 @@
 #include "playback/player.h"
 
 #include "dbusfixture.h"
+#include "fixtureserver.h"
 #include "testenv.h"
 
 #include <QDBusArgument>
@@ -14,6 +17,7 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QDir>
+#include <QStandardPaths>
 #include <QUrl>
 
 #include <gtest/gtest.h>
@@ -111,7 +115,10 @@ protected:
         settings = std::make_unique<TransitionSettings>();
         player = std::make_unique<Player>(*engine, *settings, nullptr);
         link = connectedLink();
-        service = std::make_unique<MprisService>(*link, *player);
+        context = std::make_unique<RecordingContext>(http, nullptr);
+        context->ffmpegPath = QStandardPaths::findExecutable(QStringLiteral("ffmpeg")); // the relay's
+        stations = std::make_unique<StationListener>(*context, nullptr);
+        service = std::make_unique<MprisService>(*link, *player, stations.get());
         listener = std::make_unique<MprisListener>(bus().connection());
         ASSERT_TRUE(waitUntil([&] { return service->state() != MprisService::State::connecting; }, 10000));
         ASSERT_EQ(service->state(), MprisService::State::published);
@@ -121,6 +128,8 @@ protected:
     {
         listener.reset();
         service.reset();
+        stations.reset();
+        context.reset();
         player.reset();
         if (engine)
             engine->stop();
@@ -209,6 +218,9 @@ protected:
     std::unique_ptr<TransitionSettings> settings;
     std::unique_ptr<Player> player;
     std::unique_ptr<DBusLink> link;
+    HttpClient http;
+    std::unique_ptr<RecordingContext> context;
+    std::unique_ptr<StationListener> stations;
     std::unique_ptr<MprisService> service;
     std::unique_ptr<MprisListener> listener;
 };
@@ -461,6 +473,67 @@ TEST(MprisServiceWithoutBus, StaysQuietAndThePlayerWorks)
     QCoreApplication::processEvents();
     EXPECT_DOUBLE_EQ(player.volume(), 0.3);
     engine.stop();
+}
+
+// While a station is heard the desktop sees it: its live title, the station as the artist,
+// no length and no seeking, play and pause acting on the stream; the queue again once
+// listening ends. The station plays through the real relay on the null output.
+TEST_F(MprisServiceTest, ALiveStationShowsItsTitleCannotSeekAndPauses)
+{
+    if (setUpFailed())
+        return;
+    startQueue();
+    ASSERT_TRUE(get(kPlayer, QStringLiteral("CanSeek")).toBool());
+    FixtureServer server;
+    // 16 kB/s of an MP3 file, over and over.
+    server.route("/live", [audio = readFile(tracks[0].filePath.value())](const FixtureServer::Request &) {
+        auto offset = std::make_shared<qsizetype>(0);
+        return FixtureServer::Script::head("HTTP/1.0 200 OK", { { "Content-Type", "audio/mpeg" } })
+            .produce(250, [audio, offset] {
+                const QByteArray piece = audio.mid(*offset, 4000);
+                *offset = (*offset + 4000) % audio.size();
+                return piece;
+            });
+    });
+    QObject::connect(stations.get(), &StationListener::streamReady, player.get(), &Player::playLive);
+    const Station station = Station::custom(QString::fromLatin1(server.url("/live")), QStringLiteral("Live FM"));
+    stations->start(station);
+    // What the station plays, as the listener announces it.
+    Q_EMIT stations->titleChanged(QStringLiteral("Artist - Live Song"));
+
+    const auto announcedTitle = [&] {
+        const auto metadata = listener->last(kPlayer, QStringLiteral("Metadata"));
+        return metadata ? metadata->toMap().value(QStringLiteral("xesam:title")).toString() : QString();
+    };
+    ASSERT_TRUE(waitUntil([&] { return announcedTitle() == QStringLiteral("Artist - Live Song"); }));
+    EXPECT_EQ(listener->last(kPlayer, QStringLiteral("CanSeek")), QVariant(false));
+    const QVariantMap live = metadata();
+    EXPECT_EQ(live.value(QStringLiteral("xesam:title")).toString(), QStringLiteral("Artist - Live Song"));
+    EXPECT_EQ(live.value(QStringLiteral("xesam:artist")).toStringList(), QStringList { QStringLiteral("Live FM") });
+    EXPECT_FALSE(live.contains(QStringLiteral("mpris:length")));
+    EXPECT_TRUE(trackIdOf(live).startsWith(QStringLiteral("/app/orvida/Orvida/live/")));
+    EXPECT_FALSE(get(kPlayer, QStringLiteral("CanSeek")).toBool());
+    EXPECT_FALSE(get(kPlayer, QStringLiteral("CanGoNext")).toBool());
+    EXPECT_TRUE(get(kPlayer, QStringLiteral("CanPause")).toBool());
+
+    // Sound through the relay; the position counts from its start.
+    // (The queue played before: its "Playing" is not the stream's.)
+    ASSERT_TRUE(waitUntil([&] { return player->isLive() && player->status() == Player::Status::playing; }, 15000));
+    EXPECT_EQ(get(kPlayer, QStringLiteral("PlaybackStatus")).toString(), QStringLiteral("Playing"));
+    EXPECT_LT(position(), 10'000'000);
+    // A media key's Next would leave the station for the queue: it does nothing.
+    call(kPlayer, QStringLiteral("Next"));
+    EXPECT_TRUE(player->isLive());
+    call(kPlayer, QStringLiteral("PlayPause"));
+    EXPECT_TRUE(waitForStatus(QStringLiteral("Paused")));
+    call(kPlayer, QStringLiteral("PlayPause"));
+    EXPECT_TRUE(waitForStatus(QStringLiteral("Playing")));
+    EXPECT_TRUE(player->isLive());
+
+    stations->stop();
+    player->stopLive();
+    ASSERT_TRUE(waitUntil([&] { return announcedTitle() != QStringLiteral("Artist - Live Song"); }));
+    EXPECT_FALSE(trackIdOf(metadata()).startsWith(QStringLiteral("/app/orvida/Orvida/live/")));
 }
 
 } // namespace

@@ -154,37 +154,6 @@ TEST_F(RadioViewTest, RandomStationComesFromTheDirectory)
     EXPECT_EQ(view.selectedStation()->id, QStringLiteral("rock0"));
 }
 
-TEST_F(RadioViewTest, CtrlDTogglesTheSelectedStationWithANoticeThatExpires)
-{
-    MainWindow window(*app, MainWindowOptions{150, false});
-    window.show();
-    window.toggleCurrentFavorite(); // nothing selected: nothing happens
-    EXPECT_TRUE(app->favorites().list().isEmpty());
-    EXPECT_TRUE(window.toastText().isEmpty());
-
-    window.radioView()->showCustomStation(QStringLiteral("http://127.0.0.1:9/a"), QStringLiteral("A"));
-    window.toggleCurrentFavorite();
-    EXPECT_TRUE(app->favorites().isFavorite(QStringLiteral("custom:http://127.0.0.1:9/a")));
-    EXPECT_EQ(window.toastText(), QStringLiteral("Added to favourites"));
-
-    QTest::qWait(100);
-    window.toggleCurrentFavorite();
-    EXPECT_FALSE(app->favorites().isFavorite(QStringLiteral("custom:http://127.0.0.1:9/a")));
-    EXPECT_EQ(window.toastText(), QStringLiteral("Removed from favourites"));
-    // The second notice got its own full period: the first one's end does not clear it.
-    QTest::qWait(100);
-    EXPECT_EQ(window.toastText(), QStringLiteral("Removed from favourites"));
-    EXPECT_TRUE(waitUntil([&] { return window.toastText().isEmpty(); }, 2000));
-
-    // The page in front decides: an empty selection there means no current station.
-    window.showPage(MainWindow::FavoritesPage);
-    window.toggleCurrentFavorite();
-    EXPECT_TRUE(app->favorites().list().isEmpty());
-    window.showPage(MainWindow::RadioPage);
-    window.toggleCurrentFavorite();
-    EXPECT_TRUE(app->favorites().isFavorite(QStringLiteral("custom:http://127.0.0.1:9/a")));
-}
-
 // Once a favourite that was never written was announced as added.
 TEST_F(RadioViewTest, StorageProblemsShowInTheMessageBarAndAFailedWriteClaimsNoSuccess)
 {
@@ -198,7 +167,7 @@ TEST_F(RadioViewTest, StorageProblemsShowInTheMessageBarAndAFailedWriteClaimsNoS
         window.messageBar()->messages()[0].toStdString();
 
     blockDataFolder();
-    window.radioView()->showCustomStation(QStringLiteral("http://127.0.0.1:9/a"), QStringLiteral("A"));
+    app->listen(Station::custom(QStringLiteral("http://127.0.0.1:9/a"), QStringLiteral("A")));
     window.toggleCurrentFavorite();
     EXPECT_TRUE(app->favorites().list().isEmpty());
     EXPECT_TRUE(window.toastText().isEmpty());

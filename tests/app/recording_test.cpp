@@ -84,7 +84,7 @@ TEST_F(RecordingTest, RecordFromARowShowsTheSessionLiveAndStopFilesTheSongs)
     radio->actionBar()->recordButton()->click();
     ASSERT_EQ(app->recorder().sessions().size(), 1);
     EXPECT_EQ(radio->actionBar()->recordButton()->text(), QStringLiteral("Stop Recording"));
-    EXPECT_EQ(app->recents().list().first().name, QStringLiteral("Fixture FM"));
+    EXPECT_TRUE(app->recents().list().isEmpty()); // the recents are what was heard
 
     const QString id = radio->selectedStation()->id;
     QTreeWidgetItem *row = recordings->row(id);
