@@ -1,3 +1,4 @@
+#include "cli/audiooutput.h"
 #include "cli/cli.h"
 #include "cli/recordercli.h"
 
@@ -71,14 +72,9 @@ int listenCommand(CliServices &services, const QStringList &args)
         return Cli::fail(error);
 
     AudioEngine::Options options;
-    auto engine = std::make_unique<AudioEngine>(options);
-    if (!engine->start(&error)) {
-        Cli::note(QStringLiteral("no audio device (%1): playing into the null output").arg(error));
-        options.output = AudioEngine::Output::null;
-        engine = std::make_unique<AudioEngine>(options);
-        if (!engine->start(&error))
-            return Cli::fail(QStringLiteral("the audio output cannot start: %1").arg(error));
-    }
+    const auto engine = startAudioOutput(options, &error);
+    if (!engine)
+        return Cli::fail(error);
     TransitionSettings settings;
     Player player(*engine, settings, nullptr);
     StationListener listener(setup->services.context(), &setup->library);

@@ -1,3 +1,4 @@
+#include "cli/audiooutput.h"
 #include "cli/cli.h"
 
 #include "library/transitionmode.h"
@@ -80,14 +81,9 @@ int playCommand(CliServices &, const QStringList &args)
     AudioEngine::Options options;
     options.sampleRate = rate;
     options.output = render ? AudioEngine::Output::offline : AudioEngine::Output::device;
-    auto engine = std::make_unique<AudioEngine>(options);
-    if (!render && !engine->start(&error)) {
-        Cli::note(QStringLiteral("no audio device (%1): playing into the null output").arg(error));
-        options.output = AudioEngine::Output::null;
-        engine = std::make_unique<AudioEngine>(options);
-        if (!engine->start(&error))
-            return Cli::fail(QStringLiteral("the audio output cannot start: %1").arg(error));
-    }
+    const auto engine = startAudioOutput(options, &error);
+    if (!engine)
+        return Cli::fail(error);
     TransitionSettings settings;
     Player player(*engine, settings, nullptr);
     player.setModeOverride(mode.value_or(settings.mode()));

@@ -1,6 +1,7 @@
 #include "clichild.h"
 #include "clirunner.h"
 #include "fixtureserver.h"
+#include "icecastfixture.h"
 #include "icystream.h"
 #include "testenv.h"
 
@@ -12,15 +13,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-QByteArray audioOf(const QString &path)
-{
-    const QByteArray data = readFile(path);
-    if (!data.startsWith("ID3") || data.size() < 10)
-        return data;
-    const int size = (data[6] << 21) | (data[7] << 14) | (data[8] << 7) | data[9];
-    return data.mid(10 + size);
-}
 
 // `listen` plays through the relay into the player (the null output here) while its
 // capture keeps the song playing; --save-at saves that song from its title change.
@@ -77,7 +69,7 @@ TEST_F(ListenCliTest, SavesTheSongPlayingAtSaveAtFromItsStartAndFilesIt)
     ASSERT_EQ(child->starting("saved\t"), QList<QByteArray> { "saved\t" + path.toUtf8() })
         << child->joined().toStdString();
     EXPECT_EQ(child->count("error\t"), 0) << child->joined().toStdString();
-    EXPECT_EQ(audioOf(path), programme.songAudio(1));
+    EXPECT_EQ(withoutId3v2Tag(readFile(path)), programme.songAudio(1));
     EXPECT_EQ(libraryFiles(), QStringList { path });
     EXPECT_TRUE(QDir(radio + "/tmp").entryList(QDir::Files | QDir::Hidden).isEmpty());
 }

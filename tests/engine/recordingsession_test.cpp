@@ -5,6 +5,7 @@
 #include "platform/httpclient.h"
 
 #include "fixtureserver.h"
+#include "icecastfixture.h"
 #include "icystream.h"
 #include "bytesettings.h"
 #include "testenv.h"
@@ -22,16 +23,6 @@ using IcyStream::metaBlock;
 QByteArray icyTitle(const QByteArray &title)
 {
     return metaBlock("StreamTitle='" + title + "';");
-}
-
-// The audio of a byte-exact MP3 save: the file less its ID3 tag.
-QByteArray audioOf(const QString &path)
-{
-    const QByteArray data = readFile(path);
-    if (!data.startsWith("ID3") || data.size() < 10)
-        return data;
-    const int size = (data[6] << 21) | (data[7] << 14) | (data[8] << 7) | data[9];
-    return data.mid(10 + size);
 }
 
 class RecordingSessionTest : public ::testing::Test {
@@ -113,8 +104,8 @@ TEST_F(RecordingSessionTest, UnpaddedSongsAreByteExactBetweenTitleChanges)
     const Track *first = savedTitled("Artist - One");
     const Track *second = savedTitled("Artist - Two");
     ASSERT_TRUE(first && second);
-    EXPECT_EQ(audioOf(*first->filePath), one);
-    EXPECT_EQ(audioOf(*second->filePath), two); // cut short by the stop, saved all the same
+    EXPECT_EQ(withoutId3v2Tag(readFile(*first->filePath)), one);
+    EXPECT_EQ(withoutId3v2Tag(readFile(*second->filePath)), two); // cut short by the stop, saved all the same
     EXPECT_EQ(first->source, "radio");
     EXPECT_EQ(first->station, "Fixture FM");
     EXPECT_EQ(session->recordedCount(), 2);
@@ -152,8 +143,8 @@ TEST_F(RecordingSessionTest, PaddingAddsLeadOutBytesAndStartsTheNextSongWithTheL
     record(station, [&] { return saved.size() == 1; });
 
     ASSERT_EQ(saved.size(), 2u);
-    const QByteArray one = audioOf(*savedTitled("A - One")->filePath);
-    const QByteArray two = audioOf(*savedTitled("B - Two")->filePath);
+    const QByteArray one = withoutId3v2Tag(readFile(*savedTitled("A - One")->filePath));
+    const QByteArray two = withoutId3v2Tag(readFile(*savedTitled("B - Two")->filePath));
     EXPECT_EQ(one, beforeChange + afterChange.left(16000));
     // The new song: the lead-in snapshot (the last 16000..32000 bytes before the change),
     // then everything after it.
@@ -323,7 +314,7 @@ TEST_F(RecordingSessionTest, AnHtmlAnswerIsRetriedOnceWithThePlayerAgent)
     });
     record(Station::custom(QString::fromLatin1(server.url("/web")), "Web FM"), [&] { return saved.size() == 1; });
     ASSERT_TRUE(savedTitled("A - Song"));
-    EXPECT_EQ(audioOf(*savedTitled("A - Song")->filePath), audioBlock(1));
+    EXPECT_EQ(withoutId3v2Tag(readFile(*savedTitled("A - Song")->filePath)), audioBlock(1));
     EXPECT_EQ(server.requestCount("/web"), 2);
 }
 
@@ -346,7 +337,7 @@ TEST_F(RecordingSessionTest, PlaylistsAreResolvedOnceAndADropoutKeepsBothPiecesO
     });
     record(Station::custom(QString::fromLatin1(server.url("/listen.pls")), "PLS FM"), [&] { return saved.size() == 1; });
     ASSERT_TRUE(savedTitled("A - Whole"));
-    EXPECT_EQ(audioOf(*savedTitled("A - Whole")->filePath), audioBlock(1) + audioBlock(2) + audioBlock(3) + audioBlock(4));
+    EXPECT_EQ(withoutId3v2Tag(readFile(*savedTitled("A - Whole")->filePath)), audioBlock(1) + audioBlock(2) + audioBlock(3) + audioBlock(4));
     EXPECT_EQ(server.requestCount("/listen.pls"), 1);
     EXPECT_EQ(connection, 2);
 }
