@@ -47,6 +47,15 @@ HttpTransfer failLater(QObject *context, std::function<void(T)> done, T failure)
     return {};
 }
 
+// The query-allowed set keeps '&', '=' and '+', which would end or alter a value.
+QString escapeQuerySeparators(QString encoded)
+{
+    encoded.replace(QLatin1Char('&'), QStringLiteral("%26"));
+    encoded.replace(QLatin1Char('='), QStringLiteral("%3D"));
+    encoded.replace(QLatin1Char('+'), QStringLiteral("%2B"));
+    return encoded;
+}
+
 HttpRequest directoryRequest(const QString &url, double requestTimeoutSec)
 {
     HttpRequest request;
@@ -141,7 +150,10 @@ std::optional<QString> searchUrl(const QString &base, SearchKey key, const QStri
         const auto encoded = percentEncodeQuery(text);
         if (!encoded)
             return std::nullopt;
-        url += (key == SearchKey::Name ? QStringLiteral("name=") : QStringLiteral("tag=")) + *encoded
+        // The name key keeps the designed encoding; a tag like "drum & bass" must reach
+        // the directory whole, so the newer keys escape what splits a query.
+        url += (key == SearchKey::Name ? QStringLiteral("name=") + *encoded
+                                       : QStringLiteral("tag=") + escapeQuerySeparators(*encoded))
             + QLatin1Char('&');
     }
     url += QStringLiteral("limit=") + QString::number(limit) + QStringLiteral("&offset=") + QString::number(offset)
@@ -152,11 +164,11 @@ std::optional<QString> searchUrl(const QString &base, SearchKey key, const QStri
     // cannot be encoded narrows nothing rather than failing the search.
     if (!filter.countryCode.isEmpty()) {
         if (const auto code = percentEncodeQuery(filter.countryCode))
-            url += QStringLiteral("&countrycode=") + *code;
+            url += QStringLiteral("&countrycode=") + escapeQuerySeparators(*code);
     }
     if (!filter.language.isEmpty()) {
         if (const auto language = percentEncodeQuery(filter.language))
-            url += QStringLiteral("&language=") + *language;
+            url += QStringLiteral("&language=") + escapeQuerySeparators(*language);
     }
     return url;
 }

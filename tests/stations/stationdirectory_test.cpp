@@ -374,13 +374,15 @@ TEST_F(StationDirectoryTest, FilterNarrowsBothKeysAndAloneListsWhatItChooses)
     filter.order = DirectoryApi::SearchOrder::Votes;
     const QString narrowed = "&limit=40&offset=0&hidebroken=true&order=votes&reverse=true&countrycode=AT&language=german";
 
-    directory.search("jazz fm", filter);
+    // The tag arrives whole; the name keeps the designed encoding, '&' and all.
+    directory.search("drum & bass", filter);
     ASSERT_TRUE(waitUntil([&] { return searchRequests().size() == 2 && !directory.isSearching(); }));
     QStringList targets;
     for (const auto &r : searchRequests())
         targets << QString::fromUtf8(r.target);
     targets.sort();
-    EXPECT_EQ(targets, (QStringList{kSearchPath + "?name=jazz%20fm" + narrowed, kSearchPath + "?tag=jazz%20fm" + narrowed}));
+    EXPECT_EQ(targets, (QStringList{kSearchPath + "?name=drum%20&%20bass" + narrowed,
+                                    kSearchPath + "?tag=drum%20%26%20bass" + narrowed}));
     EXPECT_EQ(directory.currentFilter(), filter);
 
     // No text: one list, the filter's own; paging goes on with it.
