@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/httpclient.h"
+#include "stations/directoryapi.h"
 #include "stations/station.h"
 
 #include <QWidget>
@@ -8,16 +9,20 @@
 #include <optional>
 
 class Application;
+class QComboBox;
 class QLabel;
+class QLocale;
 class QLineEdit;
 class QTableView;
 class StationActionBar;
 class StationListPane;
 class StationTableModel;
 
-// The station search: a debounced name search over the directory, more rows as the last
-// one comes into view, the recommendations while the field is empty, a random station
-// and a stream address typed in by hand.
+// The station search: a debounced search of names and tags over the directory, narrowed
+// by country and language and ordered by clicks or votes, columns that sort, more rows
+// as the last one comes into view, a start page (the recommendations, then the popular
+// stations of the user's country) while nothing is searched, a random station of a
+// chosen genre and a stream address typed in by hand.
 //
 // Lives on the GUI thread.
 class RadioView : public QWidget {
@@ -28,13 +33,26 @@ public:
 
     // Shows one station the user entered by its address, ready to record or keep.
     void showCustomStation(const QString &streamUrl, const QString &name);
+    // A random station of the genre in genreBox(), of any genre when it is blank.
     void pickRandomStation();
+
+    // The country the start page's popular stations come from: the territory of `locale`
+    // as an ISO 3166-1 code, "" when it names none.
+    [[nodiscard]] static QString countryCodeOf(const QLocale &locale);
+    // Overrides the system locale's country for the start page (before it is shown).
+    void setHomeCountryCode(const QString &code) { m_homeCountryCode = code; }
+    // What the filter row narrows the search by.
+    [[nodiscard]] DirectoryApi::SearchFilter filter() const;
 
     [[nodiscard]] std::optional<Station> selectedStation() const;
     QLineEdit *searchField() const { return m_search; }
     QTableView *table() const;
     StationTableModel *model() const;
     StationActionBar *actionBar() const;
+    QComboBox *countryBox() const { return m_country; }
+    QComboBox *languageBox() const { return m_language; }
+    QComboBox *orderBox() const { return m_order; }
+    QComboBox *genreBox() const { return m_genre; }
 
 Q_SIGNALS:
     void currentStationChanged(const std::optional<Station> &station);
@@ -45,6 +63,8 @@ protected:
 private:
     enum class Source { Directory, Random, Custom };
 
+    void runSearch();
+    void fillFacetBoxes();
     void refreshList();
     void maybeLoadMore();
     void askForCustomStation();
@@ -54,8 +74,13 @@ private:
     Source m_source = Source::Directory;
     std::optional<Station> m_single;
     HttpTransfer m_randomTransfer;
+    QString m_homeCountryCode;
 
     QLineEdit *m_search = nullptr;
+    QComboBox *m_country = nullptr;
+    QComboBox *m_language = nullptr;
+    QComboBox *m_order = nullptr;
+    QComboBox *m_genre = nullptr;
     QLabel *m_heading = nullptr;
     QLabel *m_status = nullptr;
     StationListPane *m_pane = nullptr;

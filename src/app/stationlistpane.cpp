@@ -11,6 +11,7 @@
 #include "engine/recordingsession.h"
 
 #include <QAction>
+#include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QMenu>
 #include <QStackedWidget>
@@ -56,9 +57,11 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &StationListPane::selectionChanged);
     connect(m_model, &QAbstractItemModel::modelReset, this, &StationListPane::selectionChanged);
+    // A double-click listens, like Enter. Recording stays an explicit action: a second
+    // double-click once stopped a recording and dropped the song being cut.
     connect(m_table, &QTableView::doubleClicked, this, [this](const QModelIndex &index) {
         if (const Station *station = m_model->stationAt(index.row()))
-            StationActionBar::toggleRecording(m_app, *station);
+            m_app.listen(*station);
     });
     // Enter listens: the quick way to hear a station found with the keyboard. (Return as
     // well, the same key on most keyboards.)
@@ -113,6 +116,17 @@ void StationListPane::setMarksFavorites(bool marks)
 {
     m_marksFavorites = marks;
     refreshFavoriteMarks();
+}
+
+void StationListPane::setSortable(bool sortable)
+{
+    QHeaderView *header = m_table->horizontalHeader();
+    header->setSortIndicatorClearable(sortable);
+    // No column is sorted at first: the list's own order (the directory's) is a ranking.
+    header->setSortIndicator(-1, Qt::AscendingOrder);
+    m_table->setSortingEnabled(sortable);
+    if (!sortable)
+        m_model->sort(-1, Qt::AscendingOrder);
 }
 
 void StationListPane::addAboveActions(QWidget *widget)

@@ -3,6 +3,7 @@
 #include "app/texts.h"
 
 #include <QBrush>
+#include <QCollator>
 #include <QFont>
 #include <QGuiApplication>
 #include <QIcon>
@@ -10,6 +11,8 @@
 #include <QPainter>
 #include <QPalette>
 #include <QPixmap>
+
+#include <algorithm>
 
 namespace {
 
@@ -44,25 +47,91 @@ StationTableModel::StationTableModel(QObject *parent)
 
 void StationTableModel::setStations(const QList<Station> &stations)
 {
-    const qsizetype oldCount = m_stations.size();
+    const qsizetype oldCount = m_given.size();
     const bool extends = oldCount > 0 && stations.size() > oldCount &&
-                         std::equal(m_stations.begin(), m_stations.end(), stations.begin());
+                         std::equal(m_given.begin(), m_given.end(), stations.begin());
     if (extends) {
+        // New rows first land at the end, then move to their sorted places: the rows
+        // already shown keep their selection either way.
         beginInsertRows({}, int(oldCount), int(stations.size() - 1));
-        m_stations = stations;
+        m_given = stations;
+        m_stations.append(stations.mid(oldCount));
         for (qsizetype i = oldCount; i < m_stations.size(); ++i)
             m_rowById.insert(m_stations[i].id, int(i));
         endInsertRows();
+        if (m_sortColumn >= 0)
+            applySort();
         return;
     }
-    if (stations == m_stations)
+    if (stations == m_given)
         return;
     beginResetModel();
-    m_stations = stations;
+    m_given = stations;
+    m_stations = sorted(stations);
+    rebuildRowIndex();
+    endResetModel();
+}
+
+void StationTableModel::sort(int column, Qt::SortOrder order)
+{
+    const int valid = column >= 0 && column < ColumnCount ? column : -1;
+    if (valid == m_sortColumn && (valid < 0 || order == m_sortOrder))
+        return;
+    m_sortColumn = valid;
+    m_sortOrder = order;
+    applySort();
+}
+
+void StationTableModel::applySort()
+{
+    Q_EMIT layoutAboutToBeChanged({}, QAbstractItemModel::VerticalSortHint);
+    const QModelIndexList before = persistentIndexList();
+    QStringList ids;
+    ids.reserve(before.size());
+    for (const QModelIndex &index : before)
+        ids << m_stations.value(index.row()).id;
+    m_stations = sorted(m_given);
+    rebuildRowIndex();
+    QModelIndexList after;
+    after.reserve(before.size());
+    for (qsizetype i = 0; i < before.size(); ++i) {
+        const int row = rowOf(ids[i]);
+        after << (row >= 0 ? index(row, before[i].column()) : QModelIndex());
+    }
+    changePersistentIndexList(before, after);
+    Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+}
+
+QList<Station> StationTableModel::sorted(QList<Station> stations) const
+{
+    if (m_sortColumn < 0)
+        return stations;
+    QCollator collator;
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    collator.setNumericMode(true);
+    const auto text = [](const Station &s, int column) -> const QString & {
+        return column == CountryColumn ? s.country : (column == CodecColumn ? s.codec : s.name);
+    };
+    // Ascending; a descending sort swaps the operands so ties keep the given order.
+    const auto less = [&](const Station &a, const Station &b) {
+        switch (m_sortColumn) {
+        case BitrateColumn: return a.bitrate < b.bitrate;
+        case TitlesColumn: return m_icy.value(a.id) && !m_icy.value(b.id); // stations with titles first
+        default: return collator.compare(text(a, m_sortColumn), text(b, m_sortColumn)) < 0;
+        }
+    };
+    if (m_sortOrder == Qt::AscendingOrder)
+        std::stable_sort(stations.begin(), stations.end(), less);
+    else
+        std::stable_sort(stations.begin(), stations.end(), [&](const Station &a, const Station &b) { return less(b, a); });
+    return stations;
+}
+
+void StationTableModel::rebuildRowIndex()
+{
     m_rowById.clear();
     for (qsizetype i = 0; i < m_stations.size(); ++i)
         m_rowById.insert(m_stations[i].id, int(i));
-    endResetModel();
 }
 
 const Station *StationTableModel::stationAt(int row) const

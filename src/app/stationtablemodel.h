@@ -14,6 +14,8 @@
 //
 // Lives on the GUI thread. A list that extends the one shown (the next page of a search)
 // is announced as inserted rows, so the view keeps its scroll position and selection.
+// Sorted by a column, the rows keep that order as the list grows or changes; the list's
+// own order breaks ties and comes back when the sort is cleared (column -1).
 // Dragging rows carries their station ids; where a drop lands is left to `onDropIds`.
 class StationTableModel : public QAbstractTableModel {
     Q_OBJECT
@@ -26,6 +28,7 @@ public:
     explicit StationTableModel(QObject *parent = nullptr);
 
     void setStations(const QList<Station> &stations);
+    // The rows in the order shown.
     [[nodiscard]] const QList<Station> &stations() const { return m_stations; }
     [[nodiscard]] const Station *stationAt(int row) const;
     [[nodiscard]] int rowOf(const QString &stationId) const;
@@ -47,6 +50,8 @@ public:
     QVariant data(const QModelIndex &index, int role) const override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
     Qt::ItemFlags flags(const QModelIndex &index) const override;
+    void sort(int column, Qt::SortOrder order = Qt::AscendingOrder) override;
+    [[nodiscard]] int sortColumn() const { return m_sortColumn; }
     Qt::DropActions supportedDropActions() const override;
     QStringList mimeTypes() const override;
     QMimeData *mimeData(const QModelIndexList &indexes) const override;
@@ -57,8 +62,16 @@ public:
 
 private:
     void refreshColumn(int column);
+    void rebuildRowIndex();
+    // Orders m_stations by the sort column, or as given without one, as a layout change
+    // that keeps the selection on its stations.
+    void applySort();
+    [[nodiscard]] QList<Station> sorted(QList<Station> stations) const;
 
+    QList<Station> m_given; // as set, the directory's ranking
     QList<Station> m_stations;
+    int m_sortColumn = -1;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
     QHash<QString, int> m_rowById;
     QHash<QString, bool> m_icy;
     QSet<QString> m_favoriteIds;

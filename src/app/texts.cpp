@@ -58,7 +58,7 @@ constexpr Entry kEntries[] = {
 
     // Radio view
     {"radio.title", "Radio", "Radio"},
-    {"radio.searchPlaceholder", "Search stations by name", "Sender nach Namen suchen"},
+    {"radio.searchPlaceholder", "Search stations by name or genre", "Sender nach Name oder Genre suchen"},
     {"radio.random", "Random Station", "Zufallssender"},
     {"radio.custom", "Stream Address…", "Stream-Adresse…"},
     {"radio.customTitle", "Add a Stream", "Stream hinzufügen"},
@@ -74,6 +74,19 @@ constexpr Entry kEntries[] = {
     {"radio.emptyHint", "Type a name above, pick a random station, or enter a stream address.",
      "Gib oben einen Namen ein, wähle einen Zufallssender oder gib eine Stream-Adresse ein."},
     {"radio.noResultsFormat", "No stations found for “%1”.", "Keine Sender für „%1“ gefunden."},
+    {"radio.allCountries", "All countries", "Alle Länder"},
+    {"radio.allLanguages", "All languages", "Alle Sprachen"},
+    {"radio.country", "Country", "Land"},
+    {"radio.language", "Language", "Sprache"},
+    {"radio.order", "Order", "Reihenfolge"},
+    {"radio.orderClicks", "Most listened", "Meistgehört"},
+    {"radio.orderVotes", "Most votes", "Meiste Stimmen"},
+    {"radio.genre", "Genre for a random station", "Genre für einen Zufallssender"},
+    {"radio.anyGenre", "Any genre", "Jedes Genre"},
+    {"radio.filtered", "Stations matching the filters", "Sender, die zu den Filtern passen"},
+    {"radio.noFiltered", "No stations match these filters.", "Keine Sender passen zu diesen Filtern."},
+    {"radio.startPage", "Recommended and popular near you", "Empfohlen und beliebt in deiner Nähe"},
+    {"radio.noRandomFormat", "No station found for the genre “%1”.", "Kein Sender für das Genre „%1“ gefunden."},
 
     // Globe
     {"globe.sidebar", "Globe", "Globus"},

@@ -47,6 +47,15 @@ HttpTransfer failLater(QObject *context, std::function<void(T)> done, T failure)
     return {};
 }
 
+// The query-allowed set keeps '&', '=' and '+', which would end or alter a value.
+QString escapeQuerySeparators(QString encoded)
+{
+    encoded.replace(QLatin1Char('&'), QStringLiteral("%26"));
+    encoded.replace(QLatin1Char('='), QStringLiteral("%3D"));
+    encoded.replace(QLatin1Char('+'), QStringLiteral("%2B"));
+    return encoded;
+}
+
 HttpRequest directoryRequest(const QString &url, double requestTimeoutSec)
 {
     HttpRequest request;
@@ -130,12 +139,66 @@ std::optional<QList<Station>> parseStations(const QByteArray &body)
 
 std::optional<QString> pageUrl(const QString &base, const QString &query, int offset)
 {
-    const auto encoded = percentEncodeQuery(query);
-    if (!encoded)
+    return searchUrl(base, SearchKey::Name, query, SearchFilter{}, offset);
+}
+
+std::optional<QString> searchUrl(const QString &base, SearchKey key, const QString &text, const SearchFilter &filter,
+                                 int offset, int limit)
+{
+    QString url = base + QStringLiteral("/json/stations/search?");
+    if (!text.isEmpty()) {
+        const auto encoded = percentEncodeQuery(text);
+        if (!encoded)
+            return std::nullopt;
+        // The name key keeps the designed encoding; a tag like "drum & bass" must reach
+        // the directory whole, so the newer keys escape what splits a query.
+        url += (key == SearchKey::Name ? QStringLiteral("name=") + *encoded
+                                       : QStringLiteral("tag=") + escapeQuerySeparators(*encoded))
+            + QLatin1Char('&');
+    }
+    url += QStringLiteral("limit=") + QString::number(limit) + QStringLiteral("&offset=") + QString::number(offset)
+        + QStringLiteral("&hidebroken=true&order=")
+        + (filter.order == SearchOrder::Votes ? QStringLiteral("votes") : QStringLiteral("clickcount"))
+        + QStringLiteral("&reverse=true");
+    // Filter values come from the directory's own lists or the locale; anything that
+    // cannot be encoded narrows nothing rather than failing the search.
+    if (!filter.countryCode.isEmpty()) {
+        if (const auto code = percentEncodeQuery(filter.countryCode))
+            url += QStringLiteral("&countrycode=") + escapeQuerySeparators(*code);
+    }
+    if (!filter.language.isEmpty()) {
+        if (const auto language = percentEncodeQuery(filter.language))
+            url += QStringLiteral("&language=") + escapeQuerySeparators(*language);
+    }
+    return url;
+}
+
+QString facetUrl(const QString &base, FacetKind kind)
+{
+    return base + (kind == FacetKind::Countries ? QStringLiteral("/json/countries") : QStringLiteral("/json/languages"))
+        + QStringLiteral("?hidebroken=true&order=name");
+}
+
+std::optional<QList<Facet>> parseFacets(const QByteArray &body, FacetKind kind)
+{
+    const auto objects = parseObjects(body);
+    if (!objects)
         return std::nullopt;
-    return base + QStringLiteral("/json/stations/search?name=") + *encoded + QStringLiteral("&limit=")
-        + QString::number(kPageSize) + QStringLiteral("&offset=") + QString::number(offset)
-        + QStringLiteral("&hidebroken=true&order=clickcount&reverse=true");
+    QList<Facet> facets;
+    facets.reserve(objects->size());
+    for (const QJsonObject &object : *objects) {
+        Facet facet;
+        facet.name = StationJson::trimBlanks(object.value(QLatin1StringView("name")).toString());
+        if (kind == FacetKind::Countries)
+            facet.code = object.value(QLatin1StringView("iso_3166_1")).toString().trimmed().toUpper();
+        facet.stationCount = object.value(QLatin1StringView("stationcount")).toInteger();
+        // A country is only chosen by its code; a code that is not two letters was not
+        // meant as one.
+        if (facet.name.isEmpty() || (kind == FacetKind::Countries && facet.code.size() != 2))
+            continue;
+        facets.append(std::move(facet));
+    }
+    return facets;
 }
 
 std::optional<QString> recommendationUrl(const QString &base, const QString &name)
@@ -160,7 +223,15 @@ QString randomUrl(const QString &base, const QString &genre)
 HttpTransfer fetchPage(HttpClient &http, const QString &base, const QString &query, int offset, QObject *context,
                        std::function<void(std::optional<QList<Station>>)> done, double requestTimeoutSec)
 {
-    const auto url = pageUrl(base, query, offset);
+    return fetchSearchPage(http, base, SearchKey::Name, query, SearchFilter{}, offset, context, std::move(done),
+                           requestTimeoutSec);
+}
+
+HttpTransfer fetchSearchPage(HttpClient &http, const QString &base, SearchKey key, const QString &text,
+                             const SearchFilter &filter, int offset, QObject *context,
+                             std::function<void(std::optional<QList<Station>>)> done, double requestTimeoutSec)
+{
+    const auto url = searchUrl(base, key, text, filter, offset);
     if (!url)
         return failLater<std::optional<QList<Station>>>(context, std::move(done), std::nullopt);
     return http.get(directoryRequest(*url, requestTimeoutSec), context,
@@ -173,6 +244,16 @@ HttpTransfer fetchPage(HttpClient &http, const QString &base, const QString &que
                         if (stations && stations->size() > kPageSize)
                             stations.reset();
                         done(std::move(stations));
+                    });
+}
+
+HttpTransfer fetchFacets(HttpClient &http, const QString &base, FacetKind kind, QObject *context,
+                         std::function<void(std::optional<QList<Facet>>)> done, double requestTimeoutSec)
+{
+    return http.get(directoryRequest(facetUrl(base, kind), requestTimeoutSec), context,
+                    [done = std::move(done), kind](const HttpResult &result, const HttpResponseHead &,
+                                                   const QByteArray &body) {
+                        done(result.ok() ? parseFacets(body, kind) : std::nullopt);
                     });
 }
 

@@ -56,11 +56,46 @@ inline constexpr double kMaxRequestSec = 20;
 // server's order is kept.
 [[nodiscard]] std::optional<QList<Station>> parseStations(const QByteArray &body);
 
+// Which of a station's fields the searched text is matched against: its name or its
+// tags (both "contains", letter case ignored by the directory).
+enum class SearchKey { Name, Tag };
+// The directory's own order of a result list, most first.
+enum class SearchOrder { ClickCount, Votes };
+
+// What narrows a search besides its text. Empty members narrow nothing.
+struct SearchFilter {
+    QString countryCode; // ISO 3166-1 alpha-2, as the directory's "countrycode" key takes it
+    QString language;    // a language name as the directory lists it ("german")
+    SearchOrder order = SearchOrder::ClickCount;
+
+    // True when only the order is set: a blank text then searches nothing.
+    [[nodiscard]] bool narrowsNothing() const { return countryCode.isEmpty() && language.isEmpty(); }
+    friend bool operator==(const SearchFilter &, const SearchFilter &) = default;
+};
+
 // DIR + "/json/stations/search?name=" ... ; absent when the query cannot be encoded.
 [[nodiscard]] std::optional<QString> pageUrl(const QString &base, const QString &query, int offset);
+// One page of `key` matching `text`, narrowed by `filter`. A blank text leaves the key
+// out, so the filter alone chooses. With the default filter and the name key this is
+// pageUrl(); the filter's keys come after the designed ones.
+[[nodiscard]] std::optional<QString> searchUrl(const QString &base, SearchKey key, const QString &text,
+                                               const SearchFilter &filter, int offset, int limit = kPageSize);
 [[nodiscard]] std::optional<QString> recommendationUrl(const QString &base, const QString &name);
 // The genre is left out when it is empty or cannot be encoded.
 [[nodiscard]] QString randomUrl(const QString &base, const QString &genre);
+
+// The facets the directory lists for its filters: "/json/countries" (name and ISO code)
+// and "/json/languages" (name). Entries without a usable name (or, for countries, code)
+// are skipped; the directory's order is kept.
+struct Facet {
+    QString name;
+    QString code; // countries: ISO 3166-1 alpha-2; languages: ""
+    qint64 stationCount = 0;
+    friend bool operator==(const Facet &, const Facet &) = default;
+};
+enum class FacetKind { Countries, Languages };
+[[nodiscard]] QString facetUrl(const QString &base, FacetKind kind);
+[[nodiscard]] std::optional<QList<Facet>> parseFacets(const QByteArray &body, FacetKind kind);
 
 // One page of a name search (page size 40). Absent on any transport failure, a body
 // that is not an array of objects, or an answer longer than the page asked for (a
@@ -69,6 +104,17 @@ inline constexpr double kMaxRequestSec = 20;
 HttpTransfer fetchPage(HttpClient &http, const QString &base, const QString &query, int offset, QObject *context,
                        std::function<void(std::optional<QList<Station>>)> done,
                        double requestTimeoutSec = kDefaultRequestTimeoutSec);
+
+// One page of `key` matching `text` under `filter`; failures as fetchPage.
+HttpTransfer fetchSearchPage(HttpClient &http, const QString &base, SearchKey key, const QString &text,
+                             const SearchFilter &filter, int offset, QObject *context,
+                             std::function<void(std::optional<QList<Station>>)> done,
+                             double requestTimeoutSec = kDefaultRequestTimeoutSec);
+
+// A country or language list; absent on any failure.
+HttpTransfer fetchFacets(HttpClient &http, const QString &base, FacetKind kind, QObject *context,
+                         std::function<void(std::optional<QList<Facet>>)> done,
+                         double requestTimeoutSec = kDefaultRequestTimeoutSec);
 
 // The first usable station of `url`'s answer; absent when there is none or on failure.
 HttpTransfer fetchFirstStation(HttpClient &http, const QString &url, QObject *context,

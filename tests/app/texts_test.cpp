@@ -56,7 +56,7 @@ TEST_F(TextsTest, FormatTextsKeepTheirPlaceholderInBothLanguages)
 {
     for (const char *key : {"fav.noMatchesFormat", "fav.countFormat", "engineStationTitle", "rec.countFormat",
                             "lib.countFormat", "lib.deleteOneFormat", "lib.deleteManyFormat", "radio.resultsFormat",
-                            "radio.noResultsFormat", "station.kbps", "settings.startAtLoginFailedFormat", "rec.gaveUp",
+                            "radio.noResultsFormat", "radio.noRandomFormat", "station.kbps", "settings.startAtLoginFailedFormat", "rec.gaveUp",
                             "rec.connectingAttempt", "rec.reconnecting", "rec.savedFailed", "rec.songSaved",
                             "rec.songSkipped", "rec.songFailed", "rec.songNotice", "msg.earlierFormat"}) {
         for (Texts::Language language : {Texts::Language::English, Texts::Language::German}) {

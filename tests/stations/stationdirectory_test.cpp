@@ -41,6 +41,13 @@ QString queryItem(const FixtureServer::Request &request, const QString &key)
     return QUrlQuery(QString::fromUtf8(target.mid(target.indexOf('?') + 1))).queryItemValue(key, QUrl::FullyDecoded);
 }
 
+// The text a search request matches, by whichever key it was sent.
+QString searched(const FixtureServer::Request &request)
+{
+    const QString name = queryItem(request, "name");
+    return name.isEmpty() ? queryItem(request, "tag") : name;
+}
+
 Script delayed(Script script, int ms)
 {
     script.steps.prepend({FixtureServer::Step::Kind::Pause, {}, ms, {}});
@@ -135,14 +142,14 @@ TEST_F(StationDirectoryTest, BlankQueryClearsResultsWithoutAskingTheDirectory)
     searchAndWait("  abc ");
     ASSERT_EQ(directory.results().size(), 40);
     EXPECT_EQ(directory.currentQuery(), "abc");
-    EXPECT_EQ(queryItem(searchRequests().last(), "name"), "abc");
+    EXPECT_EQ(searched(searchRequests().last()), "abc");
 
     directory.search(" \t  ");
     EXPECT_TRUE(directory.results().isEmpty());
     EXPECT_FALSE(directory.hasMore());
     EXPECT_EQ(directory.currentQuery(), "");
     QTest::qWait(100);
-    EXPECT_EQ(searchRequests().size(), 1);
+    EXPECT_EQ(searchRequests().size(), 2); // by name and by tag, nothing for the blanks
 }
 
 TEST_F(StationDirectoryTest, PagesByFortyAndAppendsOnlyStationsNotYetShown)
@@ -159,10 +166,16 @@ TEST_F(StationDirectoryTest, PagesByFortyAndAppendsOnlyStationsNotYetShown)
     directory.loadMore(); // one page at a time
     ASSERT_TRUE(waitUntil([&] { return !directory.isLoadingMore(); }));
 
-    const auto requests = searchRequests();
-    ASSERT_EQ(requests.size(), 2);
-    EXPECT_EQ(requests[0].target, kSearchPath + "?name=Metal&limit=40&offset=0&hidebroken=true&order=clickcount&reverse=true");
-    EXPECT_EQ(requests[1].target, kSearchPath + "?name=Metal&limit=40&offset=40&hidebroken=true&order=clickcount&reverse=true");
+    // Each page is asked for by name and by tag; both answer the same stations here.
+    QStringList targets;
+    for (const auto &r : searchRequests())
+        targets << QString::fromUtf8(r.target);
+    targets.sort();
+    const QString tail = "&hidebroken=true&order=clickcount&reverse=true";
+    EXPECT_EQ(targets, (QStringList{kSearchPath + "?name=Metal&limit=40&offset=0" + tail,
+                                    kSearchPath + "?name=Metal&limit=40&offset=40" + tail,
+                                    kSearchPath + "?tag=Metal&limit=40&offset=0" + tail,
+                                    kSearchPath + "?tag=Metal&limit=40&offset=40" + tail}));
     const QStringList shown = ids(directory.results());
     EXPECT_EQ(shown.size(), 74);
     EXPECT_EQ(QSet<QString>(shown.begin(), shown.end()).size(), 74);
@@ -172,7 +185,7 @@ TEST_F(StationDirectoryTest, PagesByFortyAndAppendsOnlyStationsNotYetShown)
 
     directory.loadMore(); // a page is asked for at once, or not at all
     EXPECT_FALSE(directory.isLoadingMore());
-    EXPECT_EQ(searchRequests().size(), 2);
+    EXPECT_EQ(searchRequests().size(), 4);
 }
 
 TEST_F(StationDirectoryTest, TypingWithinTheDebounceSendsOnlyTheLastQuery)
@@ -187,8 +200,9 @@ TEST_F(StationDirectoryTest, TypingWithinTheDebounceSendsOnlyTheLastQuery)
     EXPECT_FALSE(directory.isSearching()); // still waiting out the debounce
     ASSERT_TRUE(waitUntil([&] { return busy.size() == 2; }));
     EXPECT_EQ(busy, (QList<bool>{true, false}));
-    ASSERT_EQ(searchRequests().size(), 1);
-    EXPECT_EQ(queryItem(searchRequests()[0], "name"), "rock");
+    ASSERT_EQ(searchRequests().size(), 2);
+    for (const auto &r : searchRequests())
+        EXPECT_EQ(searched(r), "rock");
     EXPECT_EQ(directory.results().size(), 3);
 }
 
@@ -196,7 +210,7 @@ TEST_F(StationDirectoryTest, AnswersToAnOlderSearchAreDropped)
 {
     // Further pages and the query "slow" take 300 ms.
     server.route(kSearchPath, [this](const FixtureServer::Request &r) {
-        const QString name = queryItem(r, "name");
+        const QString name = searched(r);
         const Script answer = pageAnswer(name + queryItem(r, "offset") + "-", 0, 40);
         return name == "slow" || queryItem(r, "offset") != "0" ? delayed(answer, 300) : answer;
     });
@@ -217,7 +231,7 @@ TEST_F(StationDirectoryTest, AnswersToAnOlderSearchAreDropped)
 TEST_F(StationDirectoryTest, AnyStatusIsReadAndAnAnswerWithoutUsableStationsIsAnEmptyPage)
 {
     server.route(kSearchPath, [this](const FixtureServer::Request &r) {
-        return queryItem(r, "name") == "busy" ? pageAnswer("b", 0, 40, 503)
+        return searched(r) == "busy" ? pageAnswer("b", 0, 40, 503)
                                               : Script::response(200, "application/json", R"([{}, {"name": "x"}])");
     });
     searchAndWait("busy");
@@ -240,7 +254,7 @@ TEST_P(BadDirectoryAnswer, KeepsTheOldResultsAndResetsTheBusyFlags)
     directory.setRequestTimeout(0.3);
     const Script bad = GetParam().script();
     server.route(kSearchPath, [this, bad](const FixtureServer::Request &r) {
-        return queryItem(r, "name") == "good" ? pageAnswer("g", 0, 40) : bad;
+        return searched(r) == "good" ? pageAnswer("g", 0, 40) : bad;
     });
     searchAndWait("good");
     const QList<Station> shown = directory.results();
@@ -306,6 +320,143 @@ TEST(StationDirectoryUnreachable, ARefusedConnectionLeavesAnIdleDirectory)
     EXPECT_EQ(directory.recommendations(), StationDirectory::curatedStations());
 }
 
+// --- Names and tags, filters, the popular list and the facet lists -----------------------
+
+TEST_F(StationDirectoryTest, TextMatchesNamesAndTagsMergedOnceAndEachKeyPagesOnItsOwn)
+{
+    // "ambient": five stations by name, a full page by tag, the first of which also
+    // carries the name. The tag's second page repeats one station already shown.
+    server.route(kSearchPath, [this](const FixtureServer::Request &r) {
+        if (!queryItem(r, "name").isEmpty())
+            return pageAnswer("name", 0, 5);
+        return queryItem(r, "offset") == "0" ? json(page("name", 0, 1) .chopped(1) + "," + page("tag", 0, 39).mid(1))
+                                             : pageAnswer("tag", 38, 3);
+    });
+    searchAndWait("ambient");
+    QStringList expected{"name0", "name1", "name2", "name3", "name4"};
+    for (int i = 0; i < 39; ++i)
+        expected << "tag" + QString::number(i);
+    EXPECT_EQ(ids(directory.results()), expected);
+    EXPECT_TRUE(directory.hasMore()); // the tag's page was full
+
+    directory.loadMore();
+    ASSERT_TRUE(waitUntil([&] { return !directory.isLoadingMore(); }));
+    // Only the key that had more is asked again.
+    ASSERT_EQ(searchRequests().size(), 3);
+    EXPECT_EQ(searchRequests().last().target,
+              kSearchPath + "?tag=ambient&limit=40&offset=40&hidebroken=true&order=clickcount&reverse=true");
+    expected << "tag39" << "tag40";
+    EXPECT_EQ(ids(directory.results()), expected);
+    EXPECT_FALSE(directory.hasMore());
+}
+
+// Why a search by tag is as quick as one by name: both requests are out before either
+// answer is in, so the first page costs one round trip.
+TEST_F(StationDirectoryTest, NameAndTagAreAskedAtOnce)
+{
+    directory.setRequestTimeout(30);
+    server.route(kSearchPath, [](const FixtureServer::Request &) { return Script().hang(); });
+    directory.search("chill");
+    ASSERT_TRUE(waitUntil([&] { return searchRequests().size() == 2; }));
+    EXPECT_TRUE(directory.isSearching());
+    QSet<QString> keys;
+    for (const auto &r : searchRequests())
+        keys << (queryItem(r, "name").isEmpty() ? "tag" : "name");
+    EXPECT_EQ(keys, (QSet<QString>{"name", "tag"}));
+}
+
+TEST_F(StationDirectoryTest, FilterNarrowsBothKeysAndAloneListsWhatItChooses)
+{
+    server.route(kSearchPath, pageAnswer("f", 0, 40));
+    DirectoryApi::SearchFilter filter;
+    filter.countryCode = "AT";
+    filter.language = "german";
+    filter.order = DirectoryApi::SearchOrder::Votes;
+    const QString narrowed = "&limit=40&offset=0&hidebroken=true&order=votes&reverse=true&countrycode=AT&language=german";
+
+    // The tag arrives whole; the name keeps the designed encoding, '&' and all.
+    directory.search("drum & bass", filter);
+    ASSERT_TRUE(waitUntil([&] { return searchRequests().size() == 2 && !directory.isSearching(); }));
+    QStringList targets;
+    for (const auto &r : searchRequests())
+        targets << QString::fromUtf8(r.target);
+    targets.sort();
+    EXPECT_EQ(targets, (QStringList{kSearchPath + "?name=drum%20&%20bass" + narrowed,
+                                    kSearchPath + "?tag=drum%20%26%20bass" + narrowed}));
+    EXPECT_EQ(directory.currentFilter(), filter);
+
+    // No text: one list, the filter's own; paging goes on with it.
+    directory.search("  ", filter);
+    ASSERT_TRUE(waitUntil([&] { return searchRequests().size() == 3 && !directory.isSearching(); }));
+    EXPECT_EQ(searchRequests().last().target, kSearchPath + "?" + narrowed.mid(1));
+    EXPECT_EQ(directory.results().size(), 40);
+    directory.loadMore();
+    ASSERT_TRUE(waitUntil([&] { return searchRequests().size() == 4 && !directory.isLoadingMore(); }));
+    EXPECT_EQ(queryItem(searchRequests().last(), "offset"), "40");
+    EXPECT_EQ(queryItem(searchRequests().last(), "countrycode"), "AT");
+
+    // Only an order narrows nothing: a blank text still clears.
+    directory.search("", DirectoryApi::SearchFilter{{}, {}, DirectoryApi::SearchOrder::Votes});
+    EXPECT_TRUE(directory.results().isEmpty());
+    QTest::qWait(50);
+    EXPECT_EQ(searchRequests().size(), 4);
+}
+
+TEST_F(StationDirectoryTest, PopularStationsOfTheCountryByVotesFallBackToTheWholeDirectory)
+{
+    server.route(kSearchPath, [this](const FixtureServer::Request &r) {
+        const QString code = queryItem(r, "countrycode");
+        return code == "XX" ? json("[]") : pageAnswer(code.isEmpty() ? "world" : code, 0, 3);
+    });
+    int changes = 0;
+    QObject::connect(&directory, &StationDirectory::popularChanged, [&] { ++changes; });
+    directory.loadPopular("de");
+    ASSERT_TRUE(waitUntil([&] { return changes == 1; }));
+    EXPECT_EQ(ids(directory.popular()), (QStringList{"DE0", "DE1", "DE2"}));
+    EXPECT_EQ(searchRequests().last().target,
+              kSearchPath + "?limit=40&offset=0&hidebroken=true&order=votes&reverse=true&countrycode=DE");
+    directory.loadPopular("DE"); // the same country is not asked twice
+    QTest::qWait(50);
+    EXPECT_EQ(searchRequests().size(), 1);
+
+    directory.loadPopular("XX");
+    ASSERT_TRUE(waitUntil([&] { return changes == 2; }));
+    EXPECT_EQ(ids(directory.popular()), (QStringList{"world0", "world1", "world2"}));
+    EXPECT_EQ(queryItem(searchRequests().last(), "countrycode"), "");
+}
+
+TEST(DirectoryApi, FacetListsKeepNamedEntriesAndCountriesWithACode)
+{
+    using DirectoryApi::FacetKind;
+    const QByteArray countries = R"([{"name":"Austria","iso_3166_1":"AT","stationcount":900},
+        {"name":"","iso_3166_1":"XX","stationcount":1}, {"name":"Nowhere","stationcount":4},
+        {"name":" Germany ","iso_3166_1":"de","stationcount":"many"}, {"name":"Bad","iso_3166_1":"DEU"}])";
+    EXPECT_EQ(DirectoryApi::parseFacets(countries, FacetKind::Countries),
+              (QList<DirectoryApi::Facet>{{"Austria", "AT", 900}, {"Germany", "DE", 0}}));
+    EXPECT_EQ(DirectoryApi::parseFacets(R"([{"name":"german","iso_639":"de","stationcount":3}, {"name":7}])",
+                                        FacetKind::Languages),
+              (QList<DirectoryApi::Facet>{{"german", "", 3}}));
+    EXPECT_FALSE(DirectoryApi::parseFacets(R"({"name":"german"})", FacetKind::Languages));
+}
+
+TEST_F(StationDirectoryTest, FacetListsAreFetchedOnceAndAFailedOneAgain)
+{
+    std::atomic<int> languageAnswers{0};
+    server.route("/json/countries", json(R"([{"name":"Austria","iso_3166_1":"AT","stationcount":900}])"));
+    server.route("/json/languages", [&](const FixtureServer::Request &) {
+        return ++languageAnswers == 1 ? Script::response(500, "text/html", "oops")
+                                      : json(R"([{"name":"german","stationcount":3}])");
+    });
+    directory.loadFacets();
+    ASSERT_TRUE(waitUntil([&] { return directory.countries().size() == 1 && languageAnswers == 1; }));
+    QTest::qWait(50);
+    EXPECT_TRUE(directory.languages().isEmpty());
+    directory.loadFacets();
+    ASSERT_TRUE(waitUntil([&] { return directory.languages().size() == 1; }));
+    EXPECT_EQ(directory.languages().first().name, "german");
+    EXPECT_EQ(server.requestCount("/json/countries"), 1);
+}
+
 // --- The ICY probe -------------------------------------------------------------------------
 
 TEST_F(StationDirectoryTest, ProbeReadsOnlyTheHeadAndFindsIcyMetaintInAnyCase)
@@ -342,7 +493,7 @@ TEST_F(StationDirectoryTest, ANewSearchAbortsTheRunningProbeAtOnce)
 {
     directory.setProbeTimeouts(30, 30);
     server.fallback([](const FixtureServer::Request &) { return Script().hang(); });
-    server.route(kSearchPath, [this](const FixtureServer::Request &r) { return pageAnswer(queryItem(r, "name"), 0, 5); });
+    server.route(kSearchPath, [this](const FixtureServer::Request &r) { return pageAnswer(searched(r), 0, 5); });
     searchAndWait("hanging");
     ASSERT_TRUE(waitUntil([&] { return server.openConnections() == 5; }));
     directory.search("");
