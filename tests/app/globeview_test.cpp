@@ -322,4 +322,51 @@ TEST_F(GlobeViewTest, RendersToAPicture)
     EXPECT_EQ(view->stationName()->text(), "Berlin Radio");
 }
 
+// Land is drawn greener than the ocean it lies on, and coastlines lighter than either.
+bool looksLikeLand(QRgb pixel)
+{
+    return qGreen(pixel) > 0.85 * qBlue(pixel);
+}
+bool looksLikeOcean(QRgb pixel)
+{
+    return qBlue(pixel) > 100 && qGreen(pixel) < 0.75 * qBlue(pixel);
+}
+int lightness(QRgb pixel)
+{
+    return std::min({qRed(pixel), qGreen(pixel), qBlue(pixel)});
+}
+
+TEST(GlobeMap, LandAndCoastsAreDrawnWhereTheyAreAndNotThroughTheGlobe)
+{
+    GlobeCanvas canvas;
+    canvas.resize(800, 600);
+    // Over Africa: the Sahara is land, the Gulf of Guinea and the Atlantic are not.
+    canvas.setCamera({10, 10, 1.5});
+    QImage picture = canvas.grab().toImage();
+    auto pixelAt = [&](double lat, double lon) {
+        const auto point = GlobeProjection::project(canvas.camera(), canvas.size(), lat, lon);
+        return point ? picture.pixel(point->toPoint()) : QRgb(0);
+    };
+    EXPECT_TRUE(looksLikeLand(pixelAt(23, 12)));
+    EXPECT_TRUE(looksLikeLand(pixelAt(0, 25)));
+    EXPECT_TRUE(looksLikeOcean(pixelAt(-2, 2)));
+    EXPECT_TRUE(looksLikeOcean(pixelAt(20, -35)));
+
+    // Westwards along 15°N from the open Atlantic to inland Senegal a bright coastline is crossed.
+    int brightest = 0;
+    for (double lon = -25; lon <= -14; lon += 0.05)
+        brightest = std::max(brightest, lightness(pixelAt(15, lon)));
+    EXPECT_GT(brightest, std::max(lightness(pixelAt(15, -25)), lightness(pixelAt(15, -13))) + 40);
+
+    // Over the Pacific, Africa is straight behind the globe: none of it shows through.
+    canvas.setCamera({-150, 0, 1});
+    picture = canvas.grab().toImage();
+    EXPECT_TRUE(looksLikeOcean(picture.pixel(400, 300)));
+    int land = 0;
+    for (int y = 250; y <= 350; y += 5)
+        for (int x = 350; x <= 450; x += 5)
+            land += looksLikeLand(picture.pixel(x, y));
+    EXPECT_EQ(land, 0);
+}
+
 } // namespace
