@@ -58,10 +58,10 @@ void drag(QWidget *widget, QPointF from, QPointF to)
     sendMouse(widget, QEvent::MouseButtonRelease, to, Qt::NoButton);
 }
 
-void wheel(QWidget *widget, int eighths)
+void wheel(QWidget *widget, int eighths, std::optional<QPointF> at = std::nullopt)
 {
-    const QPointF centre = QRectF(widget->rect()).center();
-    QWheelEvent event(centre, widget->mapToGlobal(centre), {}, {0, eighths}, Qt::NoButton, Qt::NoModifier,
+    const QPointF position = at.value_or(QRectF(widget->rect()).center());
+    QWheelEvent event(position, widget->mapToGlobal(position), {}, {0, eighths}, Qt::NoButton, Qt::NoModifier,
                       Qt::NoScrollPhase, false);
     QApplication::sendEvent(widget, &event);
 }
@@ -222,6 +222,19 @@ TEST_F(GlobeViewTest, DraggingTurnsTheGlobeWithoutPickingAndTheZoomStaysInRange)
                               {500, 350}, canvas->mapToGlobal(QPointF(500, 350)), 0.5, {});
     QApplication::sendEvent(canvas, &pinch);
     EXPECT_DOUBLE_EQ(canvas->camera().zoom, 1.5);
+
+    // Wheel and pinch zoom towards the pointer: Vienna stays under it.
+    canvas->setCamera({0, 30, 1});
+    const QPointF pointer = *canvas->screenPosition("vienna");
+    wheel(canvas, 240, pointer);
+    EXPECT_NEAR(canvas->camera().zoom, 1.44, 1e-9);
+    EXPECT_LT(QLineF(*canvas->screenPosition("vienna"), pointer).length(), 0.5);
+    QNativeGestureEvent pinchAtVienna(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(), 2, pointer,
+                                      pointer, canvas->mapToGlobal(pointer), 1.0, {});
+    QApplication::sendEvent(canvas, &pinchAtVienna);
+    EXPECT_NEAR(canvas->camera().zoom, 2.88, 1e-9);
+    EXPECT_LT(QLineF(*canvas->screenPosition("vienna"), pointer).length(), 0.5);
+    EXPECT_GT(canvas->camera().yawDeg, 0); // it was not the zoom about the centre
 
     // A double click zooms in on the place under the pointer.
     canvas->setCamera({0, 0, 1});
