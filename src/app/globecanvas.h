@@ -14,7 +14,8 @@
 #include <vector>
 
 // The globe itself: an orthographic view of the earth with one dot per station, turned
-// by dragging, zoomed by wheel, pinch, Ctrl+plus/minus or a double click, and a click
+// by dragging, zoomed by wheel or pinch (towards the pointer), Ctrl+plus/minus or a
+// double click, and a click
 // that picks the nearest dot on the near side. Knows stations only; the page around it
 // decides what a picked station leads to.
 //
