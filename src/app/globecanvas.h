@@ -15,9 +15,8 @@
 
 // The globe itself: an orthographic view of the earth with one dot per station, turned
 // by dragging, zoomed by wheel or pinch (towards the pointer), Ctrl+plus/minus or a
-// double click, and a click
-// that picks the nearest dot on the near side. Knows stations only; the page around it
-// decides what a picked station leads to.
+// double click, and a click that picks the nearest dot on the near side. Knows stations
+// only; the page around it decides what a picked station leads to.
 //
 // Painting is sized for a catalogue of thousands: unit vectors are computed once per
 // catalogue; a paint applies one rotation, culls the far side, sorts the dots by colour
