@@ -99,4 +99,59 @@ GlobeCamera zoomedBy(const GlobeCamera &camera, double factor)
     return clamped(next);
 }
 
+GlobeCamera zoomedAt(const GlobeCamera &camera, QSizeF size, QPointF position, double factor)
+{
+    const GlobeCamera centred = zoomedBy(camera, factor);
+    const std::optional<QPointF> place = unproject(camera, size, position);
+    const double radius = radiusPx(centred, size);
+    if (!place || radius <= 0 || centred.zoom == camera.zoom)
+        return centred;
+    // Where the place has to be after the zoom, as a point of the unit disc.
+    const double x = (position.x() - size.width() / 2.0) / radius;
+    const double y = (size.height() / 2.0 - position.y()) / radius;
+    if (x * x + y * y > 1.0)
+        return centred;
+
+    // The orthographic projection of latitude φ, longitude λ seen from a centre at φ0, λ0:
+    //   x = cos φ sin(λ - λ0)
+    //   y = cos φ0 sin φ - sin φ0 cos φ cos(λ - λ0)
+    // Solved for λ - λ0 from x, then for φ0 from y; each has two answers, of which the one
+    // on the near side and closest to the present camera is taken.
+    const double lat = place->y() * kRadPerDeg;
+    const double lon = place->x() * kRadPerDeg;
+    const double cosLat = std::cos(lat);
+    if (cosLat < 1e-9 || std::abs(x) > cosLat)
+        return centred;
+    const double d1 = std::asin(x / cosLat);
+    std::optional<GlobeCamera> best;
+    double bestDistance = 0;
+    for (const double d : {d1, std::numbers::pi - d1}) {
+        const double a = std::sin(lat);
+        const double b = cosLat * std::cos(d);
+        const double r = std::hypot(a, b);
+        if (r < 1e-12 || std::abs(y) > r)
+            continue;
+        const double alpha = std::atan2(b, a);
+        const double spread = std::acos(std::clamp(y / r, -1.0, 1.0));
+        for (double pitch : {spread - alpha, -spread - alpha}) {
+            pitch = std::remainder(pitch, 2 * std::numbers::pi);
+            const double depth = std::cos(pitch) * cosLat * std::cos(d) + std::sin(pitch) * std::sin(lat);
+            const double pitchDeg = pitch / kRadPerDeg;
+            if (depth < 0 || std::abs(pitchDeg) > 90)
+                continue;
+            GlobeCamera candidate = centred;
+            candidate.yawDeg = (lon - d) / kRadPerDeg;
+            candidate.pitchDeg = pitchDeg;
+            candidate = clamped(candidate);
+            const double distance = std::abs(clamped({candidate.yawDeg - camera.yawDeg, 0, 1}).yawDeg)
+                                    + std::abs(candidate.pitchDeg - camera.pitchDeg);
+            if (!best || distance < bestDistance) {
+                best = candidate;
+                bestDistance = distance;
+            }
+        }
+    }
+    return best.value_or(centred);
+}
+
 } // namespace GlobeProjection

@@ -64,5 +64,9 @@ struct Rotation {
 // the same angular speed whatever the zoom.
 [[nodiscard]] GlobeCamera dragged(const GlobeCamera &camera, QSizeF size, QPointF deltaPx);
 [[nodiscard]] GlobeCamera zoomedBy(const GlobeCamera &camera, double factor);
+// Zoomed by `factor` towards `position`: the place under it stays under it. Where that
+// cannot be (off the globe, a place that would leave the disc when zooming out, or beyond
+// the pitch limit) the zoom is about the centre, and the pitch limited.
+[[nodiscard]] GlobeCamera zoomedAt(const GlobeCamera &camera, QSizeF size, QPointF position, double factor);
 
 } // namespace GlobeProjection

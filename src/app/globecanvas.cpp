@@ -31,6 +31,10 @@ const QColor kPlainDot(255, 200, 87);
 const QColor kLimbDot(255, 200, 87, 110);
 const QColor kFavoriteDot(255, 107, 154);
 const QColor kRecordingDot(255, 59, 48);
+// Land lets the ocean's light show through, so it is lit the same way.
+const QColor kLand(150, 190, 120, 95);
+const QColor kCoastline(205, 230, 240, 190);
+const QColor kBorder(230, 240, 245, 85);
 
 double dotDiameterPx(double zoom)
 {
@@ -56,6 +60,7 @@ QPixmap makeDotSprite(const QColor &colour, double diameterPx, qreal dpr)
 
 GlobeCanvas::GlobeCanvas(QWidget *parent)
     : QWidget(parent)
+    , m_map(WorldMap::bundled())
 {
     setObjectName(QStringLiteral("globeCanvas"));
     setMouseTracking(true);
@@ -113,6 +118,11 @@ void GlobeCanvas::setCamera(const GlobeCamera &camera)
 void GlobeCanvas::zoomBy(double factor)
 {
     changeCamera(zoomedBy(m_camera, factor));
+}
+
+void GlobeCanvas::zoomAt(QPointF position, double factor)
+{
+    changeCamera(zoomedAt(m_camera, size(), position, factor));
 }
 
 void GlobeCanvas::changeCamera(const GlobeCamera &camera)
@@ -227,6 +237,7 @@ void GlobeCanvas::paintEvent(QPaintEvent *)
     }
     painter.drawPixmap(0, 0, m_background);
     painter.setRenderHint(QPainter::Antialiasing);
+    paintMap(painter);
     paintGraticule(painter, turn, radius);
     painter.setRenderHint(QPainter::Antialiasing, false);
 
@@ -322,6 +333,44 @@ void GlobeCanvas::paintOcean(QPainter &painter, double radiusPx)
     painter.drawEllipse(centre, radiusPx, radiusPx);
 }
 
+void GlobeCanvas::paintMap(QPainter &painter)
+{
+    if (m_map.isEmpty())
+        return;
+    if (m_outline.camera != m_camera || m_outline.size != size()) {
+        m_outline.land.clear();
+        m_outline.coastlines.clear();
+        m_outline.borders.clear();
+        GlobeOutline::projectAreas(m_camera, size(), m_map.outlines, m_outline.land);
+        GlobeOutline::projectLines(m_camera, size(), m_map.coastlines, m_outline.coastlines);
+        GlobeOutline::projectLines(m_camera, size(), m_map.borders, m_outline.borders);
+        m_outline.camera = m_camera;
+        m_outline.size = size();
+    }
+    // Land is filled without antialiasing, country by country: an antialiased fill of
+    // outlines that span the globe costs most of a frame, and the coastlines drawn
+    // smoothly on top hide the steps of the fill's edge.
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(kLand);
+    const GlobeOutline::Polylines &land = m_outline.land;
+    for (std::size_t ring = 0; ring < land.ends.size(); ++ring) {
+        const int begin = land.runBegin(ring);
+        painter.drawPolygon(land.points.data() + begin, land.ends[ring] - begin);
+    }
+    painter.setBrush(Qt::NoBrush);
+    painter.setRenderHint(QPainter::Antialiasing);
+    auto stroke = [&](const GlobeOutline::Polylines &lines, const QColor &colour) {
+        painter.setPen(QPen(colour, 1));
+        for (std::size_t run = 0; run < lines.ends.size(); ++run) {
+            const int begin = lines.runBegin(run);
+            painter.drawPolyline(lines.points.data() + begin, lines.ends[run] - begin);
+        }
+    };
+    stroke(m_outline.borders, kBorder);
+    stroke(m_outline.coastlines, kCoastline);
+}
+
 void GlobeCanvas::paintGraticule(QPainter &painter, const Rotation &turn, double radiusPx)
 {
     // Finer sampling when zoomed in, so the lines stay smooth curves.
@@ -397,14 +446,14 @@ bool GlobeCanvas::event(QEvent *event)
     if (event->type() == QEvent::NativeGesture) {
         const auto *gesture = static_cast<QNativeGestureEvent *>(event);
         if (gesture->gestureType() == Qt::ZoomNativeGesture) {
-            zoomBy(1.0 + gesture->value());
+            zoomAt(gesture->position(), 1.0 + gesture->value());
             return true;
         }
     } else if (event->type() == QEvent::Gesture) {
         auto *gestures = static_cast<QGestureEvent *>(event);
         if (auto *pinch = static_cast<QPinchGesture *>(gestures->gesture(Qt::PinchGesture))) {
             if (pinch->changeFlags() & QPinchGesture::ScaleFactorChanged)
-                zoomBy(pinch->scaleFactor());
+                zoomAt(mapFromGlobal(pinch->centerPoint()), pinch->scaleFactor());
             gestures->accept(pinch);
             return true;
         }
@@ -477,7 +526,7 @@ void GlobeCanvas::wheelEvent(QWheelEvent *event)
         event->ignore();
         return;
     }
-    zoomBy(std::pow(kWheelZoomPerNotch, eighths / 120.0));
+    zoomAt(event->position(), std::pow(kWheelZoomPerNotch, eighths / 120.0));
     event->accept();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/globecamera.h"
+#include "app/globeoutline.h"
 #include "stations/station.h"
 
 #include <QList>
@@ -13,14 +14,16 @@
 #include <vector>
 
 // The globe itself: an orthographic view of the earth with one dot per station, turned
-// by dragging, zoomed by wheel, pinch, Ctrl+plus/minus or a double click, and a click
-// that picks the nearest dot on the near side. Knows stations only; the page around it
-// decides what a picked station leads to.
+// by dragging, zoomed by wheel or pinch (towards the pointer), Ctrl+plus/minus or a
+// double click, and a click that picks the nearest dot on the near side. Knows stations
+// only; the page around it decides what a picked station leads to.
 //
 // Painting is sized for a catalogue of thousands: unit vectors are computed once per
 // catalogue; a paint applies one rotation, culls the far side, sorts the dots by colour
 // into buffers that keep their capacity and copies a pre-drawn sprite per dot. The
-// ocean is cached for as long as size and zoom stay.
+// ocean is cached for as long as size and zoom stay. The land (the bundled world map) is
+// projected once per camera and size: turning the globe projects it again, a repaint for
+// the pointer or the selection only draws it.
 //
 // Lives on the GUI thread.
 class GlobeCanvas : public QWidget {
@@ -41,6 +44,8 @@ public:
     [[nodiscard]] const GlobeCamera &camera() const { return m_camera; }
     void setCamera(const GlobeCamera &camera);
     void zoomBy(double factor);
+    // Zooms towards a point of the view: the place under it stays under it.
+    void zoomAt(QPointF position, double factor);
 
     [[nodiscard]] std::optional<Station> selectedStation() const;
     // An unknown id clears the selection.
@@ -81,6 +86,7 @@ private:
     [[nodiscard]] QPointF toScreen(const GlobeProjection::Vec3 &view, double radiusPx) const;
     void paintBackdrop(QPainter &painter);
     void paintOcean(QPainter &painter, double radiusPx);
+    void paintMap(QPainter &painter);
     void paintGraticule(QPainter &painter, const GlobeProjection::Rotation &rotation, double radiusPx);
     void paintLabel(QPainter &painter, QPointF dot, const QString &text);
 
@@ -113,6 +119,17 @@ private:
     std::array<QPixmap, 4> m_sprites;
     double m_spriteDiameter = 0;
     qreal m_spriteDpr = 0;
+
+    // The map as the current camera sees it, in widget pixels.
+    struct MapOutline {
+        GlobeCamera camera;
+        QSize size;
+        GlobeOutline::Polylines land;
+        GlobeOutline::Polylines coastlines;
+        GlobeOutline::Polylines borders;
+    };
+    const WorldMap &m_map;
+    MapOutline m_outline;
 
     QPixmap m_backdrop;   // by size
     QPixmap m_background; // the backdrop with the ocean, by size and zoom

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
 
@@ -86,6 +87,43 @@ TEST(GlobeProjection, YawWrapsAndZoomStaysInRange)
     EXPECT_EQ(zoomedBy({0, 0, 1.5}, 0.25).zoom, GlobeCamera::kMinZoom);
     for (double nonsense : {0.0, -2.0, std::nan("")})
         EXPECT_EQ(zoomedBy({0, 0, 3}, nonsense).zoom, 3);
+}
+
+TEST(GlobeProjection, ZoomingAtAPointKeepsThePlaceUnderIt)
+{
+    const QPointF positions[] = {{400, 300}, {150, 420}, {610, 120}, {520, 560}};
+    for (const GlobeCamera &camera : {GlobeCamera{10, 35, 1}, GlobeCamera{-120, -60, 3}, GlobeCamera{170, 5, 6}}) {
+        for (const QPointF &position : positions) {
+            const auto place = unproject(camera, kView, position);
+            if (!place)
+                continue;
+            for (const double factor : {1.2, 2.5, 1 / 1.2}) {
+                const GlobeCamera zoomed = zoomedAt(camera, kView, position, factor);
+                EXPECT_NEAR(zoomed.zoom, std::clamp(camera.zoom * factor, 1.0, 16.0), 1e-9);
+                if (std::abs(zoomed.pitchDeg) >= GlobeCamera::kMaxPitchDeg)
+                    continue; // held at the pitch limit: the place may slide
+                const auto after = project(zoomed, kView, place->y(), place->x());
+                ASSERT_TRUE(after) << camera.yawDeg << "/" << camera.pitchDeg << " at " << position.x() << ","
+                                   << position.y() << " by " << factor;
+                EXPECT_NEAR(after->x(), position.x(), 0.05);
+                EXPECT_NEAR(after->y(), position.y(), 0.05);
+            }
+        }
+    }
+
+    // Off the globe, or at the zoom limit, it is the zoom about the centre.
+    EXPECT_EQ(zoomedAt({10, 35, 1}, kView, {2, 2}, 1.5), zoomedBy({10, 35, 1}, 1.5));
+    const GlobeCamera camera{10, 35, 2};
+    EXPECT_EQ(zoomedAt({10, 35, GlobeCamera::kMaxZoom}, kView, {600, 200}, 2),
+              (GlobeCamera{10, 35, GlobeCamera::kMaxZoom}));
+    // Zooming out near the rim would push the place off the disc: about the centre too.
+    const QPointF nearRim(400 + radiusPx(camera, kView) * 0.9, 300);
+    EXPECT_EQ(zoomedAt(camera, kView, nearRim, 0.5), zoomedBy(camera, 0.5));
+    // Towards a place near the pole the pitch stops at its limit.
+    const GlobeCamera high{0, 75, 1};
+    const GlobeCamera towardsPole = zoomedAt(high, kView, *project(high, kView, 89, 0), 4);
+    EXPECT_EQ(towardsPole.pitchDeg, GlobeCamera::kMaxPitchDeg);
+    EXPECT_EQ(towardsPole.zoom, 4);
 }
 
 } // namespace

@@ -58,10 +58,10 @@ void drag(QWidget *widget, QPointF from, QPointF to)
     sendMouse(widget, QEvent::MouseButtonRelease, to, Qt::NoButton);
 }
 
-void wheel(QWidget *widget, int eighths)
+void wheel(QWidget *widget, int eighths, std::optional<QPointF> at = std::nullopt)
 {
-    const QPointF centre = QRectF(widget->rect()).center();
-    QWheelEvent event(centre, widget->mapToGlobal(centre), {}, {0, eighths}, Qt::NoButton, Qt::NoModifier,
+    const QPointF position = at.value_or(QRectF(widget->rect()).center());
+    QWheelEvent event(position, widget->mapToGlobal(position), {}, {0, eighths}, Qt::NoButton, Qt::NoModifier,
                       Qt::NoScrollPhase, false);
     QApplication::sendEvent(widget, &event);
 }
@@ -223,6 +223,19 @@ TEST_F(GlobeViewTest, DraggingTurnsTheGlobeWithoutPickingAndTheZoomStaysInRange)
     QApplication::sendEvent(canvas, &pinch);
     EXPECT_DOUBLE_EQ(canvas->camera().zoom, 1.5);
 
+    // Wheel and pinch zoom towards the pointer: Vienna stays under it.
+    canvas->setCamera({0, 30, 1});
+    const QPointF pointer = *canvas->screenPosition("vienna");
+    wheel(canvas, 240, pointer);
+    EXPECT_NEAR(canvas->camera().zoom, 1.44, 1e-9);
+    EXPECT_LT(QLineF(*canvas->screenPosition("vienna"), pointer).length(), 0.5);
+    QNativeGestureEvent pinchAtVienna(Qt::ZoomNativeGesture, QPointingDevice::primaryPointingDevice(), 2, pointer,
+                                      pointer, canvas->mapToGlobal(pointer), 1.0, {});
+    QApplication::sendEvent(canvas, &pinchAtVienna);
+    EXPECT_NEAR(canvas->camera().zoom, 2.88, 1e-9);
+    EXPECT_LT(QLineF(*canvas->screenPosition("vienna"), pointer).length(), 0.5);
+    EXPECT_GT(canvas->camera().yawDeg, 0); // it was not the zoom about the centre
+
     // A double click zooms in on the place under the pointer.
     canvas->setCamera({0, 0, 1});
     const QPointF vienna = *canvas->screenPosition("vienna");
@@ -320,6 +333,53 @@ TEST_F(GlobeViewTest, RendersToAPicture)
             amber += looksAmber(image.pixel(x, y));
     EXPECT_GT(amber, 50); // the dots are there, not just an empty ocean
     EXPECT_EQ(view->stationName()->text(), "Berlin Radio");
+}
+
+// Land is drawn greener than the ocean it lies on, and coastlines lighter than either.
+bool looksLikeLand(QRgb pixel)
+{
+    return qGreen(pixel) > 0.85 * qBlue(pixel);
+}
+bool looksLikeOcean(QRgb pixel)
+{
+    return qBlue(pixel) > 100 && qGreen(pixel) < 0.75 * qBlue(pixel);
+}
+int lightness(QRgb pixel)
+{
+    return std::min({qRed(pixel), qGreen(pixel), qBlue(pixel)});
+}
+
+TEST(GlobeMap, LandAndCoastsAreDrawnWhereTheyAreAndNotThroughTheGlobe)
+{
+    GlobeCanvas canvas;
+    canvas.resize(800, 600);
+    // Over Africa: the Sahara is land, the Gulf of Guinea and the Atlantic are not.
+    canvas.setCamera({10, 10, 1.5});
+    QImage picture = canvas.grab().toImage();
+    auto pixelAt = [&](double lat, double lon) {
+        const auto point = GlobeProjection::project(canvas.camera(), canvas.size(), lat, lon);
+        return point ? picture.pixel(point->toPoint()) : QRgb(0);
+    };
+    EXPECT_TRUE(looksLikeLand(pixelAt(23, 12)));
+    EXPECT_TRUE(looksLikeLand(pixelAt(0, 25)));
+    EXPECT_TRUE(looksLikeOcean(pixelAt(-2, 2)));
+    EXPECT_TRUE(looksLikeOcean(pixelAt(20, -35)));
+
+    // Westwards along 15°N from the open Atlantic to inland Senegal a bright coastline is crossed.
+    int brightest = 0;
+    for (double lon = -25; lon <= -14; lon += 0.05)
+        brightest = std::max(brightest, lightness(pixelAt(15, lon)));
+    EXPECT_GT(brightest, std::max(lightness(pixelAt(15, -25)), lightness(pixelAt(15, -13))) + 40);
+
+    // Over the Pacific, Africa is straight behind the globe: none of it shows through.
+    canvas.setCamera({-150, 0, 1});
+    picture = canvas.grab().toImage();
+    EXPECT_TRUE(looksLikeOcean(picture.pixel(400, 300)));
+    int land = 0;
+    for (int y = 250; y <= 350; y += 5)
+        for (int x = 350; x <= 450; x += 5)
+            land += looksLikeLand(picture.pixel(x, y));
+    EXPECT_EQ(land, 0);
 }
 
 } // namespace
