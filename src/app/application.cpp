@@ -1,7 +1,9 @@
 #include "app/application.h"
 
+#include "app/desktopappearance.h"
 #include "app/mprisservice.h"
 #include "app/scheduleformat.h"
+#include "app/stationlogocache.h"
 #include "app/texts.h"
 #include "engine/enginesettingsstore.h"
 #include "engine/radiorecorder.h"
@@ -42,10 +44,12 @@ Application::Application(ApplicationOptions options, QObject *parent)
     m_directory = std::make_unique<StationDirectory>(m_http, m_directoryBase);
     // The catalogue is fetched when the globe is first shown, not at start.
     m_globe = std::make_unique<GlobeStationStore>(m_http, m_directoryBase);
+    m_logos = std::make_unique<StationLogoCache>(m_http);
     m_tools = std::make_unique<YouTubeService>(m_http);
     if (options.checkForToolUpdate)
         m_tools->updateYtDlpIfNeeded(false);
     m_notifier = std::make_unique<DesktopNotifier>(m_sessionBus);
+    m_appearance = std::make_unique<DesktopAppearance>(m_sessionBus);
 
     RecorderServices::Options recording;
     recording.ffmpegPath = YouTubeService::ffmpegDir() + QStringLiteral("/ffmpeg");

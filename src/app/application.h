@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 
+class DesktopAppearance;
 class DesktopNotifier;
 class EngineSettingsStore;
 class FavoriteStations;
@@ -30,6 +31,7 @@ class RecordingStats;
 class SleepGuard;
 class SniperScheduler;
 class StationListener;
+class StationLogoCache;
 class StationDirectory;
 class TransitionSettings;
 class YouTubeService;
@@ -84,11 +86,15 @@ public:
     RecentStations &recents() { return *m_recents; }
     StationDirectory &directory() { return *m_directory; }
     GlobeStationStore &globe() { return *m_globe; }
+    // Station logos for every table and the player bar, cached under $XDG_CACHE_HOME.
+    StationLogoCache &stationLogos() { return *m_logos; }
     RadioRecorder &recorder();
     SniperScheduler &scheduler();
     SleepGuard &sleepGuard();
     RecorderServices &recorderServices() { return *m_recording; }
     DesktopNotifier &notifier() { return *m_notifier; }
+    // The desktop's light or dark preference, applied to the window's palette.
+    DesktopAppearance &appearance() { return *m_appearance; }
     [[nodiscard]] QDateTime now() const { return m_clock(); }
     YouTubeService &tools() { return *m_tools; }
     // Absent when the library file could not be opened; libraryError() says why.
@@ -153,8 +159,10 @@ private:
     std::unique_ptr<RecentStations> m_recents;
     std::unique_ptr<StationDirectory> m_directory;
     std::unique_ptr<GlobeStationStore> m_globe;
+    std::unique_ptr<StationLogoCache> m_logos;
     std::unique_ptr<YouTubeService> m_tools;
     std::unique_ptr<DesktopNotifier> m_notifier;
+    std::unique_ptr<DesktopAppearance> m_appearance;
     std::unique_ptr<RecorderServices> m_recording;
     std::unique_ptr<TransitionSettings> m_transitions;
     std::unique_ptr<AudioEngine> m_audio;

@@ -1,5 +1,6 @@
 #include "app/libraryview.h"
 
+#include "app/albumgrid.h"
 #include "app/application.h"
 #include "app/libraryfiltermodel.h"
 #include "app/librarymodel.h"
@@ -104,8 +105,22 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     m_empty = available ? UiKit::makeEmptyState(tx("lib.emptyTitle"), tx("lib.emptyHint"), right)
                         : UiKit::makeEmptyState(tx("lib.unavailable"), app.libraryError(), right);
     m_emptyPlaylist = UiKit::makeEmptyState(tx("playlist.emptyTitle"), tx("playlist.emptyHint"), right);
+    // The album grid stands beside the table, hidden until asked for.
+    m_tracksSplit = new QSplitter(Qt::Horizontal, right);
+    m_tracksSplit->setChildrenCollapsible(false);
+    m_tracksSplit->addWidget(m_table);
+    m_albumGrid = new AlbumGrid(app, *m_model, *m_proxy, m_tracksSplit);
+    m_albumGrid->setMinimumWidth(180);
+    m_albumGrid->hide();
+    m_tracksSplit->addWidget(m_albumGrid);
+    m_albumsToggle = new QPushButton(tx("lib.albums"), this);
+    m_albumsToggle->setObjectName(QStringLiteral("albumsToggle"));
+    m_albumsToggle->setToolTip(tx("lib.albumsTip"));
+    m_albumsToggle->setCheckable(true);
+    connect(m_albumsToggle, &QPushButton::toggled, m_albumGrid, &QWidget::setVisible);
+    page.titleRow->addWidget(m_albumsToggle);
     m_stack = new QStackedWidget(right);
-    for (QWidget *widget : {static_cast<QWidget *>(m_table), m_empty, static_cast<QWidget *>(m_playlistTable),
+    for (QWidget *widget : {static_cast<QWidget *>(m_tracksSplit), m_empty, static_cast<QWidget *>(m_playlistTable),
                             m_emptyPlaylist})
         m_stack->addWidget(widget);
     layout->addWidget(m_stack, 1);
@@ -461,7 +476,7 @@ void LibraryView::refreshState()
             m_count->setText(Texts::text("lib.shownFormat").arg(shown).arg(total));
         m_count->setVisible(total > 0);
         m_filter->setEnabled(total > 0 || !m_filter->text().isEmpty());
-        m_stack->setCurrentWidget(total > 0 || !m_model->isLoaded() ? static_cast<QWidget *>(m_table) : m_empty);
+        m_stack->setCurrentWidget(total > 0 || !m_model->isLoaded() ? static_cast<QWidget *>(m_tracksSplit) : m_empty);
     }
     const bool tracksSelected = !playlist && m_table->selectionModel()->hasSelection();
     m_showInFolder->setEnabled(tracksSelected);
@@ -470,7 +485,8 @@ void LibraryView::refreshState()
     m_moveUp->setEnabled(!rows.isEmpty() && rows.last() >= rows.size());
     m_moveDown->setEnabled(!rows.isEmpty() && rows.first() < m_entries->rowCount() - rows.size());
     m_remove->setEnabled(!rows.isEmpty());
-    for (QWidget *button : {static_cast<QWidget *>(m_showInFolder), static_cast<QWidget *>(m_delete)})
+    for (QWidget *button : {static_cast<QWidget *>(m_showInFolder), static_cast<QWidget *>(m_delete),
+                            static_cast<QWidget *>(m_albumsToggle)})
         button->setVisible(!playlist);
     for (QPushButton *button : {m_moveUpButton, m_moveDownButton, m_removeButton})
         button->setVisible(playlist);

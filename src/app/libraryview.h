@@ -6,6 +6,7 @@
 
 #include <functional>
 
+class AlbumGrid;
 class Application;
 class LibraryFilterModel;
 class LibraryModel;
@@ -16,6 +17,7 @@ class QLabel;
 class QLineEdit;
 class QMenu;
 class QPushButton;
+class QSplitter;
 class QStackedWidget;
 class QTableView;
 struct Track;
@@ -72,6 +74,8 @@ public:
     PlaylistPane *playlistPane() const { return m_pane; }
     QTableView *playlistTable() const { return m_playlistTable; }
     PlaylistEntryModel *playlistModel() const { return m_entries; }
+    AlbumGrid *albumGrid() const { return m_albumGrid; }
+    QPushButton *albumsToggle() const { return m_albumsToggle; }
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -95,6 +99,9 @@ private:
     QWidget *m_emptyPlaylist = nullptr;
     QTableView *m_table = nullptr;
     QTableView *m_playlistTable = nullptr;
+    QSplitter *m_tracksSplit = nullptr; // the table and the album grid
+    AlbumGrid *m_albumGrid = nullptr;
+    QPushButton *m_albumsToggle = nullptr;
     QPushButton *m_showInFolder = nullptr;
     QPushButton *m_delete = nullptr;
     QPushButton *m_moveUpButton = nullptr;

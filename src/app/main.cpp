@@ -3,6 +3,7 @@
 #include "app/mainwindow.h"
 #include "app/mprisservice.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 #include "platform/signalwatcher.h"
 
 #include <QApplication>
@@ -16,6 +17,7 @@ int main(int argc, char **argv)
     QApplication::setApplicationName(QStringLiteral("Orvida"));
     QApplication::setOrganizationName(QStringLiteral("Orvida"));
     QApplication::setDesktopFileName(QStringLiteral("app.orvida.Orvida"));
+    ThemeIcons::useInstalledThemeIfNone();
     QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("app.orvida.Orvida")));
     // Recordings outlive the window: the window says when to quit.
     QApplication::setQuitOnLastWindowClosed(false);

@@ -13,7 +13,9 @@
 #include "app/scheduleview.h"
 #include "app/settingsview.h"
 #include "app/stationlistpane.h"
+#include "app/stationlogocache.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 #include "app/toolsgateview.h"
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
@@ -97,6 +99,14 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         m_sidebar->addItem(tx(entry.sidebarKey));
         m_pages->addWidget(entry.view);
     }
+    {
+        using ThemeIcons::Icon;
+        const Icon icons[] = {Icon::Search, Icon::Globe, Icon::Favorites, Icon::Recents,
+                              Icon::Recordings, Icon::Schedule, Icon::Library, Icon::Settings};
+        static_assert(sizeof(icons) / sizeof(icons[0]) == PageCount);
+        for (int page = 0; page < PageCount; ++page)
+            m_sidebar->item(page)->setIcon(ThemeIcons::icon(icons[page]));
+    }
     m_messages = new MessageBar(m_content);
     auto *right = new QVBoxLayout;
     right->setContentsMargins(0, 0, 0, 0);
@@ -106,6 +116,7 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     layout->addWidget(m_sidebar);
     layout->addLayout(right, 1);
     m_nowPlaying = new NowPlayingBar(app.player(), app.transitionSettings(), &app.listener(), m_content);
+    m_nowPlaying->setStationLogos(&app.stationLogos());
     column->addWidget(m_nowPlaying);
     for (const QString &problem : app.startupProblems())
         m_messages->add(problem);

@@ -27,10 +27,16 @@ public:
     [[nodiscard]] const QStringList &messages() const { return m_messages; }
     QPushButton *dismissButton() const { return m_dismiss; }
 
+protected:
+    void changeEvent(QEvent *event) override;
+
 private:
     void refresh();
+    // Colours for the application's palette, light or dark.
+    void restyle();
 
     QStringList m_messages;
     QLabel *m_text = nullptr;
     QPushButton *m_dismiss = nullptr;
+    int m_styledDark = -1; // the palette restyle() last chose for: -1 none yet
 };

@@ -1,7 +1,9 @@
 #include "app/nowplayingbar.h"
 
 #include "app/coverloader.h"
+#include "app/stationlogocache.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 #include "app/transitionmenubutton.h"
 #include "app/upnextpopup.h"
 
@@ -93,11 +95,11 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, Stati
     m_shuffle->setText(QStringLiteral("⇄"));
     m_shuffle->setCheckable(true);
     m_previous = makeButton(this, tx("player.previous"));
-    m_previous->setIcon(style()->standardIcon(QStyle::SP_MediaSkipBackward));
+    m_previous->setIcon(ThemeIcons::icon(ThemeIcons::Icon::Previous));
     m_playPause = makeButton(this, tx("player.playPauseTip"));
     m_playPause->setIconSize(QSize(26, 26));
     m_next = makeButton(this, tx("player.next"));
-    m_next->setIcon(style()->standardIcon(QStyle::SP_MediaSkipForward));
+    m_next->setIcon(ThemeIcons::icon(ThemeIcons::Icon::Next));
     m_repeat = makeButton(this, tx("player.repeatOff"));
     m_repeat->setCheckable(true);
     buttons->addStretch();
@@ -304,9 +306,38 @@ void NowPlayingBar::showLive()
     m_previous->setEnabled(false);
     m_next->setEnabled(false);
     m_coverPath.clear();
-    m_hasCover = false;
-    m_cover->setPixmap(CoverLoader::placeholder(kCoverSize));
+    showStationLogo(station);
     showStatus(m_player.status());
+}
+
+void NowPlayingBar::setStationLogos(StationLogoCache *logos)
+{
+    if (m_logos)
+        disconnect(m_logos, nullptr, this, nullptr);
+    m_logos = logos;
+    if (m_logos) {
+        connect(m_logos, &StationLogoCache::logoChanged, this, [this](const QString &favicon) {
+            const std::optional<Station> &shown = m_failure ? std::optional<Station>(m_failure->first) : m_station;
+            if (shown && shown->favicon == favicon)
+                showStationLogo(*shown);
+        });
+    }
+    if (showsStation())
+        showLive();
+}
+
+void NowPlayingBar::showStationLogo(const Station &station)
+{
+    const QPixmap logo = m_logos ? m_logos->pixmap(station.favicon) : QPixmap();
+    m_hasCover = !logo.isNull();
+    const qreal ratio = devicePixelRatioF();
+    const QSize size = QSize(kCoverSize, kCoverSize) * ratio;
+    QPixmap pixmap = m_hasCover
+        // Favicons are often 16 or 32 pixels: grown to the cover's size, smoothly.
+        ? logo.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation)
+        : StationLogoCache::placeholder().pixmap(size);
+    pixmap.setDevicePixelRatio(ratio);
+    m_cover->setPixmap(pixmap);
 }
 
 void NowPlayingBar::showSaveState(StationListener::SaveState state)
@@ -378,7 +409,7 @@ void NowPlayingBar::showCover(const QString &audioPath, const QImage &image)
 void NowPlayingBar::showStatus(Player::Status status)
 {
     const bool playing = status == Player::Status::playing;
-    m_playPause->setIcon(style()->standardIcon(playing ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
+    m_playPause->setIcon(ThemeIcons::icon(playing ? ThemeIcons::Icon::Pause : ThemeIcons::Icon::Play));
     m_playPause->setAccessibleName(tx(playing ? "player.pause" : "player.play"));
     m_playPause->setEnabled(!m_player.queue().isEmpty() || m_player.isLive() || m_station.has_value());
     if (playing)

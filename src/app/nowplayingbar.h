@@ -6,6 +6,7 @@
 #include "stations/station.h"
 
 #include <QFrame>
+#include <QPointer>
 
 #include <optional>
 
@@ -14,6 +15,7 @@ class QLabel;
 class QPushButton;
 class QSlider;
 class QTimer;
+class StationLogoCache;
 class QToolButton;
 class TransitionMenuButton;
 class TransitionSettings;
@@ -73,8 +75,12 @@ public:
     // "Save this song" (the button, Ctrl+S): arms the save of the song heard, or says why not.
     void saveSong();
 
-    // Whether the cover shows the track's own picture (not the placeholder).
+    // Whether the cover shows the track's own picture or the station's logo (not a
+    // placeholder).
     [[nodiscard]] bool showsCover() const { return m_hasCover; }
+
+    // Where a station's logo comes from while it is shown; null: a placeholder.
+    void setStationLogos(StationLogoCache *logos);
 
     // Re-reads the position now (the timer does so while playing).
     void refreshPosition();
@@ -88,6 +94,7 @@ private:
     void showStatus(Player::Status status);
     void showRepeat(Player::Repeat repeat);
     void showCover(const QString &audioPath, const QImage &image);
+    void showStationLogo(const Station &station);
     void seekTo(int milliseconds);
     void showTimes(int elapsedMs, int durationMs);
 
@@ -98,6 +105,7 @@ private:
     // Station and engine text of a station that broke off, while it is still shown.
     std::optional<std::pair<Station, QString>> m_failure;
     CoverLoader *m_loader = nullptr;
+    QPointer<StationLogoCache> m_logos;
     QString m_coverPath; // the file whose cover is wanted
     bool m_hasCover = false;
     QLabel *m_cover = nullptr;

@@ -2,6 +2,7 @@
 
 #include "app/scheduleformat.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 #include "app/uikit.h"
 #include "engine/sniperscheduler.h"
 
@@ -58,7 +59,7 @@ ScheduleDialog::ScheduleDialog(SniperScheduler &scheduler, Station station, cons
     m_problem = new QLabel(tx("schedule.windowPassed"), this);
     m_problem->setObjectName(QStringLiteral("scheduleProblem"));
     m_problem->setWordWrap(true);
-    m_problem->setStyleSheet(QStringLiteral("color: #c62828;"));
+    m_problem->setStyleSheet(QStringLiteral("color: %1;").arg(ThemeIcons::errorInk(palette()).name()));
     layout->addWidget(m_problem);
 
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);

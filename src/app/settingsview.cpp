@@ -3,6 +3,7 @@
 #include "app/application.h"
 #include "app/autostart.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 #include "app/uikit.h"
 #include "engine/apppaths.h"
 #include "engine/enginesettingsstore.h"
@@ -178,7 +179,7 @@ QWidget *SettingsView::buildStartupGroup()
     m_startAtLoginError = new QLabel(group);
     m_startAtLoginError->setObjectName(QStringLiteral("startAtLoginError"));
     m_startAtLoginError->setWordWrap(true);
-    m_startAtLoginError->setStyleSheet(QStringLiteral("color: #c62828;"));
+    m_startAtLoginError->setStyleSheet(QStringLiteral("color: %1;").arg(ThemeIcons::errorInk(palette()).name()));
     m_startAtLoginError->hide();
     form->addRow(m_startAtLoginError);
     connect(m_startAtLogin, &QCheckBox::toggled, this, &SettingsView::setStartAtLogin);

@@ -3,6 +3,7 @@
 #include "app/application.h"
 #include "app/scheduledialog.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 #include "engine/radiorecorder.h"
 #include "engine/stationlistener.h"
 #include "stations/favoritestations.h"
@@ -36,6 +37,7 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
     m_record->setObjectName(QStringLiteral("recordButton"));
     m_schedule = new QPushButton(tx("schedule.action"), this);
     m_schedule->setObjectName(QStringLiteral("scheduleButton"));
+    m_schedule->setIcon(ThemeIcons::icon(ThemeIcons::Icon::Schedule));
     m_favorite = new QPushButton(this);
     m_favorite->setObjectName(QStringLiteral("favoriteButton"));
     layout->addWidget(m_listen);
@@ -76,9 +78,14 @@ void StationActionBar::refresh()
 {
     const bool recording = m_station && m_app.recorder().isRecordingStation(m_station->id);
     const bool favorite = m_station && m_app.favorites().isFavorite(m_station->id);
-    m_listen->setText(m_station && isHeard(m_app, *m_station) ? tx("station.stopListening") : tx("station.listen"));
+    const bool heard = m_station && isHeard(m_app, *m_station);
+    using ThemeIcons::Icon;
+    m_listen->setText(heard ? tx("station.stopListening") : tx("station.listen"));
+    m_listen->setIcon(ThemeIcons::icon(heard ? Icon::Stop : Icon::Listen));
     m_record->setText(recording ? tx("station.stopRecording") : tx("station.record"));
+    m_record->setIcon(ThemeIcons::icon(recording ? Icon::Stop : Icon::Record));
     m_favorite->setText(favorite ? tx("fav.remove") : tx("fav.add"));
+    m_favorite->setIcon(ThemeIcons::icon(favorite ? Icon::Unfavorite : Icon::Favorite));
     m_listen->setEnabled(m_station.has_value());
     m_record->setEnabled(m_station.has_value());
     m_schedule->setEnabled(m_station.has_value());

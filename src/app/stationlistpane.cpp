@@ -2,6 +2,7 @@
 
 #include "app/application.h"
 #include "app/stationactionbar.h"
+#include "app/stationlogocache.h"
 #include "app/stationtablemodel.h"
 #include "app/texts.h"
 #include "app/uikit.h"
@@ -19,6 +20,9 @@
 #include <QVBoxLayout>
 
 namespace {
+
+// Logos beside station names: as large as the row allows, so a favicon is recognisable.
+constexpr int kLogoSize = 22;
 
 QSet<QString> recordedIds(const RadioRecorder &recorder)
 {
@@ -39,9 +43,11 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(UiKit::kSpacing);
     m_model = new StationTableModel(this);
+    m_model->setLogoCache(&app.stationLogos());
     m_table = new QTableView(this);
     m_table->setModel(m_model);
     UiKit::configureTable(m_table);
+    m_table->setIconSize(QSize(kLogoSize, kLogoSize));
     m_table->setSelectionMode(QAbstractItemView::SingleSelection);
     m_empty = UiKit::makeEmptyState(emptyTitle, emptyHint, this);
     m_stack = new QStackedWidget(this);

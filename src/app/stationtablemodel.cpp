@@ -1,6 +1,8 @@
 #include "app/stationtablemodel.h"
 
+#include "app/stationlogocache.h"
 #include "app/texts.h"
+#include "app/themeicons.h"
 
 #include <QBrush>
 #include <QCollator>
@@ -182,6 +184,22 @@ void StationTableModel::setScheduledIds(const QSet<QString> &ids)
     refreshColumn(NameColumn);
 }
 
+void StationTableModel::setLogoCache(StationLogoCache *logos)
+{
+    if (m_logos)
+        disconnect(m_logos, nullptr, this, nullptr);
+    m_logos = logos;
+    if (m_logos) {
+        connect(m_logos, &StationLogoCache::logoChanged, this, [this](const QString &favicon) {
+            for (qsizetype row = 0; row < m_stations.size(); ++row) {
+                if (m_stations[row].favicon == favicon)
+                    Q_EMIT dataChanged(index(int(row), NameColumn), index(int(row), NameColumn), {Qt::DecorationRole});
+            }
+        });
+    }
+    refreshColumn(NameColumn);
+}
+
 void StationTableModel::refreshColumn(int column)
 {
     if (!m_stations.isEmpty())
@@ -218,8 +236,13 @@ QVariant StationTableModel::data(const QModelIndex &index, int role) const
                 text += QStringLiteral("  ") + tx("fav.scheduled");
             return text;
         }
-        if (role == Qt::DecorationRole && m_scheduledIds.contains(station->id))
-            return clockIcon();
+        if (role == Qt::DecorationRole) {
+            // The plan is the news of the row; the name says which station it is.
+            if (m_scheduledIds.contains(station->id))
+                return clockIcon();
+            if (m_logos)
+                return m_logos->icon(station->favicon);
+        }
         if (role == Qt::ToolTipRole)
             return station->streamUrl;
         if (role == Qt::FontRole && recording) {
@@ -249,7 +272,7 @@ QVariant StationTableModel::data(const QModelIndex &index, int role) const
             if (role == Qt::ToolTipRole)
                 return tx("station.icyTip");
             if (role == Qt::ForegroundRole)
-                return QBrush(QColor(0x2e, 0x7d, 0x32));
+                return QBrush(ThemeIcons::successInk(QGuiApplication::palette()));
         }
         break;
     default:

@@ -4,13 +4,17 @@
 
 #include <QAbstractTableModel>
 #include <QHash>
+#include <QPointer>
 #include <QList>
 #include <QSet>
 
 #include <functional>
 
-// Rows of stations for the radio, favourites and recents views: name, country, codec,
-// bitrate and the badge for stations whose stream sends in-band song titles.
+class StationLogoCache;
+
+// Rows of stations for the radio, favourites and recents views: name (with the station's
+// logo), country, codec, bitrate and the badge for stations whose stream sends in-band
+// song titles.
 //
 // Lives on the GUI thread. A list that extends the one shown (the next page of a search)
 // is announced as inserted rows, so the view keeps its scroll position and selection.
@@ -40,6 +44,9 @@ public:
     void setRecordingIds(const QSet<QString> &ids);
     // Stations with planned recordings: a clock and "fav.scheduled" after the name.
     void setScheduledIds(const QSet<QString> &ids);
+    // Logos beside the names, asked for as rows are drawn; without a cache, no pictures.
+    // A cache that goes away takes its logos along.
+    void setLogoCache(StationLogoCache *logos);
 
     // Set to allow reordering by drag and drop; the ids and the row they were dropped
     // before (rowCount() for the end).
@@ -77,4 +84,5 @@ private:
     QSet<QString> m_favoriteIds;
     QSet<QString> m_recordingIds;
     QSet<QString> m_scheduledIds;
+    QPointer<StationLogoCache> m_logos;
 };

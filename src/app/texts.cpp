@@ -229,6 +229,8 @@ constexpr Entry kEntries[] = {
     {"lib.emptyTitle", "Your library is empty", "Deine Mediathek ist leer"},
     {"lib.emptyHint", "Songs you record are saved here automatically.",
      "Aufgenommene Songs landen automatisch hier."},
+    {"lib.albums", "Albums", "Alben"},
+    {"lib.albumsTip", "Show the albums as covers beside the list", "Die Alben als Cover neben der Liste zeigen"},
     {"lib.unavailable", "The library could not be opened.", "Die Mediathek konnte nicht geöffnet werden."},
     {"library.allTracks", "All Tracks", "Alle Titel"},
     {"library.addToPlaylist", "Add to Playlist", "Zur Playlist hinzufügen"},
