@@ -1,6 +1,7 @@
 #include "app/globeview.h"
 
 #include "app/application.h"
+#include "app/countrynames.h"
 #include "app/globecanvas.h"
 #include "app/stationactionbar.h"
 #include "app/texts.h"
@@ -170,7 +171,7 @@ void GlobeView::showStation(const std::optional<Station> &station)
         m_name->setText(station->name);
         QStringList details;
         if (!station->country.isEmpty())
-            details << station->country;
+            details << CountryNames::display(station->country);
         if (!station->codec.isEmpty())
             details << station->codec;
         if (station->bitrate > 0)

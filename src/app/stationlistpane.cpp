@@ -56,9 +56,11 @@ StationListPane::StationListPane(Application &app, const QString &emptyTitle, co
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &StationListPane::selectionChanged);
     connect(m_model, &QAbstractItemModel::modelReset, this, &StationListPane::selectionChanged);
+    // A double click listens: recording is always asked for by its own button or menu
+    // entry, so a second double click cannot stop a recording and lose its song.
     connect(m_table, &QTableView::doubleClicked, this, [this](const QModelIndex &index) {
         if (const Station *station = m_model->stationAt(index.row()))
-            StationActionBar::toggleRecording(m_app, *station);
+            m_app.listen(*station);
     });
     // Enter listens: the quick way to hear a station found with the keyboard. (Return as
     // well, the same key on most keyboards.)

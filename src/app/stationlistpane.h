@@ -15,8 +15,8 @@ class StationActionBar;
 class StationTableModel;
 
 // A list of stations as the radio, favourites and recents pages show it: the table (or
-// an empty state in its place), the action buttons for the selected row, Enter to listen
-// to the current row, a double click that starts or stops recording, and a context menu with the station actions. Rows
+// an empty state in its place), the action buttons for the selected row, Enter or a double
+// click to listen to a row, and a context menu with the station actions. Rows
 // are marked while their station is recorded or (unless turned off) a favourite.
 //
 // Lives on the GUI thread.

@@ -1,5 +1,6 @@
 #include "app/stationtablemodel.h"
 
+#include "app/countrynames.h"
 #include "app/texts.h"
 
 #include <QBrush>
@@ -161,7 +162,7 @@ QVariant StationTableModel::data(const QModelIndex &index, int role) const
         break;
     case CountryColumn:
         if (role == Qt::DisplayRole)
-            return station->country;
+            return CountryNames::display(station->country);
         break;
     case CodecColumn:
         if (role == Qt::DisplayRole)
