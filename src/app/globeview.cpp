@@ -68,6 +68,8 @@ GlobeView::GlobeView(Application &app, GlobeStationStore &store, QWidget *parent
     m_name = new QLabel(this);
     m_name->setObjectName(QStringLiteral("globeStationName"));
     m_name->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    // The German hint alone is wider than half a screen beside the buttons: it wraps.
+    m_name->setWordWrap(true);
     m_details = UiKit::makeHint(QString(), this);
     m_details->setWordWrap(false);
     m_actions = new StationActionBar(app, this);

@@ -44,6 +44,8 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 namespace {
 
 // The pages' names in the View menu, in sidebar order.
@@ -95,7 +97,12 @@ void MainWindow::buildContent()
 
     m_sidebar = new QListWidget(m_content);
     m_sidebar->setObjectName(QStringLiteral("sidebar"));
-    m_sidebar->setFixedWidth(200);
+    // As wide as the longest page name with a recording badge: 200 px left too little of
+    // half a screen for the pages.
+    int widest = 0;
+    for (const char *key : kPageTitleKeys)
+        widest = std::max(widest, m_sidebar->fontMetrics().horizontalAdvance(tx(key) + QStringLiteral("  ● 9")));
+    m_sidebar->setFixedWidth(std::clamp(widest + 56, 140, 200));
     m_sidebar->setFrameShape(QFrame::NoFrame);
     m_sidebar->setSpacing(2);
     // Tab reaches it and the arrow keys then walk the pages.

@@ -94,7 +94,9 @@ QWidget *SettingsView::buildEngineGroup()
 
     m_scope = new QComboBox(group);
     m_scope->setObjectName(QStringLiteral("engineScope"));
-    m_scope->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    // A long station name is cut rather than widening the page past half a screen.
+    m_scope->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    m_scope->setMinimumContentsLength(24);
     form->addRow(tx("settings.scope"), m_scope);
     m_scopeNote = UiKit::makeHint(QString(), group);
     form->addRow(m_scopeNote);

@@ -166,8 +166,9 @@ TEST_F(WindowLayoutTest, EveryPageFitsIn800PixelsInBothLanguages)
         const QHeaderView *header = table->horizontalHeader();
         EXPECT_LE(header->length(), table->viewport()->width()) << name;
         for (int column = 0; column < LibraryModel::ColumnCount; ++column) {
-            if (column != LibraryModel::TitleColumn && !header->isSectionHidden(column))
+            if (column != LibraryModel::TitleColumn && !header->isSectionHidden(column)) {
                 EXPECT_GT(header->sectionSize(LibraryModel::TitleColumn), header->sectionSize(column)) << column;
+            }
         }
         window.resize(1600, 800);
         QTRY_COMPARE(window.width(), 1600);
