@@ -1,6 +1,7 @@
 #include "app/favoritesview.h"
 
 #include "app/application.h"
+#include "app/countrynames.h"
 #include "app/stationlistpane.h"
 #include "app/stationtablemodel.h"
 #include "app/texts.h"
@@ -94,7 +95,8 @@ void FavoritesView::refresh()
     } else {
         for (const Station &station : all) {
             if (station.name.contains(filter, Qt::CaseInsensitive) ||
-                station.country.contains(filter, Qt::CaseInsensitive))
+                station.country.contains(filter, Qt::CaseInsensitive) ||
+                CountryNames::display(station.country).contains(filter, Qt::CaseInsensitive))
                 shown << station;
         }
     }

@@ -1,6 +1,7 @@
 #include "app/globeview.h"
 
 #include "app/application.h"
+#include "app/countrynames.h"
 #include "app/globecanvas.h"
 #include "app/stationactionbar.h"
 #include "app/texts.h"
@@ -67,6 +68,8 @@ GlobeView::GlobeView(Application &app, GlobeStationStore &store, QWidget *parent
     m_name = new QLabel(this);
     m_name->setObjectName(QStringLiteral("globeStationName"));
     m_name->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    // The German hint alone is wider than half a screen beside the buttons: it wraps.
+    m_name->setWordWrap(true);
     m_details = UiKit::makeHint(QString(), this);
     m_details->setWordWrap(false);
     m_actions = new StationActionBar(app, this);
@@ -170,7 +173,7 @@ void GlobeView::showStation(const std::optional<Station> &station)
         m_name->setText(station->name);
         QStringList details;
         if (!station->country.isEmpty())
-            details << station->country;
+            details << CountryNames::display(station->country);
         if (!station->codec.isEmpty())
             details << station->codec;
         if (station->bitrate > 0)

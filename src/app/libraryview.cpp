@@ -2,6 +2,8 @@
 
 #include "app/albumgrid.h"
 #include "app/application.h"
+#include "app/columnfit.h"
+#include "app/flowlayout.h"
 #include "app/libraryfiltermodel.h"
 #include "app/librarymodel.h"
 #include "app/playlistedits.h"
@@ -16,6 +18,7 @@
 
 #include <QAction>
 #include <QDesktopServices>
+#include <QEvent>
 #include <QFile>
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -38,7 +41,10 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     , m_app(app)
 {
     confirm = [this](const QString &question) {
-        return QMessageBox::question(this, tx("lib.deleteTitle"), question) == QMessageBox::Yes;
+        // No is the default: Enter pressed out of habit keeps the files.
+        return QMessageBox::question(this, tx("lib.deleteTitle"), question, QMessageBox::Yes | QMessageBox::No,
+                                     QMessageBox::No)
+               == QMessageBox::Yes;
     };
     openFolder = [](const QUrl &folder) { QDesktopServices::openUrl(folder); };
 
@@ -77,17 +83,15 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     m_table->setDragDropMode(QAbstractItemView::DragOnly);
     // Fixed row heights and no content-based column sizing: both would measure every row.
     m_table->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    // The columns are fitted to the table's width (fitColumns()), so the title keeps the
+    // widest share and a narrow window drops columns instead of scrolling sideways.
     QHeaderView *header = m_table->horizontalHeader();
     header->setSectionResizeMode(QHeaderView::Interactive);
-    header->setSectionResizeMode(LibraryModel::TitleColumn, QHeaderView::Stretch);
     header->setSectionResizeMode(LibraryModel::FavoriteColumn, QHeaderView::Fixed);
-    header->resizeSection(LibraryModel::FavoriteColumn, 30);
-    header->resizeSection(LibraryModel::ArtistColumn, 150);
-    header->resizeSection(LibraryModel::AlbumColumn, 130);
-    header->resizeSection(LibraryModel::DurationColumn, 70);
-    header->resizeSection(LibraryModel::StationColumn, 120);
-    header->resizeSection(LibraryModel::DateAddedColumn, 130);
-    header->resizeSection(LibraryModel::PlayCountColumn, 80);
+    header->setStretchLastSection(false);
+    header->setMinimumSectionSize(24);
+    m_table->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_table->viewport()->installEventFilter(this);
 
     m_entries = new PlaylistEntryModel(app.library(), this);
     m_playlistTable = new QTableView(right);
@@ -155,6 +159,11 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
         });
         return action;
     };
+    auto *deleteTracks = new QAction(tx("lib.delete"), this);
+    deleteTracks->setShortcut(QKeySequence::Delete);
+    deleteTracks->setShortcutContext(Qt::WidgetShortcut);
+    m_table->addAction(deleteTracks);
+    connect(deleteTracks, &QAction::triggered, this, &LibraryView::deleteSelected);
     m_playTrack = playAction(m_table, LibraryModel::FavoriteColumn, [this](int row) { playFromTableRow(row); });
     m_playEntry = playAction(m_playlistTable, -1, [this](int row) { playFromPlaylistRow(row); });
     connect(m_table, &QAbstractItemView::clicked, this, [this](const QModelIndex &index) {
@@ -168,7 +177,7 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     connect(&player, &Player::currentTrackChanged, m_model,
             [this](const std::optional<Track> &track, int) { m_model->setPlayingTrack(track ? track->id : 0); });
 
-    auto *buttons = new QHBoxLayout;
+    auto *buttons = new FlowLayout;
     m_showInFolder = new QPushButton(tx("lib.showInFolder"), right);
     m_delete = new QPushButton(tx("lib.delete"), right);
     m_moveUpButton = new QPushButton(m_moveUp->text(), right);
@@ -176,7 +185,6 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
     m_removeButton = new QPushButton(m_remove->text(), right);
     for (QPushButton *button : {m_showInFolder, m_delete, m_moveUpButton, m_moveDownButton, m_removeButton})
         buttons->addWidget(button);
-    buttons->addStretch();
     layout->addLayout(buttons);
 
     connect(m_filter, &QLineEdit::textChanged, m_proxy, &LibraryFilterModel::setFilterText);
@@ -226,6 +234,35 @@ LibraryView::LibraryView(Application &app, QWidget *parent)
         menu.exec(m_playlistTable->viewport()->mapToGlobal(pos));
     });
     refreshState();
+}
+
+bool LibraryView::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_table->viewport() && event->type() == QEvent::Resize)
+        fitColumns();
+    return QWidget::eventFilter(watched, event);
+}
+
+void LibraryView::fitColumns()
+{
+    // In column order: width below which it is dropped, share of the rest, what stays longest.
+    constexpr ColumnFit::Column kColumns[LibraryModel::ColumnCount] = {
+        {30, 0, 9}, // favourite star
+        {140, 8, 10}, // title
+        {90, 4, 8}, // artist
+        {80, 3, 4}, // album
+        {60, 0, 7}, // duration
+        {80, 2, 3}, // station
+        {110, 1, 5}, // date added
+        {70, 0, 2}, // plays
+    };
+    const QList<int> widths = ColumnFit::fit(kColumns, m_table->viewport()->width());
+    QHeaderView *header = m_table->horizontalHeader();
+    for (int column = 0; column < widths.size(); ++column) {
+        header->setSectionHidden(column, widths[column] == 0);
+        if (widths[column] > 0)
+            header->resizeSection(column, widths[column]);
+    }
 }
 
 void LibraryView::showEvent(QShowEvent *event)

@@ -79,8 +79,10 @@ public:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    void fitColumns();
     void showPlaylist(qint64 playlistId);
     void fillAddToPlaylistMenu(QMenu *menu);
     void refreshState();

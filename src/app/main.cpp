@@ -4,6 +4,7 @@
 #include "app/mprisservice.h"
 #include "app/texts.h"
 #include "app/themeicons.h"
+#include "app/uilanguage.h"
 #include "platform/signalwatcher.h"
 
 #include <QApplication>
@@ -19,6 +20,8 @@ int main(int argc, char **argv)
     QApplication::setDesktopFileName(QStringLiteral("app.orvida.Orvida"));
     ThemeIcons::useInstalledThemeIfNone();
     QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("app.orvida.Orvida")));
+    // Before anything shows a text: the language chosen in the settings, Qt's included.
+    UiLanguage::apply(UiLanguage::resolve(UiLanguage::stored()));
     // Recordings outlive the window: the window says when to quit.
     QApplication::setQuitOnLastWindowClosed(false);
     // Started at login: straight to the tray, or the background without one.

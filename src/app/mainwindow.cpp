@@ -17,6 +17,7 @@
 #include "app/texts.h"
 #include "app/themeicons.h"
 #include "app/toolsgateview.h"
+#include "app/uilanguage.h"
 #include "engine/radiorecorder.h"
 #include "engine/sniperscheduler.h"
 #include "engine/stationlistener.h"
@@ -25,19 +26,45 @@
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
 
+#include <QAction>
 #include <QCloseEvent>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QShortcut>
+#include <QTableWidget>
 #include <QStackedWidget>
 #include <QSystemTrayIcon>
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
+namespace {
+
+// The pages' names in the View menu, in sidebar order.
+constexpr const char *kPageTitleKeys[] = {"radio.sidebar",  "globe.sidebar",    "fav.sidebar", "recents.sidebar",
+                                          "rec.sidebar",    "schedule.sidebar", "lib.sidebar", "settings.sidebar"};
+static_assert(sizeof(kPageTitleKeys) / sizeof(kPageTitleKeys[0]) == MainWindow::PageCount);
+
+// Keys that act inside a list or a field rather than through a menu, for the overview.
+constexpr std::pair<const char *, const char *> kListKeys[] = {
+    {"shortcuts.playRow", "Return"},
+    {"shortcuts.deleteTrack", "Del"},
+    {"playlist.moveUp", "Alt+Up"},
+    {"playlist.moveDown", "Alt+Down"},
+    {"shortcuts.nextWidget", "Tab, Shift+Tab"},
+};
+
+} // namespace
 
 MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *parent)
     : QMainWindow(parent)
@@ -50,6 +77,17 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         m_options.trayAvailable = &QSystemTrayIcon::isSystemTrayAvailable;
     askOnClose = [this](ClosePolicy::Action question) { return askWithDialog(question); };
 
+    buildContent();
+    for (const QString &problem : app.startupProblems())
+        m_messages->add(problem);
+    finishWindow();
+}
+
+// The pages, the sidebar, the message bar and the now-playing bar: everything that shows
+// interface texts, so a change of language builds it anew.
+void MainWindow::buildContent()
+{
+    Application &app = m_app;
     m_content = new QWidget(this);
     auto *column = new QVBoxLayout(m_content);
     column->setContentsMargins(0, 0, 0, 0);
@@ -61,10 +99,16 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
 
     m_sidebar = new QListWidget(m_content);
     m_sidebar->setObjectName(QStringLiteral("sidebar"));
-    m_sidebar->setFixedWidth(200);
+    // As wide as the longest page name with a recording badge: 200 px left too little of
+    // half a screen for the pages.
+    int widest = 0;
+    for (const char *key : kPageTitleKeys)
+        widest = std::max(widest, m_sidebar->fontMetrics().horizontalAdvance(tx(key) + QStringLiteral("  ● 9")));
+    m_sidebar->setFixedWidth(std::clamp(widest + 56, 140, 200));
     m_sidebar->setFrameShape(QFrame::NoFrame);
     m_sidebar->setSpacing(2);
-    m_sidebar->setFocusPolicy(Qt::NoFocus);
+    // Tab reaches it and the arrow keys then walk the pages.
+    m_sidebar->setFocusPolicy(Qt::StrongFocus);
     m_sidebar->setStyleSheet(QStringLiteral(
         "QListWidget#sidebar { background: palette(window); padding: 16px 8px; border-right: 1px solid palette(mid); }"
         "QListWidget#sidebar::item { padding: 7px 10px; border-radius: 6px; }"
@@ -118,17 +162,16 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
     m_nowPlaying = new NowPlayingBar(app.player(), app.transitionSettings(), &app.listener(), m_content);
     m_nowPlaying->setStationLogos(&app.stationLogos());
     column->addWidget(m_nowPlaying);
-    for (const QString &problem : app.startupProblems())
-        m_messages->add(problem);
     connect(&app, &Application::problem, m_messages, &MessageBar::add);
     connect(&app, &Application::listeningFailed, m_nowPlaying, &NowPlayingBar::showListeningFailed);
     // Said in the bar too; here it stays until dismissed, also when the window was away.
-    connect(&app.listener(), &StationListener::saveFailed, this, [this](const QString &message) {
+    connect(&app.listener(), &StationListener::saveFailed, m_content, [this](const QString &message) {
         m_messages->add(Texts::text("live.saveFailedFormat").arg(Texts::engineMessage(message)));
     });
-    connect(&app.recorder(), &RadioRecorder::saveFailed, this, &MainWindow::showSaveProblem);
+    connect(&app.recorder(), &RadioRecorder::saveFailed, m_content,
+            [this](const QString &stationId, const QString &message) { showSaveProblem(stationId, message); });
     // A notice about a song whose row is gone (its recording was stopped) has no other place.
-    connect(&app.recorder(), &RadioRecorder::saveNotice, this, [this](const QString &stationId, const QString &message) {
+    connect(&app.recorder(), &RadioRecorder::saveNotice, m_content, [this](const QString &stationId, const QString &message) {
         if (!m_recordings->showsStation(stationId))
             showSaveProblem(stationId, message);
     });
@@ -138,6 +181,14 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
 
     connect(m_recordings, &RecordingsView::rowsChanged, this, &MainWindow::updateRecordingsBadge);
     updateRecordingsBadge();
+    // Queued: the rebuild deletes the settings page whose signal this is.
+    connect(m_settings, &SettingsView::languageChosen, this, &MainWindow::setInterfaceLanguage,
+            Qt::QueuedConnection);
+}
+
+void MainWindow::finishWindow()
+{
+    Application &app = m_app;
     connect(&app.recorder(), &RadioRecorder::sessionsChanged, this, &MainWindow::quitIfIdleInBackground);
     connect(&app.scheduler(), &SniperScheduler::itemsChanged, this, &MainWindow::quitIfIdleInBackground);
 
@@ -154,25 +205,8 @@ MainWindow::MainWindow(Application &app, MainWindowOptions options, QWidget *par
         connect(m_gate, &ToolsGateView::allFound, this, &MainWindow::showContent);
     }
 
-    auto *shortcut = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_D), this);
-    shortcut->setContext(Qt::WindowShortcut);
-    connect(shortcut, &QShortcut::activated, this, &MainWindow::toggleCurrentFavorite);
-    auto *saveSong = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_S), this);
-    saveSong->setContext(Qt::WindowShortcut);
-    connect(saveSong, &QShortcut::activated, m_nowPlaying, &NowPlayingBar::saveSong);
-    // A line edit claims Space and Ctrl+arrows for itself before shortcuts are matched
-    // (typing, word moves), so these only act outside text fields.
+    buildMenus();
     Player &player = app.player();
-    const std::pair<QKeySequence, void (Player::*)()> playerKeys[] = {
-        {QKeySequence(Qt::Key_Space), &Player::playPause},
-        {QKeySequence(Qt::CTRL | Qt::Key_Left), &Player::previous},
-        {QKeySequence(Qt::CTRL | Qt::Key_Right), &Player::next},
-    };
-    for (const auto &[keys, command] : playerKeys) {
-        auto *key = new QShortcut(keys, this);
-        key->setContext(Qt::WindowShortcut);
-        connect(key, &QShortcut::activated, &player, command);
-    }
     connect(&player, &Player::trackSkipped, this, [this](const Track &track, const QString &reason) {
         const QString name = track.title.isEmpty() ? track.filePath.value_or(QString()) : track.title;
         // The commonest cause in the user's language; a decoder's own explanation as it is.
@@ -254,7 +288,10 @@ void MainWindow::showToast(const QString &text)
 
 void MainWindow::placeToast()
 {
-    m_toast->move((width() - m_toast->width()) / 2, height() - m_toast->height() - 32);
+    // At the top of the page, beside its title: the buttons of a page are at its bottom.
+    const bool pagesShown = m_pages->isVisible();
+    const QRect area = pagesShown ? QRect(m_pages->mapTo(this, QPoint(0, 0)), m_pages->size()) : rect();
+    m_toast->move(area.x() + (area.width() - m_toast->width()) / 2, area.y() + 12);
 }
 
 void MainWindow::resizeEvent(QResizeEvent *event)
@@ -405,4 +442,190 @@ void MainWindow::showFromTray()
     showNormal();
     raise();
     activateWindow();
+}
+
+void MainWindow::buildMenus()
+{
+    auto command = [this](QMenu *menu, const char *textKey, const QKeySequence &keys, auto slot) {
+        auto *action = menu->addAction(tx(textKey));
+        action->setShortcut(keys);
+        // The whole window, also while the tools screen is in front.
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, this, slot);
+        m_commands.append({textKey, action});
+        return action;
+    };
+    auto menu = [this](const char *titleKey) {
+        QMenu *created = menuBar()->addMenu(tx(titleKey));
+        m_menus.append({titleKey, created});
+        return created;
+    };
+
+    QMenu *file = menu("menu.file");
+    command(file, "menu.settings", QKeySequence(Qt::CTRL | Qt::Key_Comma), [this] { showPage(SettingsPage); })
+        ->setMenuRole(QAction::PreferencesRole);
+    file->addSeparator();
+    command(file, "menu.quit", QKeySequence(Qt::CTRL | Qt::Key_Q), [this] { requestQuit(); })
+        ->setMenuRole(QAction::QuitRole);
+
+    QMenu *view = menu("menu.view");
+    command(view, "menu.find", QKeySequence(Qt::CTRL | Qt::Key_F), [this] { (void)focusSearch(); });
+    view->addSeparator();
+    for (int page = 0; page < PageCount; ++page)
+        command(view, kPageTitleKeys[page], QKeySequence(Qt::CTRL | (Qt::Key_1 + page)),
+                [this, page] { showPage(Page(page)); });
+
+    // A line edit claims Space and Ctrl+arrows for itself before shortcuts are matched
+    // (typing, word moves), so these only act outside text fields.
+    QMenu *playback = menu("menu.playback");
+    Player &player = m_app.player();
+    command(playback, "menu.playPause", QKeySequence(Qt::Key_Space), [&player] { player.playPause(); });
+    command(playback, "menu.previous", QKeySequence(Qt::CTRL | Qt::Key_Left), [&player] { player.previous(); });
+    command(playback, "menu.next", QKeySequence(Qt::CTRL | Qt::Key_Right), [&player] { player.next(); });
+    playback->addSeparator();
+    // The bar of the moment: a change of language builds a new one.
+    command(playback, "menu.saveSong", QKeySequence(Qt::CTRL | Qt::Key_S), [this] { m_nowPlaying->saveSong(); });
+    command(playback, "menu.favorite", QKeySequence(Qt::CTRL | Qt::Key_D), [this] { toggleCurrentFavorite(); });
+
+    QMenu *help = menu("menu.help");
+    command(help, "menu.shortcuts", QKeySequence(Qt::Key_F1), [this] { showShortcuts(); });
+}
+
+void MainWindow::retranslateMenus()
+{
+    for (const auto &[titleKey, menu] : std::as_const(m_menus))
+        menu->setTitle(tx(titleKey));
+    for (const MenuCommand &entry : std::as_const(m_commands))
+        entry.action->setText(tx(entry.textKey));
+}
+
+QAction *MainWindow::menuAction(const char *textKey) const
+{
+    for (const MenuCommand &entry : m_commands) {
+        if (qstrcmp(entry.textKey, textKey) == 0)
+            return entry.action;
+    }
+    return nullptr;
+}
+
+QList<std::pair<QString, QString>> MainWindow::shortcutList() const
+{
+    QList<std::pair<QString, QString>> rows;
+    for (const MenuCommand &entry : m_commands) {
+        QString what = entry.action->text();
+        what.remove(QLatin1Char('&'));
+        rows.append({what, entry.action->shortcut().toString(QKeySequence::NativeText)});
+    }
+    for (const auto &[textKey, keys] : kListKeys) {
+        // Each of a list of keys in the desktop's notation ("Entf" in German).
+        QStringList shown;
+        for (const QString &key : QString::fromLatin1(keys).split(QStringLiteral(", ")))
+            shown << QKeySequence(key, QKeySequence::PortableText).toString(QKeySequence::NativeText);
+        rows.append({tx(textKey), shown.join(QStringLiteral(", "))});
+    }
+    return rows;
+}
+
+void MainWindow::showShortcuts()
+{
+    QDialog dialog(this);
+    dialog.setObjectName(QStringLiteral("shortcutsDialog"));
+    dialog.setWindowTitle(tx("shortcuts.title"));
+    auto *layout = new QVBoxLayout(&dialog);
+    const QList<std::pair<QString, QString>> rows = shortcutList();
+    auto *table = new QTableWidget(int(rows.size()), 2, &dialog);
+    table->setHorizontalHeaderLabels({tx("shortcuts.action"), tx("shortcuts.keys")});
+    table->verticalHeader()->hide();
+    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table->setTabKeyNavigation(false);
+    table->setShowGrid(false);
+    for (int row = 0; row < rows.size(); ++row) {
+        table->setItem(row, 0, new QTableWidgetItem(rows[row].first));
+        table->setItem(row, 1, new QTableWidgetItem(rows[row].second));
+    }
+    table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    table->horizontalHeader()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
+    layout->addWidget(table);
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Close, &dialog);
+    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    layout->addWidget(buttons);
+    dialog.resize(480, 520);
+    dialog.exec();
+}
+
+bool MainWindow::focusSearch()
+{
+    QLineEdit *field = nullptr;
+    switch (currentPage()) {
+    case FavoritesPage:
+        field = m_favorites->filterField();
+        break;
+    case LibraryPage:
+        // Hidden while a playlist is shown: it filters the whole library only.
+        field = m_library->filterField();
+        break;
+    default:
+        // Pages without a search of their own: finding a station is what is meant there.
+        showPage(RadioPage);
+        field = m_radio->searchField();
+        break;
+    }
+    if (!field || field->isHidden() || !field->isEnabled())
+        return false;
+    field->setFocus(Qt::ShortcutFocusReason);
+    field->selectAll();
+    return true;
+}
+
+void MainWindow::requestQuit()
+{
+    ClosePolicy::Situation situation;
+    situation.runningRecordings = int(m_app.recorder().sessions().size());
+    situation.plannedRecordings = int(m_app.scheduler().items().size());
+    situation.trayAvailable = m_options.trayAvailable();
+    // A remembered "keep in the tray" is the answer for closing the window, not for Quit.
+    switch (ClosePolicy::decide(situation)) {
+    case ClosePolicy::Action::Quit:
+        quit();
+        return;
+    case ClosePolicy::Action::HideToTray:
+    case ClosePolicy::Action::AskTray:
+    case ClosePolicy::Action::AskBackground:
+        break;
+    }
+    switch (askOnClose(situation.trayAvailable ? ClosePolicy::Action::AskTray : ClosePolicy::Action::AskBackground)) {
+    case CloseAnswer::Quit:
+        quit();
+        return;
+    case CloseAnswer::KeepRunning:
+        if (situation.trayAvailable)
+            goToTray();
+        else
+            goToBackground();
+        return;
+    case CloseAnswer::Cancel:
+        return;
+    }
+}
+
+void MainWindow::setInterfaceLanguage(Texts::Language language)
+{
+    UiLanguage::apply(language);
+    const Page page = currentPage();
+    const QStringList messages = m_messages->messages();
+    QWidget *old = m_content;
+    const bool contentShown = m_root->currentWidget() == old;
+    buildContent();
+    for (const QString &message : messages)
+        m_messages->add(message);
+    m_root->insertWidget(m_root->indexOf(old), m_content);
+    if (contentShown)
+        m_root->setCurrentWidget(m_content);
+    m_root->removeWidget(old);
+    // Later: the call may come from a signal of the old settings page.
+    old->deleteLater();
+    showPage(page);
+    setWindowTitle(tx("app.title"));
+    retranslateMenus();
 }

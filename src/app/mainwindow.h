@@ -4,6 +4,8 @@
 
 #include <QMainWindow>
 
+#include "app/texts.h"
+
 #include <functional>
 
 class Application;
@@ -12,8 +14,10 @@ class GlobeView;
 class LibraryView;
 class MessageBar;
 class NowPlayingBar;
+class QAction;
 class QLabel;
 class QListWidget;
+class QMenu;
 class QStackedWidget;
 class QTimer;
 class RadioView;
@@ -39,8 +43,10 @@ struct MainWindowOptions {
 
 // The main window: a sidebar of pages (radio, favourites, recents, recordings, schedule,
 // library, settings) and, while ffmpeg or yt-dlp is missing, the tools screen in front of them.
+// The menu bar holds every command with its keys (Ctrl+1.. the pages, Ctrl+F the page's
+// search, Ctrl+, the settings, Ctrl+Q quit, the player's keys) and Help lists them all.
 // Ctrl+D adds or removes the station that is playing as a favourite and shows a short
-// notice. Above the pages, a message bar keeps what went wrong in the background (a state
+// notice at the top of the page, where it covers no buttons. Above the pages, a message bar keeps what went wrong in the background (a state
 // file not written, a song not saved) until the user dismisses it.
 // At the bottom, the now-playing bar runs the player: Space plays and pauses (a text field
 // with the focus keeps its Space), Ctrl+Left and Ctrl+Right go to the previous and the
@@ -50,6 +56,11 @@ struct MainWindowOptions {
 // Closing the window does not end recordings: ClosePolicy decides whether it quits, goes
 // to the tray or (without a tray) asks to record on in the background. Quitting is asked
 // of the program with quitRequested(); main() then shuts the services down in order.
+// Ctrl+Q quits at once when nothing records or is planned, and otherwise asks the close
+// question first.
+//
+// A change of the interface language builds the content anew (the views take their texts
+// when they are built); the page, the messages and the player go on as they were.
 //
 // Lives on the GUI thread and borrows every service from the Application.
 class MainWindow : public QMainWindow {
@@ -91,6 +102,8 @@ public:
     // What went wrong in the background (storage problems, failed saves) until dismissed.
     MessageBar *messageBar() const { return m_messages; }
     NowPlayingBar *nowPlayingBar() const { return m_nowPlaying; }
+    // The page list; takes the keyboard focus, the arrow keys change the page.
+    QListWidget *sidebar() const { return m_sidebar; }
     [[nodiscard]] bool showsToolsGate() const;
 
     // Started at login (--hidden): no window; the tray, or the background while anything
@@ -98,6 +111,22 @@ public:
     void startHidden();
     // Ends the program: the window closes without asking and quitRequested() follows.
     void quit();
+    // Ctrl+Q: quit(), after the close question while anything records or is planned.
+    void requestQuit();
+    // Ctrl+F: the search or filter field of the page shown gets the focus, all selected;
+    // on a page without one, the radio page's search. False when there is none to focus.
+    bool focusSearch();
+    // Our texts and Qt's in `language`, and the content built anew in it.
+    void setInterfaceLanguage(Texts::Language language);
+
+    // The command behind a menu entry, by its text key ("menu.find", "menu.quit", ...);
+    // null for an unknown key.
+    [[nodiscard]] QAction *menuAction(const char *textKey) const;
+    // Every keyboard shortcut as (what it does, its keys in the desktop's notation), the
+    // menu's commands first; what the shortcuts overview lists.
+    [[nodiscard]] QList<std::pair<QString, QString>> shortcutList() const;
+    // Help > Keyboard Shortcuts.
+    void showShortcuts();
     // Absent until the window first goes to the tray.
     RecorderTray *tray() const { return m_tray; }
     // Running without a window and without a tray; quits once nothing records or is planned.
@@ -116,6 +145,10 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private:
+    void buildContent();
+    void finishWindow();
+    void buildMenus();
+    void retranslateMenus();
     void showContent();
     void showToast(const QString &text);
     void placeToast();
@@ -151,4 +184,11 @@ private:
     bool m_background = false;
     QTimer *m_trayRetry = nullptr;
     bool m_quitting = false;
+    struct MenuCommand {
+        const char *textKey;
+        QAction *action;
+    };
+    QList<MenuCommand> m_commands;
+    // The menus by their title keys, renamed with the language.
+    QList<std::pair<const char *, QMenu *>> m_menus;
 };

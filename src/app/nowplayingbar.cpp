@@ -68,7 +68,9 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, Stati
     m_artist->setTextFormat(Qt::PlainText);
     m_artist->setForegroundRole(QPalette::PlaceholderText);
     for (QLabel *label : { m_title, m_artist }) {
-        label->setFixedWidth(220);
+        // Narrower in a half-screen window; a long title is cut, its tooltip has it all.
+        label->setMinimumWidth(120);
+        label->setMaximumWidth(220);
         label->setTextInteractionFlags(Qt::NoTextInteraction);
     }
     m_badge = new QLabel(tx("live.badge"), this);

@@ -24,7 +24,9 @@ PlaylistPane::PlaylistPane(LibraryStore *store, QWidget *parent)
         return ok ? std::optional<QString>(text) : std::nullopt;
     };
     confirm = [this](const QString &question) {
-        return QMessageBox::question(this, tx("playlist.deleteTitle"), question) == QMessageBox::Yes;
+        return QMessageBox::question(this, tx("playlist.deleteTitle"), question,
+                                     QMessageBox::Yes | QMessageBox::No, QMessageBox::No)
+               == QMessageBox::Yes;
     };
 
     auto *layout = new QVBoxLayout(this);

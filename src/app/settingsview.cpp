@@ -2,8 +2,10 @@
 
 #include "app/application.h"
 #include "app/autostart.h"
+#include "app/elidedlabel.h"
 #include "app/texts.h"
 #include "app/themeicons.h"
+#include "app/uilanguage.h"
 #include "app/uikit.h"
 #include "engine/apppaths.h"
 #include "engine/enginesettingsstore.h"
@@ -68,6 +70,7 @@ SettingsView::SettingsView(Application &app, QWidget *parent)
     layout->addWidget(UiKit::makeTitle(tx("settings.title"), page));
     layout->addWidget(buildEngineGroup());
     layout->addWidget(buildNamingGroup());
+    layout->addWidget(buildLanguageGroup());
     layout->addWidget(buildStartupGroup());
     layout->addWidget(buildStatsGroup());
     layout->addStretch();
@@ -92,7 +95,9 @@ QWidget *SettingsView::buildEngineGroup()
 
     m_scope = new QComboBox(group);
     m_scope->setObjectName(QStringLiteral("engineScope"));
-    m_scope->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    // A long station name is cut rather than widening the page past half a screen.
+    m_scope->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    m_scope->setMinimumContentsLength(24);
     form->addRow(tx("settings.scope"), m_scope);
     m_scopeNote = UiKit::makeHint(QString(), group);
     form->addRow(m_scopeNote);
@@ -137,12 +142,9 @@ QWidget *SettingsView::buildNamingGroup()
     form->addRow(tx("settings.namePattern"), m_namePattern);
     form->addRow(tx("settings.folderPattern"), m_folderPattern);
     form->addRow(UiKit::makeHint(tx("settings.patternHelp"), group));
-    m_preview = new QLabel(group);
+    // A long path loses its middle instead of widening the page; the tooltip holds it all.
+    m_preview = new ElidedLabel(group);
     m_preview->setObjectName(QStringLiteral("namingPreview"));
-    m_preview->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    // A long path is cut at the right instead of widening the page; the tooltip holds it all.
-    m_preview->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
-    m_preview->setMinimumWidth(100);
     form->addRow(tx("settings.preview"), m_preview);
 
     auto *folderRow = new QHBoxLayout;
@@ -380,4 +382,28 @@ void SettingsView::refreshStats()
     }
     if (rows.isEmpty())
         new QTreeWidgetItem(m_byStation, {tx("settings.statsNone"), QString()});
+}
+
+QWidget *SettingsView::buildLanguageGroup()
+{
+    auto *group = new QGroupBox(tx("settings.language"));
+    auto *form = new QFormLayout(group);
+    m_language = new QComboBox(group);
+    m_language->setObjectName(QStringLiteral("interfaceLanguage"));
+    const std::pair<const char *, UiLanguage::Choice> choices[] = {{"settings.languageSystem", UiLanguage::Choice::System},
+                                                                   {"settings.languageEnglish", UiLanguage::Choice::English},
+                                                                   {"settings.languageGerman", UiLanguage::Choice::German}};
+    for (const auto &[key, choice] : choices)
+        m_language->addItem(tx(key), int(choice));
+    m_language->setCurrentIndex(m_language->findData(int(UiLanguage::stored())));
+    form->addRow(tx("settings.languageLabel"), m_language);
+    connect(m_language, &QComboBox::currentIndexChanged, this, [this] {
+        const auto choice = UiLanguage::Choice(m_language->currentData().toInt());
+        if (const StateResult written = UiLanguage::store(choice); !written) {
+            // Shown for this run all the same; the next start goes back to what is stored.
+            m_app.reportProblem(written.error);
+        }
+        Q_EMIT languageChosen(UiLanguage::resolve(choice));
+    });
+    return group;
 }

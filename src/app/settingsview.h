@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/texts.h"
+
 #include <QString>
 #include <QWidget>
 
@@ -17,7 +19,7 @@ class QTreeWidget;
 
 // Settings: the engine record (for all stations, or one station's override chosen by
 // id), the naming patterns with a live example, the radio folder, starting at login and
-// the recording statistics. Every edit is written at once, so a running recording picks it up with its
+// the recording statistics, and the interface language. Every edit is written at once, so a running recording picks it up with its
 // next song.
 //
 // Lives on the GUI thread.
@@ -51,8 +53,15 @@ public:
     QLabel *todayLabel() const { return m_today; }
     QLabel *totalLabel() const { return m_total; }
     QTreeWidget *byStationList() const { return m_byStation; }
+    // System, English, German, in that order.
+    QComboBox *languageBox() const { return m_language; }
+
+Q_SIGNALS:
+    // The user chose another interface language (already stored); the window applies it.
+    void languageChosen(Texts::Language language);
 
 private:
+    QWidget *buildLanguageGroup();
     QWidget *buildEngineGroup();
     QWidget *buildNamingGroup();
     QWidget *buildStartupGroup();
@@ -91,4 +100,5 @@ private:
     QLabel *m_today = nullptr;
     QLabel *m_total = nullptr;
     QTreeWidget *m_byStation = nullptr;
+    QComboBox *m_language = nullptr;
 };

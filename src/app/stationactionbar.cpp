@@ -1,6 +1,7 @@
 #include "app/stationactionbar.h"
 
 #include "app/application.h"
+#include "app/flowlayout.h"
 #include "app/scheduledialog.h"
 #include "app/texts.h"
 #include "app/themeicons.h"
@@ -9,7 +10,6 @@
 #include "stations/favoritestations.h"
 
 #include <QApplication>
-#include <QHBoxLayout>
 #include <QMenu>
 #include <QPointer>
 #include <QPushButton>
@@ -29,8 +29,8 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
     : QWidget(parent)
     , m_app(app)
 {
-    auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(0, 0, 0, 0);
+    // Wraps in a narrow window: four German labels side by side are wider than half a screen.
+    auto *layout = new FlowLayout(this);
     m_listen = new QPushButton(this);
     m_listen->setObjectName(QStringLiteral("listenButton"));
     m_record = new QPushButton(this);
@@ -44,7 +44,6 @@ StationActionBar::StationActionBar(Application &app, QWidget *parent)
     layout->addWidget(m_record);
     layout->addWidget(m_schedule);
     layout->addWidget(m_favorite);
-    layout->addStretch();
 
     connect(m_listen, &QPushButton::clicked, this, [this] {
         if (m_station)

@@ -1,6 +1,7 @@
 #include "app/stationtablemodel.h"
 
 #include "app/stationlogocache.h"
+#include "app/countrynames.h"
 #include "app/texts.h"
 #include "app/themeicons.h"
 
@@ -253,7 +254,7 @@ QVariant StationTableModel::data(const QModelIndex &index, int role) const
         break;
     case CountryColumn:
         if (role == Qt::DisplayRole)
-            return station->country;
+            return CountryNames::display(station->country);
         break;
     case CodecColumn:
         if (role == Qt::DisplayRole)

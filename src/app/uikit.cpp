@@ -86,6 +86,8 @@ void configureTable(QTableView *table)
     table->setAlternatingRowColors(true);
     table->setShowGrid(false);
     table->setWordWrap(false);
+    // Tab goes to the next control, not the next cell: rows are what a list selects.
+    table->setTabKeyNavigation(false);
     table->verticalHeader()->hide();
     table->verticalHeader()->setDefaultSectionSize(table->fontMetrics().height() + 12);
     table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);

@@ -5,6 +5,7 @@
 #include "engine/sniperscheduler.h"
 #include "engine/radiorecorder.h"
 #include "app/toolsgateview.h"
+#include "app/uilanguage.h"
 #include "library/librarystore.h"
 #include "stations/favoritestations.h"
 #include "stations/recentstations.h"
@@ -56,6 +57,12 @@ void saveScreenshot(QWidget *widget, const QString &name)
 // <build>/screenshots/<page>.png. Also checks each picture really shows its page.
 class ScreenshotTest : public AppFixture {
 protected:
+    void TearDown() override
+    {
+        UiLanguage::apply(Texts::Language::English);
+        AppFixture::TearDown();
+    }
+
     static void save(QWidget *widget, const QString &name) { saveScreenshot(widget, name); }
 };
 
@@ -95,16 +102,29 @@ TEST_F(ScreenshotTest, EveryPageRenders)
     window.resize(1100, 700);
     window.show();
     const std::pair<MainWindow::Page, const char *> pages[] = {
-        {MainWindow::RadioPage, "radio"},           {MainWindow::FavoritesPage, "favorites"},
-        {MainWindow::RecentsPage, "recents"},       {MainWindow::RecordingsPage, "recordings"},
-        {MainWindow::LibraryPage, "library"},       {MainWindow::SettingsPage, "settings"},
-        {MainWindow::SchedulePage, "schedule"}};
-    for (const auto &[page, name] : pages) {
-        window.showPage(page);
-        ASSERT_EQ(window.currentPage(), page);
-        QTest::qWait(50);
-        save(&window, QString::fromLatin1(name));
+        {MainWindow::RadioPage, "radio"},           {MainWindow::GlobePage, "globe"},
+        {MainWindow::FavoritesPage, "favorites"},   {MainWindow::RecentsPage, "recents"},
+        {MainWindow::RecordingsPage, "recordings"}, {MainWindow::LibraryPage, "library"},
+        {MainWindow::SettingsPage, "settings"},     {MainWindow::SchedulePage, "schedule"}};
+    // Half of a 1920 px screen and a wide window, in both languages: "library-de-800.png".
+    const std::pair<Texts::Language, const char *> languages[] = {{Texts::Language::English, "en"},
+                                                                   {Texts::Language::German, "de"}};
+    for (const auto &[language, suffix] : languages) {
+        window.setInterfaceLanguage(language);
+        for (const int width : {800, 1600}) {
+            window.resize(width, 700);
+            for (const auto &[page, name] : pages) {
+                window.showPage(page);
+                ASSERT_EQ(window.currentPage(), page);
+                QTest::qWait(50);
+                // Nothing forces the window wider than asked.
+                EXPECT_EQ(window.width(), width) << name;
+                save(&window, QStringLiteral("%1-%2-%3").arg(QLatin1String(name), QLatin1String(suffix)).arg(width));
+            }
+        }
     }
+    window.setInterfaceLanguage(Texts::Language::English);
+    window.resize(1100, 700);
 
     ScheduleDialog scheduleDialog(app->scheduler(), makeStation("s1", names[1]), app->now());
     scheduleDialog.show();
