@@ -175,6 +175,25 @@ StateResult SniperScheduler::remove(const QUuid &id)
     return written;
 }
 
+StateResult SniperScheduler::update(const ScheduledRecording &plan)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    QList<ScheduledRecording> items = m_items;
+    const auto it = std::find_if(items.begin(), items.end(), [&](const ScheduledRecording &p) { return p.id == plan.id; });
+    if (it == items.end())
+        return {};
+    *it = plan;
+    Schedule::sortByStart(items);
+    StateResult written = commit(std::move(items));
+    if (!written)
+        return written;
+    updatePowerAssertion();
+    // The new window may start within the hour.
+    if (m_lidKeeper)
+        m_lidKeeper->scheduleAdded();
+    return written;
+}
+
 void SniperScheduler::replace(const ScheduledRecording &old, const ScheduledRecording &with)
 {
     const auto it
