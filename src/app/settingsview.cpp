@@ -372,14 +372,15 @@ bool SettingsView::checkPatterns()
 
 void SettingsView::savePatterns()
 {
-    // A pattern with an unknown placeholder would put "%foo%" into every file name: it
-    // stays in its field, marked, and the stored one stays in force.
-    if (!checkPatterns())
-        return;
+    checkPatterns();
     // An empty field means "the default", which the engine reads as a missing key.
     const std::pair<const QString &, QLineEdit *> fields[] = {
         {kNamePatternKey, m_namePattern}, {kFolderPatternKey, m_folderPattern}, {kRadioDirKey, m_radioFolder}};
     for (const auto &[key, field] : fields) {
+        // A pattern with an unknown placeholder would put "%foo%" into every file name: it
+        // stays in its field, marked, and the stored one stays in force.
+        if (!field->property("unknownPlaceholders").toStringList().isEmpty())
+            continue;
         const QString value = field->text().trimmed();
         StateResult written;
         if (value.isEmpty()) {

@@ -142,4 +142,26 @@ TEST_F(SchedulePageTest, EditingAPlanReplacesItKeepingItsIdAndStation)
     EXPECT_EQ(view.table()->item(0, ScheduleView::ModeColumn)->text(), QStringLiteral("Whole show"));
 }
 
+// Moving a window that records away from now ends its recording, and the page lists it.
+TEST_F(SchedulePageTest, MovingARunningWindowLaterEndsItsRecording)
+{
+    server.route("/live",
+        FixtureServer::Script::head("ICY 200 OK", {{"icy-metaint", "1000"}}).send(QByteArray(1000, 'a') + char(0)).hang());
+    const Station live = Station::custom(QString::fromLatin1(server.url("/live")), QStringLiteral("Fixture FM"));
+    const ScheduledRecording plan = ScheduledRecording::make(live, now, now.addSecs(600), Mode::SplitTracks, std::nullopt);
+    ASSERT_TRUE(app->scheduler().add(plan));
+    ScheduleView view(*app);
+    app->scheduler().tick();
+    ASSERT_TRUE(app->recorder().isRecordingStation(live));
+
+    ScheduledRecording moved = plan;
+    moved.start = now.addSecs(3600);
+    moved.end = now.addSecs(4200);
+    ASSERT_TRUE(app->scheduler().update(moved));
+    EXPECT_FALSE(app->recorder().isRecordingStation(live));
+    EXPECT_EQ(view.pastList()->topLevelItemCount(), 1);
+    app->scheduler().tick();
+    EXPECT_FALSE(app->recorder().isRecordingStation(live));
+}
+
 } // namespace
