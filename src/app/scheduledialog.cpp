@@ -73,6 +73,37 @@ ScheduleDialog::ScheduleDialog(SniperScheduler &scheduler, Station station, cons
     refresh();
 }
 
+namespace {
+
+// The station a plan records; a plan whose fields no longer make a valid station is
+// still shown by name so the user can move or remove it.
+Station stationOf(const ScheduledRecording &plan)
+{
+    if (std::optional<Station> station = plan.station())
+        return *station;
+    Station station;
+    station.id = plan.stationId;
+    station.name = plan.stationName;
+    station.streamUrl = plan.streamUrl;
+    return station;
+}
+
+} // namespace
+
+ScheduleDialog::ScheduleDialog(
+    SniperScheduler &scheduler, const ScheduledRecording &plan, const QDateTime &now, QWidget *parent)
+    : ScheduleDialog(scheduler, stationOf(plan), now, parent)
+{
+    m_editing = plan;
+    setWindowTitle(tx("schedule.editTitle"));
+    m_add->setText(tx("schedule.save"));
+    m_start->setDateTime(plan.start.toLocalTime());
+    m_end->setTime(plan.end.toLocalTime().time());
+    m_mode->setCurrentIndex(m_mode->findData(int(plan.mode)));
+    m_repeat->setCurrentIndex(m_repeat->findData(int(plan.repeatRule.value_or(RepeatRule::None))));
+    refresh();
+}
+
 QDateTime ScheduleDialog::defaultStart(const QDateTime &now)
 {
     const QDateTime later = now.addSecs(3600);
@@ -126,8 +157,19 @@ void ScheduleDialog::accept()
 {
     if (end() <= m_now)
         return;
-    const ScheduledRecording plan = ScheduledRecording::make(m_station, start(), end(), mode(), repeatRule());
-    const StateResult written = m_scheduler.add(plan);
+    ScheduledRecording plan;
+    if (m_editing) {
+        plan = *m_editing;
+        plan.start = start();
+        plan.end = end();
+        plan.mode = mode();
+        // An absent rule means "none"; it stays absent unless the user chose a repeat.
+        if (plan.repeatRule || repeatRule() != RepeatRule::None)
+            plan.repeatRule = repeatRule();
+    } else {
+        plan = ScheduledRecording::make(m_station, start(), end(), mode(), repeatRule());
+    }
+    const StateResult written = m_editing ? m_scheduler.update(plan) : m_scheduler.add(plan);
     if (!written) {
         // Stays open with the reason: closing would read as "planned".
         m_problem->setText(written.error);

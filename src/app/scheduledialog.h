@@ -29,6 +29,10 @@ class ScheduleDialog : public QDialog {
 
 public:
     ScheduleDialog(SniperScheduler &scheduler, Station station, const QDateTime &now, QWidget *parent = nullptr);
+    // Edits `plan`: the fields start with its window, mode and rule, and accepting puts
+    // the changed plan (same id, same station) in its place.
+    ScheduleDialog(SniperScheduler &scheduler, const ScheduledRecording &plan, const QDateTime &now,
+        QWidget *parent = nullptr);
 
     // An hour after `now`, seconds dropped.
     [[nodiscard]] static QDateTime defaultStart(const QDateTime &now);
@@ -41,7 +45,7 @@ public:
     [[nodiscard]] QDateTime end() const;
     [[nodiscard]] ScheduledRecording::Mode mode() const;
     [[nodiscard]] ScheduledRecording::RepeatRule repeatRule() const;
-    // The plan added by accepting; absent before that.
+    // The plan added (or, when editing, saved) by accepting; absent before that.
     [[nodiscard]] const std::optional<ScheduledRecording> &addedPlan() const { return m_added; }
 
     QDateTimeEdit *startEdit() const { return m_start; }
@@ -59,6 +63,7 @@ private:
     SniperScheduler &m_scheduler;
     const Station m_station;
     const QDateTime m_now;
+    std::optional<ScheduledRecording> m_editing;
     std::optional<ScheduledRecording> m_added;
     QDateTimeEdit *m_start = nullptr;
     QTimeEdit *m_end = nullptr;

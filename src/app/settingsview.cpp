@@ -8,9 +8,11 @@
 #include "app/uilanguage.h"
 #include "app/uikit.h"
 #include "engine/apppaths.h"
+#include "engine/closedlidkeeper.h"
 #include "engine/enginesettingsstore.h"
 #include "engine/radiorecorder.h"
 #include "engine/recordingsession.h"
+#include "engine/recorderservices.h"
 #include "engine/recordingstats.h"
 #include "platform/preferences.h"
 #include "stations/favoritestations.h"
@@ -70,6 +72,7 @@ SettingsView::SettingsView(Application &app, QWidget *parent)
     layout->addWidget(UiKit::makeTitle(tx("settings.title"), page));
     layout->addWidget(buildEngineGroup());
     layout->addWidget(buildNamingGroup());
+    layout->addWidget(buildClosedLidGroup());
     layout->addWidget(buildLanguageGroup());
     layout->addWidget(buildStartupGroup());
     layout->addWidget(buildStatsGroup());
@@ -142,6 +145,12 @@ QWidget *SettingsView::buildNamingGroup()
     form->addRow(tx("settings.namePattern"), m_namePattern);
     form->addRow(tx("settings.folderPattern"), m_folderPattern);
     form->addRow(UiKit::makeHint(tx("settings.patternHelp"), group));
+    m_patternProblem = new QLabel(group);
+    m_patternProblem->setObjectName(QStringLiteral("patternProblem"));
+    m_patternProblem->setWordWrap(true);
+    m_patternProblem->setStyleSheet(QStringLiteral("color: #c62828;"));
+    m_patternProblem->hide();
+    form->addRow(m_patternProblem);
     // A long path loses its middle instead of widening the page; the tooltip holds it all.
     m_preview = new ElidedLabel(group);
     m_preview->setObjectName(QStringLiteral("namingPreview"));
@@ -157,15 +166,28 @@ QWidget *SettingsView::buildNamingGroup()
     folderRow->addWidget(useDefault);
     form->addRow(tx("settings.radioFolder"), folderRow);
 
-    connect(m_namePattern, &QLineEdit::textChanged, this, &SettingsView::savePatterns);
-    connect(m_folderPattern, &QLineEdit::textChanged, this, &SettingsView::savePatterns);
-    connect(m_radioFolder, &QLineEdit::textChanged, this, &SettingsView::savePatterns);
+    // Typing shows the example and marks unknown placeholders; the preferences change only
+    // when the user leaves the field or presses Enter, so half-typed patterns never name a
+    // song that a running recording saves meanwhile.
+    for (QLineEdit *field : {m_namePattern, m_folderPattern, m_radioFolder}) {
+        connect(field, &QLineEdit::textChanged, this, [this] {
+            checkPatterns();
+            updatePreview();
+        });
+        connect(field, &QLineEdit::editingFinished, this, &SettingsView::savePatterns);
+    }
     connect(choose, &QPushButton::clicked, this, [this] {
         const QString folder = chooseFolder(AppPaths::radioDir());
-        if (!folder.isEmpty())
-            m_radioFolder->setText(folder);
+        if (folder.isEmpty())
+            return;
+        m_radioFolder->setText(folder);
+        savePatterns();
     });
-    connect(useDefault, &QPushButton::clicked, m_radioFolder, &QLineEdit::clear);
+    connect(useDefault, &QPushButton::clicked, this, [this] {
+        m_radioFolder->clear();
+        savePatterns();
+    });
+    checkPatterns();
     updatePreview();
     return group;
 }
@@ -331,12 +353,37 @@ void SettingsView::resetEngineScope()
                                     : m_app.engineSettings().resetStation(stationId));
 }
 
+bool SettingsView::checkPatterns()
+{
+    QStringList unknown;
+    for (QLineEdit *field : {m_namePattern, m_folderPattern}) {
+        const QStringList found = AppPaths::unknownPlaceholders(field->text());
+        field->setProperty("unknownPlaceholders", found);
+        field->setStyleSheet(found.isEmpty() ? QString() : QStringLiteral("QLineEdit { border: 2px solid #c62828; }"));
+        field->setToolTip(found.isEmpty() ? QString() : found.join(QStringLiteral(", ")));
+        for (const QString &token : found) {
+            if (!unknown.contains(token))
+                unknown.append(token);
+        }
+    }
+    m_patternProblem->setText(unknown.isEmpty() ? QString()
+                                                : Texts::text("settings.unknownPlaceholdersFormat")
+                                                      .arg(unknown.join(QStringLiteral(", "))));
+    m_patternProblem->setVisible(!unknown.isEmpty());
+    return unknown.isEmpty();
+}
+
 void SettingsView::savePatterns()
 {
+    checkPatterns();
     // An empty field means "the default", which the engine reads as a missing key.
     const std::pair<const QString &, QLineEdit *> fields[] = {
         {kNamePatternKey, m_namePattern}, {kFolderPatternKey, m_folderPattern}, {kRadioDirKey, m_radioFolder}};
     for (const auto &[key, field] : fields) {
+        // A pattern with an unknown placeholder would put "%foo%" into every file name: it
+        // stays in its field, marked, and the stored one stays in force.
+        if (!field->property("unknownPlaceholders").toStringList().isEmpty())
+            continue;
         const QString value = field->text().trimmed();
         StateResult written;
         if (value.isEmpty()) {
@@ -366,6 +413,40 @@ void SettingsView::updatePreview()
                                m_folderPattern->text().trimmed(), sample, QStringLiteral("mp3"), false);
     m_preview->setText(path ? *path : tx("settings.previewInvalid"));
     m_preview->setToolTip(m_preview->text());
+}
+
+QWidget *SettingsView::buildClosedLidGroup()
+{
+    auto *group = new QGroupBox(tx("settings.closedLid"));
+    auto *form = new QFormLayout(group);
+    m_closedLid = new QCheckBox(tx("settings.closedLidRecording"), group);
+    m_closedLid->setObjectName(QStringLiteral("closedLidRecording"));
+    m_closedLid->setChecked(ClosedLidKeeper::isEnabled());
+    form->addRow(m_closedLid);
+    form->addRow(UiKit::makeHint(tx("settings.closedLidHint"), group));
+    m_closedLidError = new QLabel(group);
+    m_closedLidError->setWordWrap(true);
+    m_closedLidError->setStyleSheet(QStringLiteral("color: #c62828;"));
+    m_closedLidError->hide();
+    form->addRow(m_closedLidError);
+    connect(m_closedLid, &QCheckBox::toggled, this, &SettingsView::setClosedLidRecording);
+    return group;
+}
+
+void SettingsView::setClosedLidRecording(bool enabled)
+{
+    // Stored here rather than through the keeper, so a failed write reaches the user.
+    const StateResult written = Preferences::store(QString(ClosedLidKeeper::kPreferenceKey), enabled);
+    if (!written) {
+        m_closedLidError->setText(written.error);
+        m_closedLidError->show();
+        const QSignalBlocker blocker(m_closedLid);
+        m_closedLid->setChecked(ClosedLidKeeper::isEnabled());
+        return;
+    }
+    m_closedLidError->hide();
+    if (ClosedLidKeeper *keeper = m_app.recorderServices().closedLidKeeper())
+        keeper->refresh();
 }
 
 void SettingsView::refreshStats()

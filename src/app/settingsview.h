@@ -18,9 +18,11 @@ class QSpinBox;
 class QTreeWidget;
 
 // Settings: the engine record (for all stations, or one station's override chosen by
-// id), the naming patterns with a live example, the radio folder, starting at login and
-// the recording statistics, and the interface language. Every edit is written at once, so a running recording picks it up with its
-// next song.
+// id), the naming patterns with a live example, the radio folder, recording with the lid
+// closed, starting at login, the recording statistics and the interface language.
+// Switches and numbers are written at once, so a running recording picks them up with its
+// next song; a text field is written when its editing ends, and a pattern only while every
+// placeholder in it is one the naming knows.
 //
 // Lives on the GUI thread.
 class SettingsView : public QWidget {
@@ -47,6 +49,10 @@ public:
     QLineEdit *folderPatternField() const { return m_folderPattern; }
     QLineEdit *radioFolderField() const { return m_radioFolder; }
     QLabel *previewLabel() const { return m_preview; }
+    // Says which placeholders of the patterns are unknown; hidden while there are none.
+    QLabel *patternProblemLabel() const { return m_patternProblem; }
+    // Keeps the lid switch while recordings run or are about to start ("ov.closedLidRecording").
+    QCheckBox *closedLidBox() const { return m_closedLid; }
     QCheckBox *startAtLoginBox() const { return m_startAtLogin; }
     // Empty unless the last change of the login entry failed.
     QLabel *startAtLoginError() const { return m_startAtLoginError; }
@@ -73,7 +79,11 @@ private:
     // A failed write: the form back to the settings in force, and why.
     void showWritten(const StateResult &written);
     void resetEngineScope();
+    // Whether both patterns hold only known placeholders; marks the fields that do not.
+    bool checkPatterns();
     void savePatterns();
+    QWidget *buildClosedLidGroup();
+    void setClosedLidRecording(bool enabled);
     void updatePreview();
     void refreshStats();
 
@@ -93,6 +103,10 @@ private:
     QLineEdit *m_folderPattern = nullptr;
     QLineEdit *m_radioFolder = nullptr;
     QLabel *m_preview = nullptr;
+    QLabel *m_patternProblem = nullptr;
+
+    QCheckBox *m_closedLid = nullptr;
+    QLabel *m_closedLidError = nullptr;
 
     QCheckBox *m_startAtLogin = nullptr;
     QLabel *m_startAtLoginError = nullptr;

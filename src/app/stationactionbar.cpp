@@ -3,6 +3,7 @@
 #include "app/application.h"
 #include "app/flowlayout.h"
 #include "app/scheduledialog.h"
+#include "app/stationenginesheet.h"
 #include "app/texts.h"
 #include "app/themeicons.h"
 #include "engine/radiorecorder.h"
@@ -122,6 +123,12 @@ void StationActionBar::openScheduleDialog(Application &app, const Station &stati
     dialog.exec();
 }
 
+void StationActionBar::openEngineSheet(Application &app, const Station &station, QWidget *parent)
+{
+    StationEngineSheet sheet(app.engineSettings(), station, parent);
+    sheet.exec();
+}
+
 void StationActionBar::addActions(QMenu &menu, Application &app, const Station &station)
 {
     menu.addAction(isHeard(app, station) ? tx("station.stopListening") : tx("station.listen"), &menu,
@@ -138,4 +145,10 @@ void StationActionBar::addActions(QMenu &menu, Application &app, const Station &
     const bool favorite = app.favorites().isFavorite(station.id);
     menu.addAction(favorite ? tx("fav.remove") : tx("fav.add"), &menu,
                    [&app, station] { toggleFavorite(app, station); });
+    menu.addSeparator();
+    menu.addAction(tx("station.engineSettings"), &menu, [&app, station] {
+        QTimer::singleShot(0, &app, [&app, station, window = QPointer<QWidget>(QApplication::activeWindow())] {
+            openEngineSheet(app, station, window);
+        });
+    });
 }

@@ -32,6 +32,8 @@ public:
     static void toggleFavorite(Application &app, const Station &station);
     // Opens the scheduling dialog for the station, modal over `parent`.
     static void openScheduleDialog(Application &app, const Station &station, QWidget *parent);
+    // Opens the station's recording settings (its engine override), modal over `parent`.
+    static void openEngineSheet(Application &app, const Station &station, QWidget *parent);
 
     QPushButton *listenButton() const { return m_listen; }
     QPushButton *recordButton() const { return m_record; }

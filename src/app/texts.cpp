@@ -405,6 +405,36 @@ constexpr Entry kEntries[] = {
     {"depsCopyBinaries", "Or copy the programs next to Orvida:", "Oder kopiere die Programme neben Orvida:"},
     {"depsCheckAgain", "Check Again", "Erneut prüfen"},
     {"depsContinueAnyway", "Continue Anyway", "Trotzdem fortfahren"},
+
+    // Settings checks, the station sheet, the schedule page's states, the tools' commands
+    {"settings.unknownPlaceholdersFormat", "Not saved: unknown placeholder %1.",
+     "Nicht gespeichert: unbekannter Platzhalter %1."},
+    {"settings.closedLid", "Closed Lid", "Zugeklappter Laptop"},
+    {"settings.closedLidRecording", "Keep recording with the lid closed",
+     "Bei zugeklapptem Laptop weiter aufnehmen"},
+    {"settings.closedLidHint",
+     "While a recording runs or a planned one starts within the hour, closing the lid does not suspend the "
+     "computer. At all other times the lid does what your system is set up to do. Keep the laptop plugged in "
+     "and ventilated.",
+     "Solange eine Aufnahme läuft oder eine geplante innerhalb der nächsten Stunde beginnt, versetzt das "
+     "Zuklappen den Rechner nicht in den Ruhezustand. Sonst tut der Deckel, wofür dein System eingerichtet ist. "
+     "Lass den Laptop am Netz und gut belüftet."},
+    {"station.engineSettings", "Recording Settings…", "Aufnahme-Einstellungen…"},
+    {"schedule.colStatus", "Status", "Status"},
+    {"schedule.recordingFormat", "Recording: %1 · %2 saved", "Nimmt auf: %1 · %2 gespeichert"},
+    {"schedule.recordingNoTitle", "no title yet", "noch kein Titel"},
+    {"schedule.startsInFormat", "Starts in %1", "Beginnt in %1"},
+    {"schedule.edit", "Edit…", "Bearbeiten…"},
+    {"schedule.editTitle", "Edit Scheduled Recording", "Geplante Aufnahme bearbeiten"},
+    {"schedule.save", "Save", "Sichern"},
+    {"schedule.pastTitle", "Past windows", "Vergangene Zeitfenster"},
+    {"schedule.pastHint", "The last windows recorded since Orvida started.",
+     "Die letzten Zeitfenster, die seit dem Start von Orvida aufgenommen wurden."},
+    {"schedule.savedFormat", "%1 songs saved", "%1 Songs gespeichert"},
+    {"schedule.savedOne", "1 song saved", "1 Song gespeichert"},
+    {"schedule.savedNone", "nothing saved", "nichts gespeichert"},
+    {"depsAptComment", "# On Debian or Ubuntu:", "# Unter Debian oder Ubuntu:"},
+    {"depsManualComment", "# Or download ffmpeg and yt-dlp, then:", "# ffmpeg und yt-dlp herunterladen, dann:"},
 };
 
 const QHash<QByteArray, const Entry *> &table()

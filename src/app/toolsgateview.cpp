@@ -22,7 +22,13 @@ QString quoted(const QString &path)
 } // namespace
 
 ToolsGateView::ToolsGateView(QWidget *parent)
+    : ToolsGateView(ToolLocations::system(), parent)
+{
+}
+
+ToolsGateView::ToolsGateView(ToolLocations locations, QWidget *parent)
     : QWidget(parent)
+    , m_locations(std::move(locations))
 {
     auto *outer = new QVBoxLayout(this);
     outer->addStretch(1);
@@ -65,12 +71,13 @@ ToolsGateView::ToolsGateView(QWidget *parent)
     layout->addSpacing(8);
 
     layout->addWidget(new QLabel(tx("depsCopyBinaries"), box));
-    auto *commands = new QPlainTextEdit(copyCommands(YouTubeService::bundleBinDir()), box);
-    commands->setReadOnly(true);
-    commands->setFont(QFont(QStringLiteral("monospace")));
-    commands->setLineWrapMode(QPlainTextEdit::NoWrap);
-    commands->setFixedHeight(commands->fontMetrics().lineSpacing() * 6 + 32);
-    layout->addWidget(commands);
+    m_commands = new QPlainTextEdit(copyCommands(m_locations.bundleBinDir), box);
+    m_commands->setObjectName(QStringLiteral("toolCommands"));
+    m_commands->setReadOnly(true);
+    m_commands->setFont(QFont(QStringLiteral("monospace")));
+    m_commands->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_commands->setFixedHeight(m_commands->fontMetrics().lineSpacing() * 9 + 32);
+    layout->addWidget(m_commands);
 
     auto *buttons = new QHBoxLayout;
     auto *again = new QPushButton(tx("depsCheckAgain"), box);
@@ -86,16 +93,20 @@ ToolsGateView::ToolsGateView(QWidget *parent)
 
     connect(again, &QPushButton::clicked, this, &ToolsGateView::checkAgain);
     connect(skip, &QPushButton::clicked, this, &ToolsGateView::skipped);
-    m_ffmpegPresent = YouTubeService::ffmpegFound();
-    m_ytdlpPresent = m_ffmpegPresent && YouTubeService::ytdlpFound();
+    look();
+}
+
+void ToolsGateView::look()
+{
+    // Looked up afresh: the user may have installed a program since the start.
+    m_ffmpegPresent = ToolLocations::ffmpegPresent(m_locations.findFfmpegDir());
+    m_ytdlpPresent = ToolLocations::ytdlpPresent(m_locations.findYtDlpPath());
     updateRows();
 }
 
 void ToolsGateView::checkAgain()
 {
-    m_ffmpegPresent = YouTubeService::ffmpegFound();
-    m_ytdlpPresent = YouTubeService::ytdlpFound();
-    updateRows();
+    look();
     if (m_ffmpegPresent && m_ytdlpPresent)
         Q_EMIT allFound();
 }
@@ -115,7 +126,8 @@ QString ToolsGateView::copyCommands(const QString &installDir)
 {
     const QString ffmpeg = quoted(installDir + QStringLiteral("/ffmpeg"));
     const QString ytdlp = quoted(installDir + QStringLiteral("/yt-dlp"));
-    return QStringLiteral("# ffmpeg und yt-dlp herunterladen, dann:\n") + QStringLiteral("mkdir -p ") +
+    return tx("depsAptComment") + QStringLiteral("\nsudo apt install ffmpeg yt-dlp\n\n") + tx("depsManualComment")
+           + QStringLiteral("\nmkdir -p ") +
            quoted(installDir) + QLatin1Char('\n') + QStringLiteral("cp /path/to/ffmpeg ") + ffmpeg + QLatin1Char('\n') +
            QStringLiteral("cp /path/to/yt-dlp ") + ytdlp + QLatin1Char('\n') + QStringLiteral("chmod +x ") + ffmpeg +
            QStringLiteral(" \\\n         ") + ytdlp;

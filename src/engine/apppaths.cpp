@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRegularExpression>
 
 namespace AppPaths {
 
@@ -82,6 +83,27 @@ QString expandPattern(const QString &pattern, const NamingValues &v)
     out.replace(QLatin1String("%station%"), safeValue(v.station));
     out.replace(QLatin1String("%date%"), v.date.toString(QStringLiteral("yyyy-MM-dd")));
     return out;
+}
+
+const QStringList &placeholderNames()
+{
+    static const QStringList names{QStringLiteral("artist"), QStringLiteral("title"), QStringLiteral("streamtitle"),
+                                   QStringLiteral("station"), QStringLiteral("date")};
+    return names;
+}
+
+QStringList unknownPlaceholders(const QString &pattern)
+{
+    // A lone percent sign ("100% live") is text; only %word% reads as a placeholder.
+    static const QRegularExpression token(QStringLiteral("%([A-Za-z0-9_]+)%"));
+    QStringList unknown;
+    for (const QRegularExpressionMatch &match : token.globalMatch(pattern)) {
+        if (placeholderNames().contains(match.captured(1)))
+            continue;
+        if (!unknown.contains(match.captured(0)))
+            unknown.append(match.captured(0));
+    }
+    return unknown;
 }
 
 QString fitFileName(const QString &name, const QString &ext)

@@ -2,6 +2,7 @@
 
 #include <QDate>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -36,6 +37,12 @@ struct NamingValues {
 
 // Replaces %artist%, %title%, %streamtitle%, %station% and %date% by sanitised values.
 [[nodiscard]] QString expandPattern(const QString &pattern, const NamingValues &values);
+
+// The placeholders expandPattern() knows, without their percent signs.
+[[nodiscard]] const QStringList &placeholderNames();
+// The %name% tokens of `pattern` that expandPattern() would leave as they are, in order
+// of first appearance, each once and with its percent signs ("%foo%").
+[[nodiscard]] QStringList unknownPlaceholders(const QString &pattern);
 
 // Cuts `name` so that name + "." + ext fits in 255 bytes of UTF-8, on a character
 // boundary.

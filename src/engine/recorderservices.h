@@ -62,6 +62,8 @@ public:
     LibraryStore *library() { return m_library.get(); }
     // Absent until startScheduler(), and again after shutDown().
     SniperScheduler *scheduler() { return m_scheduler.get(); }
+    // The scheduler's closed-lid keeper; absent with it.
+    ClosedLidKeeper *closedLidKeeper() { return m_scheduler ? m_lidKeeper.get() : nullptr; }
 
     // Builds the scheduler (once; a second call returns the first) with a closed-lid
     // keeper on the system bus.

@@ -175,6 +175,35 @@ StateResult SniperScheduler::remove(const QUuid &id)
     return written;
 }
 
+StateResult SniperScheduler::update(const ScheduledRecording &plan)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    QList<ScheduledRecording> items = m_items;
+    const auto it = std::find_if(items.begin(), items.end(), [&](const ScheduledRecording &p) { return p.id == plan.id; });
+    if (it == items.end())
+        return {};
+    const ScheduledRecording before = *it;
+    *it = plan;
+    Schedule::sortByStart(items);
+    StateResult written = commit(std::move(items));
+    if (!written)
+        return written;
+    // A window moved away from now ends its recording here; the tick would only stop it
+    // at the new end, or never record the new window's start.
+    const QDateTime now = m_clock().toUTC();
+    if (m_announced.contains(plan.id) && !(plan.start <= now && now < plan.end)) {
+        m_announced.remove(plan.id);
+        if (m_recorder && m_recorder->isRecordingStation(before.stationId))
+            m_recorder->stop(before.stationId);
+        Q_EMIT scheduledRecordingEnded(before);
+    }
+    updatePowerAssertion();
+    // The new window may start within the hour.
+    if (m_lidKeeper)
+        m_lidKeeper->scheduleAdded();
+    return written;
+}
+
 void SniperScheduler::replace(const ScheduledRecording &old, const ScheduledRecording &with)
 {
     const auto it

@@ -89,6 +89,9 @@ public:
     // Each change is merged into the file and written at once. Failed: the plans stay as
     // they were and the result says why (also sent as storageProblem()).
     [[nodiscard]] StateResult add(const ScheduledRecording &plan);
+    // Puts `plan` in the place of the plan with its id (the user edited it); nothing when
+    // there is none any more, which the result does not count as a failure.
+    [[nodiscard]] StateResult update(const ScheduledRecording &plan);
     // Removes every plan with the plan's id.
     [[nodiscard]] StateResult remove(const ScheduledRecording &plan);
     [[nodiscard]] StateResult remove(const QUuid &id);

@@ -149,20 +149,6 @@ TEST_F(ScreenshotTest, EveryPageRenders)
     save(&window, QStringLiteral("recordings-empty"));
 }
 
-TEST(ToolsGate, CopyCommandsQuoteEveryPathAndContinueTheChmodLine)
-{
-    const QString commands = ToolsGateView::copyCommands(QStringLiteral("/opt/My Apps/orvida"));
-    const QStringList lines = commands.split(QLatin1Char('\n'));
-    ASSERT_EQ(lines.size(), 6);
-    EXPECT_EQ(lines[0], QStringLiteral("# ffmpeg und yt-dlp herunterladen, dann:"));
-    EXPECT_EQ(lines[1], QStringLiteral("mkdir -p \"/opt/My Apps/orvida\""));
-    EXPECT_EQ(lines[2], QStringLiteral("cp /path/to/ffmpeg \"/opt/My Apps/orvida/ffmpeg\""));
-    EXPECT_EQ(lines[3], QStringLiteral("cp /path/to/yt-dlp \"/opt/My Apps/orvida/yt-dlp\""));
-    EXPECT_EQ(lines[4], QStringLiteral("chmod +x \"/opt/My Apps/orvida/ffmpeg\" \\"));
-    EXPECT_EQ(lines[5], QStringLiteral("         \"/opt/My Apps/orvida/yt-dlp\""));
-}
-
-
 // The now-playing bar while a track with a cover plays, and the transition menu open, in
 // both languages: "nowplaying-en.png", "transition-menu-de.png", ...
 class PlayerScreenshotTest : public PlayerFixture {

@@ -109,6 +109,7 @@ TEST_F(SettingsViewTest, NamingPatternsAreStoredAndPreviewedInsideTheRadioFolder
 
     view.namePatternField()->setText(QStringLiteral("%artist% – %title%"));
     view.folderPatternField()->setText(QStringLiteral("%station%"));
+    Q_EMIT view.folderPatternField()->editingFinished();
     EXPECT_EQ(Preferences::string(QStringLiteral("ov.radioNamePattern")), QStringLiteral("%artist% – %title%"));
     EXPECT_EQ(view.previewLabel()->text(), radioDir + QStringLiteral("/Jazz Radio/Nina Simone – Feeling Good.mp3"));
 
@@ -121,12 +122,14 @@ TEST_F(SettingsViewTest, NamingPatternsAreStoredAndPreviewedInsideTheRadioFolder
     // Emptied fields mean the defaults again.
     view.namePatternField()->clear();
     view.folderPatternField()->clear();
+    Q_EMIT view.folderPatternField()->editingFinished();
     EXPECT_FALSE(Preferences::contains(QStringLiteral("ov.radioNamePattern")));
     EXPECT_FALSE(Preferences::contains(QStringLiteral("ov.radioFolderPattern")));
 
     const QString chosen = home.file(QStringLiteral("Elsewhere"));
     view.chooseFolder = [&](const QString &) { return chosen; };
     view.radioFolderField()->setText(chosen);
+    Q_EMIT view.radioFolderField()->editingFinished();
     EXPECT_EQ(AppPaths::radioDir(), chosen);
     EXPECT_TRUE(view.previewLabel()->text().startsWith(chosen + QLatin1Char('/')));
 }
