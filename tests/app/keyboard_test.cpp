@@ -42,8 +42,10 @@ void answerNextDialog(SeenDialog &seen)
     auto *timer = new QTimer(qApp);
     timer->setInterval(10);
     QObject::connect(timer, &QTimer::timeout, [timer, &seen] {
+        // Until the dialog is the active window the focus is still in the page below, and
+        // a key sent now would trigger that page's shortcuts instead of the dialog's.
         QWidget *modal = QApplication::activeModalWidget();
-        if (!modal || !modal->isVisible())
+        if (!modal || !modal->isVisible() || QApplication::activeWindow() != modal)
             return;
         timer->stop();
         timer->deleteLater();
