@@ -50,6 +50,20 @@ constexpr std::array<const char *, kCurrentVersion> kSteps = {
     CREATE INDEX tracks_filePath ON tracks(filePath);
     CREATE INDEX playlist_entries_linkedTrack ON playlist_entries(linkedTrack);
     )sql",
+    // 3: what the player learns from a file (levels at its ends, loudness, beats) is
+    // kept so that a file is analysed once in its life. Keyed by path rather than track
+    // so that a file played from outside the library is remembered too; the size and
+    // modification time tell a file that changed since.
+    R"sql(
+    CREATE TABLE track_analyses (
+        filePath TEXT NOT NULL,
+        kind TEXT NOT NULL,
+        fileSize INTEGER NOT NULL,
+        fileModified INTEGER NOT NULL,
+        data TEXT NOT NULL,
+        PRIMARY KEY (filePath, kind)
+    ) WITHOUT ROWID;
+    )sql",
 };
 
 } // namespace

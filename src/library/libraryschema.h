@@ -12,7 +12,7 @@ class SqliteDb;
 // written by a newer Orvida and is not touched.
 namespace LibrarySchema {
 
-inline constexpr int kCurrentVersion = 2;
+inline constexpr int kCurrentVersion = 3;
 
 // "PRAGMA application_id" of our files ("OrvL"), so that someone else's SQLite file at our
 // path is recognised as such instead of being extended with our tables.

@@ -4,6 +4,7 @@
 #include "library/sqlitedb.h"
 #include "platform/paths.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QMetaMethod>
@@ -31,6 +32,14 @@ const char kSelectTrack[] = "SELECT " TRACK_COLUMNS " FROM tracks WHERE id = ?";
 const char kSelectTracksByPath[] = "SELECT " TRACK_COLUMNS " FROM tracks WHERE filePath = ? ORDER BY id";
 const char kDeleteTrack[] = "DELETE FROM tracks WHERE id = ?";
 const char kTrackIsLinked[] = "SELECT EXISTS (SELECT 1 FROM playlist_entries WHERE linkedTrack = ?)";
+
+const char kSelectAnalysis[] = "SELECT data FROM track_analyses WHERE filePath = ? AND kind = ? AND fileSize = ? "
+                                "AND fileModified = ?";
+const char kStoreAnalysis[] = "INSERT OR REPLACE INTO track_analyses (filePath, kind, fileSize, fileModified, data) "
+                              "VALUES (?, ?, ?, ?, ?)";
+const char kSelectUnanalysed[] = "SELECT filePath FROM tracks WHERE filePath IS NOT NULL AND filePath != '' AND NOT "
+                                 "EXISTS (SELECT 1 FROM track_analyses a WHERE a.filePath = tracks.filePath AND "
+                                 "a.kind = ?) GROUP BY filePath ORDER BY MIN(id)";
 
 const char kInsertPlaylist[] = "INSERT INTO playlists (name, dateCreated) VALUES (?, ?)";
 const char kRenamePlaylist[] = "UPDATE playlists SET name = ? WHERE id = ?";
@@ -417,6 +426,58 @@ QList<Track> LibraryStore::tracksByFilePath(const QString &filePath)
     if (s.failed())
         failed();
     return tracks;
+}
+
+std::optional<LibraryStore::FileStamp> LibraryStore::FileStamp::of(const QString &filePath)
+{
+    const QFileInfo info(filePath);
+    if (!info.isFile() || !info.isReadable())
+        return std::nullopt;
+    return FileStamp { info.size(), info.lastModified().toMSecsSinceEpoch() };
+}
+
+std::optional<QByteArray> LibraryStore::analysis(const QString &filePath, const QString &kind, const FileStamp &stamp)
+{
+    assertOwnerThread();
+    SqliteStatement s = m_db->statement(kSelectAnalysis);
+    s.bind(0, filePath);
+    s.bind(1, kind);
+    s.bind(2, stamp.size);
+    s.bind(3, stamp.modifiedMs);
+    if (s.next())
+        return s.text(0).toUtf8();
+    if (s.failed())
+        failed();
+    return std::nullopt;
+}
+
+bool LibraryStore::setAnalysis(const QString &filePath, const QString &kind, const FileStamp &stamp,
+                               const QByteArray &json)
+{
+    assertOwnerThread();
+    SqliteStatement s = m_db->statement(kStoreAnalysis);
+    s.bind(0, filePath);
+    s.bind(1, kind);
+    s.bind(2, stamp.size);
+    s.bind(3, stamp.modifiedMs);
+    s.bind(4, QString::fromUtf8(json));
+    if (!s.run())
+        return failed();
+    Q_EMIT analysisStored(filePath, kind);
+    return true;
+}
+
+QStringList LibraryStore::pathsWithoutAnalysis(const QString &kind)
+{
+    assertOwnerThread();
+    QStringList paths;
+    SqliteStatement s = m_db->statement(kSelectUnanalysed);
+    s.bind(0, kind);
+    while (s.next())
+        paths << s.text(0);
+    if (s.failed())
+        failed();
+    return paths;
 }
 
 std::optional<qint64> LibraryStore::insertPlaylist(const Playlist &playlist)

@@ -6,6 +6,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -104,6 +105,25 @@ public:
     [[nodiscard]] bool setEntryOrder(qint64 playlistId, const QList<qint64> &entryIds);
     [[nodiscard]] bool removeEntry(qint64 entryId);
 
+    // Analyses of audio files, one JSON object per kind ("crossfade", "loudness",
+    // "beats", ...), each stored with the file's stamp. A stored analysis whose stamp is
+    // not the file's present one is stale and not returned: the file changed since.
+    struct FileStamp {
+        qint64 size = 0;
+        qint64 modifiedMs = 0;
+        // Nothing when the file cannot be read.
+        [[nodiscard]] static std::optional<FileStamp> of(const QString &filePath);
+        friend bool operator==(const FileStamp &, const FileStamp &) = default;
+    };
+    [[nodiscard]] std::optional<QByteArray> analysis(const QString &filePath, const QString &kind,
+                                                     const FileStamp &stamp);
+    // Replaces the kind's analysis of the file.
+    [[nodiscard]] bool setAnalysis(const QString &filePath, const QString &kind, const FileStamp &stamp,
+                                   const QByteArray &json);
+    // The library's files with no stored analysis of `kind` at all (whether a stored one
+    // is still current needs the file's stamp), in the order their tracks were added.
+    [[nodiscard]] QStringList pathsWithoutAnalysis(const QString &kind);
+
     // Thread-safe. Runs `work` on the owner thread from its event loop. Dropped when the
     // store is destroyed first.
     void post(std::function<void(LibraryStore &)> work);
@@ -117,6 +137,8 @@ Q_SIGNALS:
     // After every track write, following the fine-grained signal above.
     void tracksChanged();
     void playlistsChanged();
+    // From setAnalysis().
+    void analysisStored(const QString &filePath, const QString &kind);
 
 private:
     LibraryStore(std::unique_ptr<SqliteDb> db, QString path);

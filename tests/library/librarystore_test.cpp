@@ -2,6 +2,7 @@
 
 #include "testenv.h"
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QThread>
 
@@ -432,3 +433,34 @@ TEST_F(LibraryStoreTest, EntryOrderIsWrittenInOneGoAndMustNameEveryEntryOnce)
 }
 
 } // namespace
+
+TEST_F(LibraryStoreTest, AnAnalysisIsKeptPerFileAndKindAndGoesStaleWhenTheFileChanges)
+{
+    const QString song = home.file(QStringLiteral("song.mp3"));
+    {
+        QFile file(song);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("frames");
+    }
+    ASSERT_TRUE(store->insert(makeTrack(QStringLiteral("A"), song)));
+    ASSERT_TRUE(store->insert(makeTrack(QStringLiteral("B"), home.file(QStringLiteral("other.mp3")))));
+    ASSERT_TRUE(store->insert(makeTrack(QStringLiteral("C"))));
+    const auto stamp = LibraryStore::FileStamp::of(song);
+    ASSERT_TRUE(stamp);
+    EXPECT_FALSE(LibraryStore::FileStamp::of(home.file(QStringLiteral("other.mp3"))));
+
+    QSignalSpy stored(store.get(), &LibraryStore::analysisStored);
+    ASSERT_TRUE(store->setAnalysis(song, QStringLiteral("loudness"), *stamp, R"({"lufs":-9})"));
+    ASSERT_TRUE(store->setAnalysis(song, QStringLiteral("loudness"), *stamp, R"({"lufs":-11.5})"));
+    EXPECT_EQ(stored.count(), 2);
+    reopen();
+    EXPECT_EQ(store->analysis(song, QStringLiteral("loudness"), *stamp), QByteArray(R"({"lufs":-11.5})"));
+    EXPECT_FALSE(store->analysis(song, QStringLiteral("beats"), *stamp));
+    EXPECT_EQ(store->pathsWithoutAnalysis(QStringLiteral("loudness")),
+              QStringList { home.file(QStringLiteral("other.mp3")) });
+    EXPECT_EQ(store->pathsWithoutAnalysis(QStringLiteral("beats")).size(), 2);
+
+    LibraryStore::FileStamp changed = *stamp;
+    changed.size += 1;
+    EXPECT_FALSE(store->analysis(song, QStringLiteral("loudness"), changed));
+}
