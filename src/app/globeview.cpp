@@ -73,9 +73,10 @@ GlobeView::GlobeView(Application &app, GlobeStationStore &store, QWidget *parent
     m_details = UiKit::makeHint(QString(), this);
     m_details->setWordWrap(false);
     m_actions = new StationActionBar(app, this);
-    stationRow->addWidget(m_name);
+    // The name takes the free space: a wrapping label left to its minimum would wrap on
+    // a wide window too.
+    stationRow->addWidget(m_name, 1);
     stationRow->addWidget(m_details);
-    stationRow->addStretch(1);
     stationRow->addWidget(m_actions);
     page.layout->addLayout(stationRow);
 

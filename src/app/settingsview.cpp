@@ -153,6 +153,8 @@ QWidget *SettingsView::buildNamingGroup()
     form->addRow(m_patternProblem);
     // A long path loses its middle instead of widening the page; the tooltip holds it all.
     m_preview = new ElidedLabel(group);
+    // The form widens only expanding fields; an ignored width would be no width at all.
+    m_preview->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_preview->setObjectName(QStringLiteral("namingPreview"));
     form->addRow(tx("settings.preview"), m_preview);
 

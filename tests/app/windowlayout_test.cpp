@@ -170,6 +170,14 @@ TEST_F(WindowLayoutTest, EveryPageFitsIn800PixelsInBothLanguages)
                 EXPECT_GT(header->sectionSize(LibraryModel::TitleColumn), header->sectionSize(column)) << column;
             }
         }
+        // The naming example keeps both ends of its path in view at half a screen.
+        window.showPage(MainWindow::SettingsPage);
+        QApplication::processEvents();
+        const auto *preview = qobject_cast<ElidedLabel *>(window.settingsView()->previewLabel());
+        ASSERT_NE(preview, nullptr);
+        EXPECT_TRUE(preview->shownText().endsWith(QStringLiteral(".mp3"))) << name << preview->shownText().toStdString();
+        window.showPage(MainWindow::LibraryPage);
+
         window.resize(1600, 800);
         QTRY_COMPARE(window.width(), 1600);
         QApplication::processEvents();
