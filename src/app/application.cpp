@@ -15,6 +15,7 @@
 #include "library/librarystore.h"
 #include "library/transitionsettings.h"
 #include "platform/desktopnotifier.h"
+#include "playback/crossfadeplanner.h"
 #include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
@@ -101,6 +102,10 @@ void Application::startPlayer(AudioEngine::Output output)
             m_startupProblems << error;
     }
     m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
+    m_player->setPlanner(TransitionMode::crossfade,
+        CrossfadePlanner::playerPlanner(library(), [settings = m_transitions.get()] {
+            return double(settings->crossfadeSeconds());
+        }));
     startListener();
     m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player, m_listener.get());
 }
