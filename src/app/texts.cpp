@@ -216,6 +216,7 @@ constexpr Entry kEntries[] = {
     {"lib.emptyTitle", "Your library is empty", "Deine Mediathek ist leer"},
     {"lib.emptyHint", "Songs you record are saved here automatically.",
      "Aufgenommene Songs landen automatisch hier."},
+    {"lib.analysingFormat", "Analysing library: %1 / %2", "Mediathek wird analysiert: %1 / %2"},
     {"lib.unavailable", "The library could not be opened.", "Die Mediathek konnte nicht geöffnet werden."},
     {"library.allTracks", "All Tracks", "Alle Titel"},
     {"library.addToPlaylist", "Add to Playlist", "Zur Playlist hinzufügen"},

@@ -30,8 +30,8 @@ class AudioDecoder;
 namespace CrossfadePlanner {
 
 inline constexpr double kWindowSec = 0.05;
-inline constexpr double kTailSec = 24.0;
-inline constexpr double kHeadSec = 16.0;
+inline constexpr double kTailSec = 16.0;
+inline constexpr double kHeadSec = 10.0;
 inline constexpr float kFloorDb = -70.0f; // nothing below it counts as sound
 // Sound this far under the reference is silence: a quiet intro 35 dB under is still music.
 inline constexpr float kSilenceMarginDb = 45.0f;
