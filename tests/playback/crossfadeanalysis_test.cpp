@@ -2,6 +2,9 @@
 #include "testenv.h"
 
 #include "library/librarystore.h"
+#include "library/transitionsettings.h"
+#include "playback/audioengine.h"
+#include "playback/player.h"
 #include "playback/crossfadeplanner.h"
 
 #include <QDateTime>
@@ -9,6 +12,8 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <cmath>
 
 using namespace CrossfadePlanner;
 
@@ -133,4 +138,52 @@ TEST_F(CrossfadeAnalysis, StoredAnalysesAreUsedInsteadOfDecoding)
     EXPECT_DOUBLE_EQ(second.result()->outgoingEnd, 6.0);
     EXPECT_EQ(AnalysisCache::shared().get(*cacheKey(a)), edited);
     EXPECT_EQ(stored.count(), before);
+}
+
+// The planner's plan as the player runs it: one track on the left channel, the next on the
+// right, so that each deck's gain can be read off the render.
+TEST_F(CrossfadeAnalysis, ThePlayerRendersThePlannedCrossfade)
+{
+    TestHome home;
+    const QString left = m_dir.filePath(QStringLiteral("left.wav"));
+    const QString right = m_dir.filePath(QStringLiteral("right.wav"));
+    ASSERT_TRUE(PlaybackAudio::makeLevels(left, 0.5, 0, 8 * PlaybackAudio::kRate));
+    ASSERT_TRUE(PlaybackAudio::makeLevels(right, 0, 0.5, 8 * PlaybackAudio::kRate));
+
+    AudioEngine engine(AudioEngine::Options { AudioEngine::Output::offline, PlaybackAudio::kRate, 512 });
+    TransitionSettings settings;
+    Player player(engine, settings, nullptr);
+    player.setModeOverride(TransitionMode::crossfade);
+    player.setPlanner(TransitionMode::crossfade, playerPlanner(nullptr, [] { return 6.0; }));
+    std::optional<TransitionPlan> ran;
+    QObject::connect(&player, &Player::transitionStarted, [&](TransitionMode, const TransitionPlan &p) { ran = p; });
+    Track a, b;
+    a.filePath = left;
+    b.filePath = right;
+    player.setQueue({ a, b });
+    QString error;
+    ASSERT_TRUE(player.renderQueue(home.file("render.wav"), &error)) << error.toStdString();
+    ASSERT_TRUE(ran);
+    // A third of 8 s, ending where the first track ends.
+    EXPECT_NEAR(ran->fadeDuration, 8.0 / 3, 0.01);
+    EXPECT_NEAR(ran->outgoingStart, 8.0 - 8.0 / 3, 0.01);
+
+    const std::vector<float> out = PlaybackAudio::readFloatWav(home.file("render.wav"));
+    qint64 start = -1;
+    for (size_t i = 0; 2 * i + 1 < out.size(); ++i) {
+        if (out[2 * i + 1] > 0.001f) {
+            start = qint64(i);
+            break;
+        }
+    }
+    ASSERT_GE(start, 0);
+    EXPECT_NEAR(double(start) / PlaybackAudio::kRate, ran->outgoingStart, 0.05);
+    const auto at = [&](double seconds, int channel) {
+        return out.at(size_t(2 * (start + qint64(seconds * PlaybackAudio::kRate)) + channel));
+    };
+    // Equal power halfway, the next track alone after the overlap.
+    EXPECT_NEAR(at(ran->fadeDuration / 2, 0), 0.5 * std::sqrt(0.5), 0.02);
+    EXPECT_NEAR(at(ran->fadeDuration / 2, 1), 0.5 * std::sqrt(0.5), 0.02);
+    EXPECT_FLOAT_EQ(at(ran->fadeDuration + 0.1, 0), 0.0f);
+    EXPECT_NEAR(at(ran->fadeDuration + 0.1, 1), 0.5, 0.001);
 }
