@@ -50,8 +50,9 @@ const QString &track(const QString &suffix)
         const QStringList codec = suffix == QLatin1String("mp3") ? QStringList { "-c:a", "libmp3lame", "-b:a", "192k" }
                                                                  : QStringList { "-c:a", "flac" };
         // Four minutes of noise that fades out over its last 8 s.
-        made.insert(suffix, makeFile(dir, QStringLiteral("track.") + suffix,
-            QStringLiteral("anoisesrc=d=240:c=pink:a=0.3:seed=7,afade=t=out:st=232:d=8"), codec));
+        made.insert(suffix,
+            makeFile(dir, QStringLiteral("track.") + suffix,
+                QStringLiteral("anoisesrc=d=240:c=pink:a=0.3:seed=7,afade=t=out:st=232:d=8"), codec));
     }
     return made[suffix];
 }
@@ -70,8 +71,14 @@ void analyse(benchmark::State &state, const QString &suffix)
     state.SetLabel(QStringLiteral("240 s %1").arg(suffix).toStdString());
 }
 
-void BM_AnalyseMp3(benchmark::State &state) { analyse(state, QStringLiteral("mp3")); }
-void BM_AnalyseFlac(benchmark::State &state) { analyse(state, QStringLiteral("flac")); }
+void BM_AnalyseMp3(benchmark::State &state)
+{
+    analyse(state, QStringLiteral("mp3"));
+}
+void BM_AnalyseFlac(benchmark::State &state)
+{
+    analyse(state, QStringLiteral("flac"));
+}
 BENCHMARK(BM_AnalyseMp3)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AnalyseFlac)->Unit(benchmark::kMillisecond);
 

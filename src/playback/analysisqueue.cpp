@@ -1,6 +1,7 @@
 #include "playback/analysisqueue.h"
 
 #include <QMetaObject>
+#include <QThread>
 
 #if defined(Q_OS_LINUX)
 #include <pthread.h>
@@ -12,7 +13,10 @@
 
 namespace {
 
-QString jobKey(const QString &kind, const QString &path) { return kind + QLatin1Char('\n') + path; }
+QString jobKey(const QString &kind, const QString &path)
+{
+    return kind + QLatin1Char('\n') + path;
+}
 
 // Only when nothing else wants the CPU: a library of thousands of files must not cost a
 // recording a dropped packet or the window a frame.
@@ -47,12 +51,14 @@ AnalysisQueue::~AnalysisQueue()
 
 void AnalysisQueue::addAnalyser(const QString &kind, Analyser analyser)
 {
+    Q_ASSERT(QThread::currentThread() == thread());
     Q_ASSERT(!isRunning());
     m_analysers.emplace_back(kind, std::move(analyser));
 }
 
 void AnalysisQueue::start()
 {
+    Q_ASSERT(QThread::currentThread() == thread());
     if (isRunning())
         return;
     for (const auto &[kind, analyser] : m_analysers) {
@@ -104,8 +110,8 @@ void AnalysisQueue::onTracksInserted(const QList<Track> &tracks)
     }
 }
 
-void AnalysisQueue::finished(const Job &job, std::optional<LibraryStore::FileStamp> stamp,
-                             std::optional<QByteArray> json)
+void AnalysisQueue::finished(
+    const Job &job, std::optional<LibraryStore::FileStamp> stamp, std::optional<QByteArray> json)
 {
     const QString key = jobKey(job.kind, job.path);
     m_queued.remove(key);

@@ -26,7 +26,10 @@ namespace {
         return meanSquare > 0 ? std::max(kLowestDb, float(10.0 * std::log10(meanSquare))) : kLowestDb;
     }
 
-    qint64 blocks(double seconds) { return qint64(std::llround(seconds / kWindowSec)); }
+    qint64 blocks(double seconds)
+    {
+        return qint64(std::llround(seconds / kWindowSec));
+    }
 
     // The time of the first (or, with `last`, the end of the last) 5 ms window above
     // `threshold` within the two blocks that start at `blockStart`; `fallback` when none is.
@@ -376,8 +379,8 @@ std::optional<Result> decide(const Tail &tail, const Head &head, double seconds)
     r.outgoingStart = std::max(0.0, tail.audibleEnd - r.duration);
     r.outgoingEnd = tail.audibleEnd;
     r.outgoingFades = tail.fades;
-    const bool finite = std::isfinite(r.outgoingStart) && std::isfinite(r.outgoingEnd)
-        && std::isfinite(r.incomingStart) && std::isfinite(r.duration);
+    const bool finite = std::isfinite(r.outgoingStart) && std::isfinite(r.outgoingEnd) && std::isfinite(r.incomingStart)
+        && std::isfinite(r.duration);
     if (!finite || !(r.incomingStart < head.duration) || !(tail.audibleEnd <= tail.duration))
         return std::nullopt;
     return r;
@@ -443,8 +446,8 @@ std::optional<TransitionPlan> planNow(
 QFuture<std::optional<TransitionPlan>> plan(
     const QString &from, const QString &to, double seconds, Known known, Computed computed)
 {
-    return QtConcurrent::run(QThreadPool::globalInstance(),
-        [from, to, seconds, known = std::move(known), computed = std::move(computed)] {
+    return QtConcurrent::run(
+        QThreadPool::globalInstance(), [from, to, seconds, known = std::move(known), computed = std::move(computed)] {
             return planNow(from, to, seconds, known, computed);
         });
 }

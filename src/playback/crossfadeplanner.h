@@ -88,10 +88,10 @@ struct Result {
 // Levels (dB) of `decoder`'s output between the times, in windows of `window` seconds; a
 // last partial window counts when it holds at least half a window. Seeks to `from`; absent
 // when the decoder cannot seek or read there.
-[[nodiscard]] std::optional<std::vector<float>> rmsLevels(AudioDecoder &decoder, double from, double to,
-                                                          double window = kWindowSec);
-[[nodiscard]] std::optional<std::vector<float>> rmsLevels(const QString &path, double from, double to,
-                                                          double window = kWindowSec);
+[[nodiscard]] std::optional<std::vector<float>> rmsLevels(
+    AudioDecoder &decoder, double from, double to, double window = kWindowSec);
+[[nodiscard]] std::optional<std::vector<float>> rmsLevels(
+    const QString &path, double from, double to, double window = kWindowSec);
 // The 90th percentile of the levels above kFloorDb; kFloorDb when there are none.
 [[nodiscard]] float referenceLevel(const std::vector<float> &levels);
 // The reference of the 8 s around the middle, for tracks longer than 45 s.
@@ -152,11 +152,11 @@ struct Known {
 using Computed
     = std::function<void(const QString &path, const LibraryStore::FileStamp &stamp, const Analysis &analysis)>;
 // Blocks on file reads: a worker thread or orvida-cli.
-[[nodiscard]] std::optional<TransitionPlan> planNow(const QString &from, const QString &to, double seconds,
-                                                    const Known &known = {}, const Computed &computed = {});
+[[nodiscard]] std::optional<TransitionPlan> planNow(
+    const QString &from, const QString &to, double seconds, const Known &known = {}, const Computed &computed = {});
 // planNow() on the global thread pool.
-[[nodiscard]] QFuture<std::optional<TransitionPlan>> plan(const QString &from, const QString &to, double seconds,
-                                                          Known known = {}, Computed computed = {});
+[[nodiscard]] QFuture<std::optional<TransitionPlan>> plan(
+    const QString &from, const QString &to, double seconds, Known known = {}, Computed computed = {});
 
 // The library's kind for toJson() records.
 inline constexpr char kAnalysisKind[] = "crossfade";

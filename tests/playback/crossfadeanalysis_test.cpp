@@ -4,8 +4,8 @@
 #include "library/librarystore.h"
 #include "library/transitionsettings.h"
 #include "playback/audioengine.h"
-#include "playback/player.h"
 #include "playback/crossfadeplanner.h"
+#include "playback/player.h"
 
 #include <QDateTime>
 #include <QSignalSpy>
@@ -30,7 +30,10 @@ protected:
         QStringList args { "-f", "lavfi", "-i", source };
         if (!filter.isEmpty())
             args << "-af" << filter;
-        args << "-ac" << "2" << "-ar" << QString::number(PlaybackAudio::kRate) << "-c:a" << "pcm_s16le";
+        args << "-ac"
+             << "2"
+             << "-ar" << QString::number(PlaybackAudio::kRate) << "-c:a"
+             << "pcm_s16le";
         QString error;
         EXPECT_TRUE(PlaybackAudio::encode(path, args, &error)) << error.toStdString();
         return path;
@@ -49,8 +52,8 @@ protected:
 TEST_F(CrossfadeAnalysis, EndingsAreFoundInTheRecording)
 {
     // 10 s of noise fading out over 10 s: a fade, over before its last inaudible second.
-    const auto fading = analyzeFile(make("fade.wav", QStringLiteral("anoisesrc=d=20:c=pink:a=0.3:seed=3"),
-        QStringLiteral("afade=t=out:st=10:d=10")));
+    const auto fading = analyzeFile(make(
+        "fade.wav", QStringLiteral("anoisesrc=d=20:c=pink:a=0.3:seed=3"), QStringLiteral("afade=t=out:st=10:d=10")));
     ASSERT_TRUE(fading);
     EXPECT_TRUE(fading->tail.fades);
     EXPECT_GT(fading->tail.audibleEnd, 15.0);
@@ -67,7 +70,8 @@ TEST_F(CrossfadeAnalysis, EndingsAreFoundInTheRecording)
     // A radio cut: the song ends at 8 s, half a second of silence, then 3 s of the next
     // song until the file ends. Its own end is where the song ended.
     const auto cut = analyzeFile(make("cut.wav",
-        QStringLiteral("aevalsrc='if(lt(t,8),0.3*sin(2*PI*330*t),if(lt(t,8.5),0,0.3*sin(2*PI*550*t)))':s=44100:d=11.5")));
+        QStringLiteral(
+            "aevalsrc='if(lt(t,8),0.3*sin(2*PI*330*t),if(lt(t,8.5),0,0.3*sin(2*PI*550*t)))':s=44100:d=11.5")));
     ASSERT_TRUE(cut);
     EXPECT_NEAR(cut->tail.audibleEnd, 8.0, 0.01);
     EXPECT_NEAR(cut->tail.silentEnd, 11.5, 0.01);
@@ -81,8 +85,8 @@ TEST_F(CrossfadeAnalysis, StartsAreFoundInTheRecording)
     EXPECT_NEAR(late->head.firstSound, 1.5, 0.01);
 
     // An intro 35 dB under the rest of the track is music, not silence.
-    const auto quiet = analyzeFile(make("quiet.wav",
-        QStringLiteral("aevalsrc='0.5*sin(2*PI*440*t)*if(lt(t,3),0.01778,1)':s=44100:d=10")));
+    const auto quiet = analyzeFile(
+        make("quiet.wav", QStringLiteral("aevalsrc='0.5*sin(2*PI*440*t)*if(lt(t,3),0.01778,1)':s=44100:d=10")));
     ASSERT_TRUE(quiet);
     EXPECT_LT(quiet->head.firstSound, 0.01);
     // The reference is the loud part's, and the intro lies above the silence threshold.
@@ -90,10 +94,10 @@ TEST_F(CrossfadeAnalysis, StartsAreFoundInTheRecording)
     EXPECT_LT(quiet->head.silenceThreshold, quiet->head.reference - 35.0f);
 
     // The plan into it starts at 0 and out of the fade holds the outgoing deck.
-    const auto fading = make("fade.wav", QStringLiteral("anoisesrc=d=20:c=pink:a=0.3:seed=3"),
-        QStringLiteral("afade=t=out:st=10:d=10"));
-    const auto plan = planNow(fading, make("quiet2.wav",
-        QStringLiteral("aevalsrc='0.5*sin(2*PI*440*t)*if(lt(t,3),0.01778,1)':s=44100:d=10")), 6);
+    const auto fading = make(
+        "fade.wav", QStringLiteral("anoisesrc=d=20:c=pink:a=0.3:seed=3"), QStringLiteral("afade=t=out:st=10:d=10"));
+    const auto plan = planNow(fading,
+        make("quiet2.wav", QStringLiteral("aevalsrc='0.5*sin(2*PI*440*t)*if(lt(t,3),0.01778,1)':s=44100:d=10")), 6);
     ASSERT_TRUE(plan);
     EXPECT_EQ(plan->fadeOut, FadeCurve::hold);
     EXPECT_DOUBLE_EQ(plan->incomingStart, 0);
