@@ -460,7 +460,21 @@ std::optional<QByteArray> analyseForLibrary(const QString &path)
 
 TrackPlanner playerPlanner(LibraryStore *library, std::function<double()> seconds)
 {
-    return [library, seconds = std::move(seconds)](const Track &from, const Track &to) {
+    // A plan may still run on the pool when the library closes at shutdown: it posts to
+    // the library only while it exists, and what it posted before is dropped with it.
+    struct LibraryHandle {
+        std::mutex mutex;
+        LibraryStore *library = nullptr;
+    };
+    auto handle = std::make_shared<LibraryHandle>();
+    handle->library = library;
+    if (library) {
+        QObject::connect(library, &QObject::destroyed, [handle] {
+            std::lock_guard lock(handle->mutex);
+            handle->library = nullptr;
+        });
+    }
+    return [library, handle, seconds = std::move(seconds)](const Track &from, const Track &to) {
         const QString fromPath = from.filePath.value_or(QString());
         const QString toPath = to.filePath.value_or(QString());
         Known known;
@@ -474,8 +488,11 @@ TrackPlanner playerPlanner(LibraryStore *library, std::function<double()> second
                 return json ? fromJson(*json) : std::nullopt;
             };
             known = Known { stored(fromPath), stored(toPath) };
-            computed = [library](const QString &path, const LibraryStore::FileStamp &stamp, const Analysis &a) {
-                library->post([path, stamp, json = toJson(a)](LibraryStore &store) {
+            computed = [handle](const QString &path, const LibraryStore::FileStamp &stamp, const Analysis &a) {
+                std::lock_guard lock(handle->mutex);
+                if (!handle->library)
+                    return;
+                handle->library->post([path, stamp, json = toJson(a)](LibraryStore &store) {
                     (void)store.setAnalysis(path, QString::fromLatin1(kAnalysisKind), stamp, json);
                 });
             };

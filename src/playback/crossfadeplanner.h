@@ -166,8 +166,8 @@ inline constexpr char kAnalysisKind[] = "crossfade";
 // The player's crossfade planner (Player::Planner). Called on the library's owner thread:
 // it looks up both files' stored analyses there, plans on the pool, and hands analyses it
 // had to compute back to the library with LibraryStore::post. `library` may be null (then
-// nothing is stored) and must otherwise outlive every plan it started; `seconds` is read
-// when a plan is asked for.
+// nothing is stored); the planner is not called once it is gone, while a plan still
+// running then stores nothing. `seconds` is read when a plan is asked for.
 using TrackPlanner = std::function<QFuture<std::optional<TransitionPlan>>(const Track &from, const Track &to)>;
 [[nodiscard]] TrackPlanner playerPlanner(LibraryStore *library, std::function<double()> seconds);
 
