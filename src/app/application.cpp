@@ -17,6 +17,8 @@
 #include "library/librarystore.h"
 #include "library/transitionsettings.h"
 #include "platform/desktopnotifier.h"
+#include "playback/analysisqueue.h"
+#include "playback/crossfadeplanner.h"
 #include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
@@ -77,6 +79,11 @@ Application::Application(ApplicationOptions options, QObject *parent)
     if (!m_libraryError.isEmpty())
         m_startupProblems << m_libraryError;
     startPlayer(options.audioOutput);
+    if (LibraryStore *store = library()) {
+        m_analysis = std::make_unique<AnalysisQueue>(*store);
+        m_analysis->addAnalyser(QString::fromLatin1(CrossfadePlanner::kAnalysisKind), CrossfadePlanner::analyseForLibrary);
+        m_analysis->start();
+    }
     for (const QString &problem : {m_favorites->loadProblem(), stats().loadProblem(), scheduler.loadProblem()}) {
         if (!problem.isEmpty())
             m_startupProblems << problem;
@@ -105,6 +112,10 @@ void Application::startPlayer(AudioEngine::Output output)
             m_startupProblems << error;
     }
     m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
+    m_player->setPlanner(TransitionMode::crossfade,
+        CrossfadePlanner::playerPlanner(library(), [settings = m_transitions.get()] {
+            return double(settings->crossfadeSeconds());
+        }));
     startListener();
     m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player, m_listener.get());
 }
@@ -258,6 +269,8 @@ void Application::shutDown()
     m_player.reset();
     m_audio->stop();
     m_audio.reset();
+    // Waits for the file it is on; what it found is not stored any more.
+    m_analysis.reset();
     // The recordings end next: their last songs still go into the library.
     m_recording->shutDown();
     m_directory.reset();

@@ -16,6 +16,7 @@
 #include <optional>
 
 class DesktopAppearance;
+class AnalysisQueue;
 class DesktopNotifier;
 class EngineSettingsStore;
 class FavoriteStations;
@@ -105,6 +106,9 @@ public:
     AudioEngine &audioEngine() { return *m_audio; }
     // Until shutDown().
     Player &player() { return *m_player; }
+    // The library's files analysed in the background for the planners; null without a
+    // library, and after shutDown().
+    AnalysisQueue *analysisQueue() { return m_analysis.get(); }
     // The player on the session bus for media keys and the desktop's media controls.
     MprisService &mediaControls() { return *m_mediaControls; }
 
@@ -175,6 +179,7 @@ private:
     // live mode for a moment is not the user's doing.
     bool m_switchingLive = false;
     std::unique_ptr<MprisService> m_mediaControls;
+    std::unique_ptr<AnalysisQueue> m_analysis;
     QString m_libraryError;
     QStringList m_startupProblems;
     bool m_shutDown = false;

@@ -22,6 +22,7 @@
 #include "engine/sniperscheduler.h"
 #include "engine/stationlistener.h"
 #include "platform/preferences.h"
+#include "playback/analysisqueue.h"
 #include "playback/player.h"
 #include "stations/favoritestations.h"
 #include "tools/youtubeservice.h"
@@ -157,7 +158,29 @@ void MainWindow::buildContent()
     right->setSpacing(0);
     right->addWidget(m_messages);
     right->addWidget(m_pages, 1);
-    layout->addWidget(m_sidebar);
+    auto *side = new QVBoxLayout;
+    side->setContentsMargins(0, 0, 0, 0);
+    side->setSpacing(0);
+    side->addWidget(m_sidebar, 1);
+    m_analysisProgress = new QLabel(m_content);
+    m_analysisProgress->setObjectName(QStringLiteral("analysisProgress"));
+    // As wide as the sidebar above it, never wider: the sidebar is as wide as its names.
+    m_analysisProgress->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_analysisProgress->setWordWrap(true);
+    m_analysisProgress->setStyleSheet(QStringLiteral(
+        "QLabel#analysisProgress { background: palette(window); color: palette(placeholder-text);"
+        " padding: 6px 18px; border-right: 1px solid palette(mid); font-size: small; }"));
+    m_analysisProgress->hide();
+    side->addWidget(m_analysisProgress);
+    if (AnalysisQueue *analysis = app.analysisQueue()) {
+        const auto show = [this](int done, int total) {
+            m_analysisProgress->setText(tx("lib.analysingFormat").arg(done).arg(total));
+            m_analysisProgress->setVisible(done < total);
+        };
+        connect(analysis, &AnalysisQueue::progressChanged, m_content, show);
+        show(analysis->done(), analysis->total());
+    }
+    layout->addLayout(side);
     layout->addLayout(right, 1);
     m_nowPlaying = new NowPlayingBar(app.player(), app.transitionSettings(), &app.listener(), m_content);
     m_nowPlaying->setStationLogos(&app.stationLogos());

@@ -166,6 +166,7 @@ private:
     QStackedWidget *m_root = nullptr; // the tools screen or the content
     QWidget *m_content = nullptr;
     QListWidget *m_sidebar = nullptr;
+    QLabel *m_analysisProgress = nullptr; // the sidebar's foot, while the library is analysed
     QStackedWidget *m_pages = nullptr;
     ToolsGateView *m_gate = nullptr;
     RadioView *m_radio = nullptr;

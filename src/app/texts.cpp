@@ -253,6 +253,7 @@ constexpr Entry kEntries[] = {
      "Aufgenommene Songs landen automatisch hier."},
     {"lib.albums", "Albums", "Alben"},
     {"lib.albumsTip", "Show the albums as covers beside the list", "Die Alben als Cover neben der Liste zeigen"},
+    {"lib.analysingFormat", "Analysing library: %1 / %2", "Mediathek wird analysiert: %1 / %2"},
     {"lib.unavailable", "The library could not be opened.", "Die Mediathek konnte nicht geöffnet werden."},
     {"library.allTracks", "All Tracks", "Alle Titel"},
     {"library.addToPlaylist", "Add to Playlist", "Zur Playlist hinzufügen"},

@@ -2,6 +2,8 @@
 
 #include "library/transitionmode.h"
 #include "library/transitionplan.h"
+#include "library/transitionsettings.h"
+#include "playback/crossfadeplanner.h"
 #include "playback/gaplessplanner.h"
 
 #include <QFileInfo>
@@ -76,19 +78,24 @@ int planCommand(CliServices &, const QStringList &args)
     if (!mode || *mode == TransitionMode::off)
         return Cli::usageError(
             QString::fromLatin1(kPlanUsage), QStringLiteral("--mode must be gapless, crossfade or automix"));
+    std::optional<double> seconds;
     if (parsed->has(QStringLiteral("seconds"))) {
         bool ok = false;
-        const double seconds = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
-        if (!ok || !(seconds > 0))
+        seconds = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
+        if (!ok || !(*seconds > 0))
             return Cli::usageError(
                 QString::fromLatin1(kPlanUsage), QStringLiteral("--seconds must be a positive number"));
     }
     const QString outgoing = QFileInfo(parsed->positional.at(0)).absoluteFilePath();
     const QString incoming = QFileInfo(parsed->positional.at(1)).absoluteFilePath();
     std::optional<TransitionPlan> plan;
-    // The crossfade and automix planners are not there yet: they give no plan.
     if (*mode == TransitionMode::gapless)
         plan = GaplessPlanner::planNow(outgoing, incoming);
+    if (*mode == TransitionMode::crossfade) {
+        // Without --seconds, the length the user chose for the player.
+        const double length = seconds ? *seconds : double(TransitionSettings().crossfadeSeconds());
+        plan = CrossfadePlanner::planNow(outgoing, incoming, length);
+    }
     if (!plan)
         return Cli::fail(QStringLiteral("no plan"));
     const TransitionPlan p = sanitized(*plan);

@@ -5,6 +5,7 @@
 #include "library/transitionsettings.h"
 #include "platform/signalwatcher.h"
 #include "playback/audioengine.h"
+#include "playback/crossfadeplanner.h"
 #include "playback/player.h"
 
 #include <QFileInfo>
@@ -64,9 +65,11 @@ int playCommand(CliServices &, const QStringList &args)
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("unknown mode"));
     }
     bool ok = true;
+    std::optional<double> seconds;
     if (parsed->has(QStringLiteral("seconds"))) {
         // The length the crossfade and automix planners are asked for.
         const double s = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
+        seconds = s;
         if (!ok || !(s > 0))
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--seconds needs a positive number"));
     }
@@ -87,6 +90,10 @@ int playCommand(CliServices &, const QStringList &args)
     TransitionSettings settings;
     Player player(*engine, settings, nullptr);
     player.setModeOverride(mode.value_or(settings.mode()));
+    player.setPlanner(TransitionMode::crossfade,
+        CrossfadePlanner::playerPlanner(nullptr, [seconds, &settings] {
+            return seconds ? *seconds : double(settings.crossfadeSeconds());
+        }));
     printEvents(player);
     int played = 0;
     QObject::connect(&player, &Player::currentTrackChanged, [&](const std::optional<Track> &track) {

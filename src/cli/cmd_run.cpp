@@ -4,9 +4,12 @@
 
 #include "engine/recorderservices.h"
 #include "engine/sniperscheduler.h"
+#include "playback/analysisqueue.h"
+#include "playback/crossfadeplanner.h"
 
 #include <chrono>
 #include <cmath>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -47,12 +50,21 @@ int runCommand(CliServices &services, const QStringList &args)
     QObject::connect(&scheduler, &SniperScheduler::runsPlansChanged, tellWaiting);
     tellWaiting(scheduler.runsPlans());
 
+    // The library's files, and songs right after they are saved, are analysed for the
+    // player's planners at idle priority.
+    std::optional<AnalysisQueue> analysis;
+    analysis.emplace(setup->library);
+    analysis->addAnalyser(QString::fromLatin1(CrossfadePlanner::kAnalysisKind), CrossfadePlanner::analyseForLibrary);
+    analysis->start();
+
     SignalWatcher signals;
     bool finished = false;
     QObject::connect(&signals, &SignalWatcher::terminationRequested, [&] { finished = true; });
     Cli::waitUntilDone(finished);
 
-    // The scheduler first, then the last songs saved, then the library closed.
+    // The analysis first (it finishes the file it is on), the scheduler, then the last
+    // songs saved, then the library closed.
+    analysis.reset();
     setup->services.shutDown();
     return kExitOk;
 }

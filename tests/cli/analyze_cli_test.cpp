@@ -109,3 +109,28 @@ TEST(AnalyzeCliTest, PlanGivesTheSanitisedGaplessPlanAndNoPlanForTheOtherModes)
     EXPECT_EQ(runCli({ "plan", flac, mp3, "--mode", "gapless", "--seconds", "x" }).exitCode, 2);
     EXPECT_EQ(runCli({ "plan", flac, "--mode", "gapless" }).exitCode, 2);
 }
+
+TEST(AnalyzeCliTest, PlanCrossfadesTracksLongEnoughForIt)
+{
+    TestHome home;
+    QTemporaryDir dir;
+    const QString a = makeTone(dir, QStringLiteral("a.flac"), 9.0, 44100, { "-c:a", "flac" });
+    const QString b = makeTone(dir, QStringLiteral("b.flac"), 9.0, 44100, { "-c:a", "flac" });
+
+    // A third of the outgoing track's 9 s, ending where its sound ends.
+    CliRun run = runCli({ "plan", a, b, "--mode", "crossfade", "--seconds", "6", "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    const QJsonObject o = json(run);
+    EXPECT_NEAR(o.value("outgoingEnd").toDouble(), 9.0, 0.01);
+    EXPECT_NEAR(o.value("fadeDuration").toDouble(), 3.0, 0.01);
+    EXPECT_NEAR(o.value("outgoingStart").toDouble(), 6.0, 0.02);
+    EXPECT_EQ(o.value("incomingStart").toDouble(), 0);
+    EXPECT_EQ(o.value("fadeOut").toString(), "equalPower");
+    EXPECT_EQ(o.value("incomingRate").toDouble(), 1);
+    EXPECT_FALSE(o.contains("bassSwapAt"));
+
+    // 1.5 s asked for is what it gets.
+    run = runCli({ "plan", a, b, "--mode", "crossfade", "--seconds", "1.5", "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_NEAR(json(run).value("fadeDuration").toDouble(), 1.5, 1e-9);
+}
