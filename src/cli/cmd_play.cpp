@@ -5,7 +5,11 @@
 #include "library/transitionsettings.h"
 #include "platform/signalwatcher.h"
 #include "playback/audioengine.h"
+#include "playback/loudness.h"
+#include "playback/normalisation.h"
 #include "playback/player.h"
+
+#include <QtConcurrent>
 
 #include <QFileInfo>
 
@@ -14,7 +18,8 @@
 namespace {
 
 const char kUsage[]
-    = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ]";
+    = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ] "
+      "[--normalise off|track|album]";
 
 QString seconds(double value)
 {
@@ -54,7 +59,7 @@ void printEvents(Player &player)
 int playCommand(CliServices &, const QStringList &args)
 {
     QString error;
-    const auto parsed = Cli::parse(args, { "mode", "seconds", "render", "rate" }, false, 1, 100000, &error);
+    const auto parsed = Cli::parse(args, { "mode", "seconds", "render", "rate", "normalise" }, false, 1, 100000, &error);
     if (!parsed)
         return Cli::usageError(QString::fromLatin1(kUsage), error);
     std::optional<TransitionMode> mode;
@@ -77,6 +82,13 @@ int playCommand(CliServices &, const QStringList &args)
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--rate needs a sample rate in Hz"));
     }
     const bool render = parsed->has(QStringLiteral("render"));
+    NormalisationMode normalise = Normalisation::storedMode();
+    if (parsed->has(QStringLiteral("normalise"))) {
+        const auto chosen = Normalisation::fromRawValue(parsed->value(QStringLiteral("normalise")));
+        if (!chosen)
+            return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--normalise must be off, track or album"));
+        normalise = *chosen;
+    }
 
     AudioEngine::Options options;
     options.sampleRate = rate;
@@ -87,6 +99,27 @@ int playCommand(CliServices &, const QStringList &args)
     TransitionSettings settings;
     Player player(*engine, settings, nullptr);
     player.setModeOverride(mode.value_or(settings.mode()));
+    player.setNormalisation(normalise);
+    const QList<Track> tracks = tracksOf(parsed->positional);
+    if (normalise != NormalisationMode::off) {
+        // Files from the command line have no stored analysis: measured here, all at once
+        // on the thread pool, before the first one plays. One that cannot be measured
+        // plays at its own level (and fails to play anyway when it cannot be decoded).
+        const QList<std::pair<QString, std::optional<LoudnessAnalysis>>> measured
+            = QtConcurrent::blockingMapped(parsed->positional, [](const QString &path) {
+                  const QString absolute = QFileInfo(path).absoluteFilePath();
+                  return std::pair { absolute, Loudness::analyse(absolute) };
+              });
+        auto known = std::make_shared<QHash<QString, LoudnessAnalysis>>();
+        for (const auto &[path, analysis] : measured) {
+            if (analysis)
+                known->insert(path, *analysis);
+        }
+        player.setLoudnessLookup([known](const QString &path) -> std::optional<LoudnessAnalysis> {
+            const auto it = known->constFind(path);
+            return it == known->cend() ? std::nullopt : std::optional(*it);
+        });
+    }
     printEvents(player);
     int played = 0;
     QObject::connect(&player, &Player::currentTrackChanged, [&](const std::optional<Track> &track) {
@@ -94,7 +127,6 @@ int playCommand(CliServices &, const QStringList &args)
             ++played;
     });
 
-    const QList<Track> tracks = tracksOf(parsed->positional);
     int exitCode = kExitOk;
     if (render) {
         player.setQueue(tracks);
