@@ -8,11 +8,100 @@
 #include <ebur128.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <memory>
 #include <vector>
 
 namespace {
+
+// The true peak: the largest magnitude of the signal oversampled 4x with the interpolation
+// filter of ITU-R BS.1770 (four phases of twelve taps). libebur128 can measure it too, but
+// its generic interpolator takes four fifths of the analysis time; this one does the
+// same filter in float and skips every stretch of signal that cannot beat the peak found
+// so far: an output of a phase is at most the sum of the phase's absolute taps times the
+// largest input under the filter, so a stretch whose inputs stay below the peak divided by
+// that sum holds no new peak. Music spends most of its time well under its peak.
+class TruePeakMeter {
+public:
+    explicit TruePeakMeter(int rate)
+        : m_oversample(rate < 96000)
+    {
+        for (auto &channel : m_buffer)
+            channel.assign(kTaps - 1, 0.0f);
+    }
+
+    void add(const float *stereo, qint64 frames)
+    {
+        for (int ch = 0; ch < 2; ++ch) {
+            std::vector<float> &x = m_buffer[size_t(ch)];
+            // x holds the last kTaps - 1 inputs, then this block's.
+            x.resize(size_t(kTaps - 1 + frames));
+            for (qint64 i = 0; i < frames; ++i)
+                x[size_t(kTaps - 1 + i)] = stereo[2 * i + ch];
+            if (m_oversample) {
+                scan(x);
+            } else {
+                // At 96 kHz and above the samples are close enough to the waveform's peaks.
+                for (qint64 i = 0; i < frames; ++i)
+                    m_peak = std::max(m_peak, std::abs(x[size_t(kTaps - 1 + i)]));
+            }
+            std::copy(x.end() - (kTaps - 1), x.end(), x.begin());
+            x.resize(kTaps - 1);
+        }
+    }
+
+    [[nodiscard]] float peak() const { return m_peak; }
+
+private:
+    static constexpr int kTaps = 12;
+    static constexpr int kStretch = 32; // frames judged together for skipping
+    static constexpr float kPhases[4][kTaps] = {
+        { 0.0017089843750f, 0.0109863281250f, -0.0196533203125f, 0.0332031250000f, -0.0594482421875f,
+            0.1373291015625f, 0.9721679687500f, -0.1022949218750f, 0.0476074218750f, -0.0266113281250f,
+            0.0148925781250f, -0.0083007812500f },
+        { -0.0291748046875f, 0.0292968750000f, -0.0517578125000f, 0.0891113281250f, -0.1665039062500f,
+            0.4650878906250f, 0.7797851562500f, -0.2003173828125f, 0.1015625000000f, -0.0582275390625f,
+            0.0330810546875f, -0.0189208984375f },
+        { -0.0189208984375f, 0.0330810546875f, -0.0582275390625f, 0.1015625000000f, -0.2003173828125f,
+            0.7797851562500f, 0.4650878906250f, -0.1665039062500f, 0.0891113281250f, -0.0517578125000f,
+            0.0292968750000f, -0.0291748046875f },
+        { -0.0083007812500f, 0.0148925781250f, -0.0266113281250f, 0.0476074218750f, -0.1022949218750f,
+            0.9721679687500f, 0.1373291015625f, -0.0594482421875f, 0.0332031250000f, -0.0196533203125f,
+            0.0109863281250f, 0.0017089843750f },
+    };
+    // The largest sum of absolute taps of a phase (phases 1 and 2).
+    static constexpr float kGainBound = 2.0229f;
+
+    void scan(const std::vector<float> &x)
+    {
+        const size_t end = x.size();
+        for (size_t from = kTaps - 1; from < end; from += kStretch) {
+            const size_t to = std::min(end, from + kStretch);
+            float local = 0;
+            for (size_t i = from + 1 - kTaps; i < to; ++i)
+                local = std::max(local, std::abs(x[i]));
+            if (local * kGainBound <= m_peak)
+                continue;
+            // Tap k weighs input n - k; the loop over n innermost, so that it vectorises.
+            const size_t count = to - from;
+            for (const auto &phase : kPhases) {
+                std::array<float, kStretch> y {};
+                for (int k = 0; k < kTaps; ++k) {
+                    const float *in = x.data() + from - size_t(k);
+                    for (size_t j = 0; j < count; ++j)
+                        y[j] += phase[k] * in[j];
+                }
+                for (size_t j = 0; j < count; ++j)
+                    m_peak = std::max(m_peak, std::abs(y[j]));
+            }
+        }
+    }
+
+    bool m_oversample;
+    float m_peak = 0;
+    std::array<std::vector<float>, 2> m_buffer;
+};
 
 struct StateDeleter {
     void operator()(ebur128_state *state) const { ebur128_destroy(&state); }
@@ -37,7 +126,7 @@ std::optional<LoudnessAnalysis> Loudness::analyse(const QString &path, QString *
         return std::nullopt;
     const int rate = decoder->outputRate();
     std::unique_ptr<ebur128_state, StateDeleter> state(
-        ebur128_init(2, unsigned(rate), EBUR128_MODE_I | EBUR128_MODE_TRUE_PEAK));
+        ebur128_init(2, unsigned(rate), EBUR128_MODE_I));
     if (!state) {
         if (error)
             *error = QStringLiteral("cannot measure loudness at %1 Hz").arg(rate);
@@ -46,6 +135,7 @@ std::optional<LoudnessAnalysis> Loudness::analyse(const QString &path, QString *
     // A second of audio per call: large enough that the per-call overhead vanishes,
     // small enough to stay in cache.
     std::vector<float> block(size_t(2 * rate));
+    TruePeakMeter truePeak(rate);
     qint64 frames = 0;
     for (;;) {
         const qint64 got = decoder->read(block.data(), rate);
@@ -61,6 +151,7 @@ std::optional<LoudnessAnalysis> Loudness::analyse(const QString &path, QString *
                 *error = QStringLiteral("loudness measurement failed");
             return std::nullopt;
         }
+        truePeak.add(block.data(), got);
         frames += got;
     }
     LoudnessAnalysis result;
@@ -68,14 +159,8 @@ std::optional<LoudnessAnalysis> Loudness::analyse(const QString &path, QString *
     double lufs = -HUGE_VAL;
     if (ebur128_loudness_global(state.get(), &lufs) == EBUR128_SUCCESS)
         result.integratedLufs = finiteOrNone(lufs);
-    double peak = 0;
-    for (unsigned ch = 0; ch < 2; ++ch) {
-        double channelPeak = 0;
-        if (ebur128_true_peak(state.get(), ch, &channelPeak) == EBUR128_SUCCESS)
-            peak = std::max(peak, channelPeak);
-    }
-    if (peak > 0)
-        result.truePeakDb = 20.0 * std::log10(peak);
+    if (truePeak.peak() > 0)
+        result.truePeakDb = 20.0 * std::log10(double(truePeak.peak()));
     return result;
 }
 
