@@ -18,6 +18,7 @@
 #include "library/transitionsettings.h"
 #include "platform/desktopnotifier.h"
 #include "playback/analysisqueue.h"
+#include "playback/loudness.h"
 #include "playback/crossfadeplanner.h"
 #include "playback/player.h"
 #include "stations/directoryapi.h"
@@ -82,7 +83,13 @@ Application::Application(ApplicationOptions options, QObject *parent)
     if (LibraryStore *store = library()) {
         m_analysis = std::make_unique<AnalysisQueue>(*store);
         m_analysis->addAnalyser(QString::fromLatin1(CrossfadePlanner::kAnalysisKind), CrossfadePlanner::analyseForLibrary);
+        m_analysis->addAnalyser(Loudness::kKind, analyseLoudnessJson);
         m_analysis->start();
+        // A track that plays unmeasured is measured next, so that it is levelled when it
+        // comes round again.
+        player().setLoudnessMissing([queue = m_analysis.get()](const QString &path) {
+            queue->prioritise(Loudness::kKind, path);
+        });
     }
     for (const QString &problem : {m_favorites->loadProblem(), stats().loadProblem(), scheduler.loadProblem()}) {
         if (!problem.isEmpty())

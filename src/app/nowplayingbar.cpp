@@ -2,6 +2,7 @@
 
 #include "app/coverloader.h"
 #include "app/stationlogocache.h"
+#include "app/equaliserdialog.h"
 #include "app/texts.h"
 #include "app/themeicons.h"
 #include "app/transitionmenubutton.h"
@@ -149,6 +150,16 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, Stati
     layout->addLayout(center, 1);
 
     m_transition = new TransitionMenuButton(settings, this);
+    m_equaliserButton = makeButton(this, tx("eq.buttonTip"));
+    m_equaliserButton->setObjectName(QStringLiteral("equaliserButton"));
+    m_equaliserButton->setText(tx("eq.button"));
+    connect(m_equaliserButton, &QToolButton::clicked, this, [this] {
+        if (!m_equaliserDialog)
+            m_equaliserDialog = new EqualiserDialog(m_player, this);
+        m_equaliserDialog->refresh();
+        m_equaliserDialog->show();
+        m_equaliserDialog->raise();
+    });
     m_upNextButton = makeButton(this, tx("player.upNext"));
     m_upNextButton->setText(tx("player.upNext"));
     m_upNext = new UpNextPopup(player, this);
@@ -161,6 +172,7 @@ NowPlayingBar::NowPlayingBar(Player &player, TransitionSettings &settings, Stati
     m_volume->setToolTip(tx("player.volume"));
     m_volume->setValue(int(std::lround(player.volume() * 100)));
     layout->addWidget(m_transition);
+    layout->addWidget(m_equaliserButton);
     layout->addWidget(m_upNextButton);
     layout->addWidget(m_volumeIcon);
     layout->addWidget(m_volume);

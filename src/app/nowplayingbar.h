@@ -11,6 +11,7 @@
 #include <optional>
 
 class CoverLoader;
+class EqualiserDialog;
 class QLabel;
 class QPushButton;
 class QSlider;
@@ -58,6 +59,9 @@ public:
     QToolButton *repeatButton() const { return m_repeat; }
     QSlider *volumeSlider() const { return m_volume; }
     TransitionMenuButton *transitionButton() const { return m_transition; }
+    QToolButton *equaliserButton() const { return m_equaliserButton; }
+    // Made when the button is first pressed; null before.
+    EqualiserDialog *equaliserDialog() const { return m_equaliserDialog; }
     QToolButton *upNextButton() const { return m_upNextButton; }
     UpNextPopup *upNext() const { return m_upNext; }
     QLabel *liveBadge() const { return m_badge; }
@@ -127,6 +131,8 @@ private:
     QSlider *m_volume = nullptr;
     QLabel *m_volumeIcon = nullptr;
     TransitionMenuButton *m_transition = nullptr;
+    QToolButton *m_equaliserButton = nullptr;
+    EqualiserDialog *m_equaliserDialog = nullptr;
     QToolButton *m_upNextButton = nullptr;
     UpNextPopup *m_upNext = nullptr;
     QTimer *m_tick = nullptr;

@@ -335,6 +335,28 @@ constexpr Entry kEntries[] = {
     {"trans.secondsFormat", "%1 s", "%1 s"},
     {"trans.helpFormat", "Transition: %1. %2", "Übergang: %1. %2"},
 
+    // Equaliser and loudness normalisation
+    {"eq.button", "EQ", "EQ"},
+    {"eq.buttonTip", "Equaliser and volume levelling", "Equalizer und Lautstärkeangleichung"},
+    {"eq.title", "Equaliser", "Equalizer"},
+    {"eq.enabled", "Equaliser on", "Equalizer an"},
+    {"eq.preset", "Preset", "Voreinstellung"},
+    {"eq.preset.flat", "Flat", "Neutral"},
+    {"eq.preset.bass", "Bass", "Bass"},
+    {"eq.preset.treble", "Treble", "Höhen"},
+    {"eq.preset.vocal", "Vocal", "Stimme"},
+    {"eq.preset.loudness", "Loudness", "Loudness"},
+    {"eq.preset.custom", "Custom", "Eigene"},
+    {"eq.preamp", "Preamp", "Vorverst."},
+    {"eq.dbFormat", "%1 dB", "%1 dB"},
+    {"eq.reset", "Reset", "Zurücksetzen"},
+    {"norm.label", "Level tracks", "Lautstärke angleichen"},
+    {"norm.off", "Off", "Aus"},
+    {"norm.track", "Per track", "Pro Titel"},
+    {"norm.album", "Per album", "Pro Album"},
+    {"norm.hint", "Plays every track at the same loudness (%1 LUFS) without clipping. Tracks are measured in the background.",
+     "Spielt jeden Titel gleich laut (%1 LUFS), ohne zu übersteuern. Titel werden im Hintergrund gemessen."},
+
     // Settings
     {"settings.title", "Settings", "Einstellungen"},
     {"settings.recording", "Recording", "Aufnahme"},

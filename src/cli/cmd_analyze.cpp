@@ -5,6 +5,7 @@
 #include "library/transitionsettings.h"
 #include "playback/crossfadeplanner.h"
 #include "playback/gaplessplanner.h"
+#include "playback/loudness.h"
 
 #include <QFileInfo>
 #include <QJsonObject>
@@ -57,13 +58,20 @@ int analyzeCommand(CliServices &, const QStringList &args)
     if (!bounds)
         return Cli::fail(
             QStringLiteral("no gapless bounds for %1: not a readable audio file of known length").arg(path));
-    const QList<std::pair<QString, QJsonValue>> fields = {
+    QList<std::pair<QString, QJsonValue>> fields = {
         { QStringLiteral("startFrame"), double(bounds->startFrame) },
         { QStringLiteral("endFrame"), double(bounds->endFrame) },
         { QStringLiteral("length"), double(bounds->length) },
         { QStringLiteral("sampleRate"), bounds->sampleRate },
         { QStringLiteral("source"), GaplessPlanner::rawValue(bounds->source) },
     };
+    // Integrated LUFS and dBTP; null for a silent file, which has neither.
+    const auto loudness = Loudness::analyse(path, &error);
+    if (!loudness)
+        return Cli::fail(QStringLiteral("cannot measure the loudness of %1: %2").arg(path, error));
+    const auto orNull = [](const std::optional<double> &v) { return v ? QJsonValue(*v) : QJsonValue(); };
+    fields.append({ QStringLiteral("loudness"), orNull(loudness->integratedLufs) });
+    fields.append({ QStringLiteral("truePeak"), orNull(loudness->truePeakDb) });
     printFields(fields, parsed->json);
     return kExitOk;
 }

@@ -6,7 +6,11 @@
 #include "platform/signalwatcher.h"
 #include "playback/audioengine.h"
 #include "playback/crossfadeplanner.h"
+#include "playback/loudness.h"
+#include "playback/normalisation.h"
 #include "playback/player.h"
+
+#include <QtConcurrent>
 
 #include <QFileInfo>
 
@@ -15,7 +19,8 @@
 namespace {
 
 const char kUsage[]
-    = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ]";
+    = "play FILE... [--mode off|gapless|crossfade|automix] [--seconds S] [--render OUT.wav] [--rate HZ] "
+      "[--normalise off|track|album]";
 
 QString seconds(double value)
 {
@@ -55,7 +60,7 @@ void printEvents(Player &player)
 int playCommand(CliServices &, const QStringList &args)
 {
     QString error;
-    const auto parsed = Cli::parse(args, { "mode", "seconds", "render", "rate" }, false, 1, 100000, &error);
+    const auto parsed = Cli::parse(args, { "mode", "seconds", "render", "rate", "normalise" }, false, 1, 100000, &error);
     if (!parsed)
         return Cli::usageError(QString::fromLatin1(kUsage), error);
     std::optional<TransitionMode> mode;
@@ -80,6 +85,13 @@ int playCommand(CliServices &, const QStringList &args)
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--rate needs a sample rate in Hz"));
     }
     const bool render = parsed->has(QStringLiteral("render"));
+    NormalisationMode normalise = Normalisation::storedMode();
+    if (parsed->has(QStringLiteral("normalise"))) {
+        const auto chosen = Normalisation::fromRawValue(parsed->value(QStringLiteral("normalise")));
+        if (!chosen)
+            return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--normalise must be off, track or album"));
+        normalise = *chosen;
+    }
 
     AudioEngine::Options options;
     options.sampleRate = rate;
@@ -94,6 +106,27 @@ int playCommand(CliServices &, const QStringList &args)
         CrossfadePlanner::playerPlanner(nullptr, [seconds, &settings] {
             return seconds ? *seconds : double(settings.crossfadeSeconds());
         }));
+    player.setNormalisation(normalise);
+    const QList<Track> tracks = tracksOf(parsed->positional);
+    if (normalise != NormalisationMode::off) {
+        // Files from the command line have no stored analysis: measured here, all at once
+        // on the thread pool, before the first one plays. One that cannot be measured
+        // plays at its own level (and fails to play anyway when it cannot be decoded).
+        const QList<std::pair<QString, std::optional<LoudnessAnalysis>>> measured
+            = QtConcurrent::blockingMapped(parsed->positional, [](const QString &path) {
+                  const QString absolute = QFileInfo(path).absoluteFilePath();
+                  return std::pair { absolute, Loudness::analyse(absolute) };
+              });
+        auto known = std::make_shared<QHash<QString, LoudnessAnalysis>>();
+        for (const auto &[path, analysis] : measured) {
+            if (analysis)
+                known->insert(path, *analysis);
+        }
+        player.setLoudnessLookup([known](const QString &path) -> std::optional<LoudnessAnalysis> {
+            const auto it = known->constFind(path);
+            return it == known->cend() ? std::nullopt : std::optional(*it);
+        });
+    }
     printEvents(player);
     int played = 0;
     QObject::connect(&player, &Player::currentTrackChanged, [&](const std::optional<Track> &track) {
@@ -101,7 +134,6 @@ int playCommand(CliServices &, const QStringList &args)
             ++played;
     });
 
-    const QList<Track> tracks = tracksOf(parsed->positional);
     int exitCode = kExitOk;
     if (render) {
         player.setQueue(tracks);

@@ -5,6 +5,7 @@
 #include "engine/recorderservices.h"
 #include "engine/sniperscheduler.h"
 #include "playback/analysisqueue.h"
+#include "playback/loudness.h"
 #include "playback/crossfadeplanner.h"
 
 #include <chrono>
@@ -55,6 +56,7 @@ int runCommand(CliServices &services, const QStringList &args)
     std::optional<AnalysisQueue> analysis;
     analysis.emplace(setup->library);
     analysis->addAnalyser(QString::fromLatin1(CrossfadePlanner::kAnalysisKind), CrossfadePlanner::analyseForLibrary);
+    analysis->addAnalyser(Loudness::kKind, analyseLoudnessJson);
     analysis->start();
 
     SignalWatcher signals;

@@ -30,6 +30,8 @@ const char kUpdateTrack[] = "UPDATE tracks SET title = ?, artist = ?, album = ?,
 const char kSelectAllTracks[] = "SELECT " TRACK_COLUMNS " FROM tracks ORDER BY id";
 const char kSelectTrack[] = "SELECT " TRACK_COLUMNS " FROM tracks WHERE id = ?";
 const char kSelectTracksByPath[] = "SELECT " TRACK_COLUMNS " FROM tracks WHERE filePath = ? ORDER BY id";
+const char kSelectAlbumTracks[]
+    = "SELECT " TRACK_COLUMNS " FROM tracks WHERE album = ? AND artist = ? ORDER BY id";
 const char kDeleteTrack[] = "DELETE FROM tracks WHERE id = ?";
 const char kTrackIsLinked[] = "SELECT EXISTS (SELECT 1 FROM playlist_entries WHERE linkedTrack = ?)";
 
@@ -421,6 +423,20 @@ QList<Track> LibraryStore::tracksByFilePath(const QString &filePath)
     QList<Track> tracks;
     SqliteStatement s = m_db->statement(kSelectTracksByPath);
     s.bind(0, filePath);
+    while (s.next())
+        tracks << readTrack(s);
+    if (s.failed())
+        failed();
+    return tracks;
+}
+
+QList<Track> LibraryStore::tracksOfAlbum(const QString &album, const QString &artist)
+{
+    assertOwnerThread();
+    QList<Track> tracks;
+    SqliteStatement s = m_db->statement(kSelectAlbumTracks);
+    s.bind(0, album);
+    s.bind(1, artist);
     while (s.next())
         tracks << readTrack(s);
     if (s.failed())

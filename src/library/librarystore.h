@@ -82,6 +82,8 @@ public:
     [[nodiscard]] std::optional<Track> track(qint64 trackId);
     [[nodiscard]] QList<Track> allTracks(); // in the order they were added
     [[nodiscard]] QList<Track> tracksByFilePath(const QString &filePath);
+    // The tracks whose album and artist are exactly these, in the order they were added.
+    [[nodiscard]] QList<Track> tracksOfAlbum(const QString &album, const QString &artist);
 
     // Playlists. insertPlaylist() stores the playlist and the entries it already holds.
     [[nodiscard]] std::optional<qint64> insertPlaylist(const Playlist &playlist);

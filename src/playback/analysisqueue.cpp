@@ -1,5 +1,7 @@
 #include "playback/analysisqueue.h"
 
+#include <algorithm>
+
 #include <QMetaObject>
 #include <QThread>
 
@@ -97,6 +99,22 @@ void AnalysisQueue::enqueue(const QString &kind, const QString &path, bool front
     }
     m_wake.notify_one();
     Q_EMIT progressChanged(m_done, m_total);
+}
+
+void AnalysisQueue::prioritise(const QString &kind, const QString &path)
+{
+    if (!m_queued.contains(jobKey(kind, path))) {
+        enqueue(kind, path, true);
+        return;
+    }
+    std::lock_guard lock(m_mutex);
+    const auto it = std::find_if(m_jobs.begin(), m_jobs.end(),
+                                 [&](const Job &job) { return job.kind == kind && job.path == path; });
+    if (it == m_jobs.end())
+        return; // the worker has it already
+    Job job = std::move(*it);
+    m_jobs.erase(it);
+    m_jobs.push_front(std::move(job));
 }
 
 void AnalysisQueue::onTracksInserted(const QList<Track> &tracks)

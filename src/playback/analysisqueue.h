@@ -42,6 +42,9 @@ public:
     // starts the worker. Files added later are queued as they arrive.
     void start();
     [[nodiscard]] bool isRunning() const { return m_worker.joinable(); }
+    // The file is wanted now (it is about to play): its job goes to the front, queued
+    // if it was not. Nothing for a file that failed this session.
+    void prioritise(const QString &kind, const QString &path);
 
     // Jobs finished (stored or failed) and jobs queued in all, since the queue last ran empty.
     [[nodiscard]] int done() const { return m_done; }

@@ -62,6 +62,7 @@ void AudioDeck::loadStream(std::unique_ptr<AudioDecoder> decoder)
         unload();
         return;
     }
+    m_trackGain = 1;
     ++m_generation;
     m_streamGeneration.store(m_generation, std::memory_order_relaxed); // released by setState
     setState(State::ready);
@@ -117,6 +118,11 @@ void AudioDeck::setStopAt(std::optional<double> sec)
 void AudioDeck::setVolume(float gain)
 {
     m_volume = std::clamp(gain, 0.0f, 1.0f);
+}
+
+void AudioDeck::setTrackGain(float gain)
+{
+    m_trackGain = std::isfinite(gain) && gain > 0 ? gain : 1.0f;
 }
 
 void AudioDeck::setRate(double rate)
@@ -235,7 +241,8 @@ AudioDeck::Span AudioDeck::render(float *stereo, int frames, uint64_t hostFrame,
     std::memset(out + 2 * got, 0, sizeof(float) * size_t(2 * (wanted - got)));
     if (got > 0) {
         m_equaliser.process(out, got);
-        const float target = m_volume.load(std::memory_order_relaxed);
+        const float target
+            = m_volume.load(std::memory_order_relaxed) * m_trackGain.load(std::memory_order_relaxed);
         if (target != m_fader || m_fader != 1.0f) {
             // A linear ramp to the new gain over the block: a jump would click.
             const float step = (target - m_fader) / float(got);
@@ -326,7 +333,7 @@ void AudioDeck::takeMarker(const FeedMarker &marker)
         m_feedStream = marker.generation == m_streamGeneration.load(std::memory_order_acquire);
         m_buffering = m_feedStream;
         m_stretching = false;
-        m_fader = m_volume.load(std::memory_order_relaxed);
+        m_fader = m_volume.load(std::memory_order_relaxed) * m_trackGain.load(std::memory_order_relaxed);
         m_equaliser.reset();
     } else if (m_stretching) {
         // A seek: the stretcher's buffered audio belongs to the old place.

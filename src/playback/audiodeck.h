@@ -44,6 +44,10 @@ public:
     void play(uint64_t atHostFrame);
     void setStopAt(std::optional<double> sec);
     void setVolume(float gain);
+    // The loudness normalisation's gain (linear, any positive value), applied with the
+    // fader. A load keeps it, so that it can be set before the load and the track's first
+    // frame already has it; a stream resets it to 1.
+    void setTrackGain(float gain);
     void setRate(double rate);
     EqualiserBank &equaliser() { return m_equaliser; }
 
@@ -54,6 +58,7 @@ public:
     [[nodiscard]] double duration() const;
     [[nodiscard]] double rate() const { return m_rateWanted.load(std::memory_order_relaxed); }
     [[nodiscard]] float volume() const { return m_volume.load(std::memory_order_relaxed); }
+    [[nodiscard]] float trackGain() const { return m_trackGain.load(std::memory_order_relaxed); }
     [[nodiscard]] uint64_t underruns() const { return m_underruns.load(std::memory_order_relaxed); }
 
     // The frames of a block that the deck sounded, [begin, end).
@@ -104,6 +109,7 @@ private:
     std::atomic<uint64_t> m_startAt { 0 };
     std::atomic<int64_t> m_stopFrame { -1 }; // -1: the end of the file
     std::atomic<float> m_volume { 1 };
+    std::atomic<float> m_trackGain { 1 };
     std::atomic<double> m_rateWanted { 1 };
     // Where the deck was after the last block it rendered: file position of its next
     // output frame and the host frame that frame goes out on. Written by the render thread
@@ -124,7 +130,7 @@ private:
     bool m_lastFed = false; // the stretcher has been told the stream ended
     std::optional<Pull> m_stretchEnd;
     double m_outputFrame = 0; // file position of the next stretched output frame
-    float m_fader = 1;
+    float m_fader = 1; // fader times track gain, as applied to the last frame
     bool m_feedStream = false; // m_feedGeneration is a network stream
     bool m_buffering = false; // a stream holding back its sound until enough is buffered
     const size_t m_streamStartFrames;

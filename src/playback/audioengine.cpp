@@ -2,10 +2,12 @@
 
 #include "playback/audiodeck.h"
 #include "playback/audiodecoder.h"
+#include "playback/equaliserbank.h"
 #include "playback/nullsink.h"
 #include "playback/portaudiosink.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <vector>
 
@@ -42,6 +44,7 @@ struct AudioEngine::Impl {
     explicit Impl(const Options &o)
         : options(o)
         , blockFrames(std::clamp(o.blockFrames, 16, 8192))
+        , masterEq(o.sampleRate)
         , deckBuffer(size_t(2 * blockFrames))
     {
         for (auto &deck : decks)
@@ -97,7 +100,9 @@ struct AudioEngine::Impl {
         }
         if (mixed.empty())
             std::memset(out, 0, sizeof(float) * size_t(2 * frames));
-        const float target = masterVolume.load(std::memory_order_relaxed);
+        masterEq.process(out, frames);
+        const float target
+            = masterVolume.load(std::memory_order_relaxed) * preampGain.load(std::memory_order_relaxed);
         if (target != master || master != 1.0f) {
             const float step = (target - master) / float(frames);
             for (int i = 0; i < frames; ++i) {
@@ -124,8 +129,11 @@ struct AudioEngine::Impl {
     std::atomic<quint64> hostFrame { 0 };
     std::atomic<bool> paused { false };
     std::atomic<float> masterVolume { 1 };
+    std::atomic<float> preampGain { 1 }; // linear
+    std::atomic<float> preampDb { 0 };
+    EqualiserBank masterEq; // band kBassSwapBand stays flat: the bass swap is the decks'
     // Render thread only.
-    float master = 1;
+    float master = 1; // master volume times preamp, as applied to the last frame
     std::vector<float> deckBuffer;
 };
 
@@ -245,6 +253,42 @@ void AudioEngine::setBandGain(int deck, int band, float dB)
 {
     if (AudioDeck *dk = d->deck(deck))
         dk->equaliser().setGain(band, dB);
+}
+
+void AudioEngine::setTrackGain(int deck, float gain)
+{
+    if (AudioDeck *dk = d->deck(deck))
+        dk->setTrackGain(gain);
+}
+
+float AudioEngine::trackGain(int deck) const
+{
+    const AudioDeck *dk = d->deck(deck);
+    return dk ? dk->trackGain() : 1.0f;
+}
+
+void AudioEngine::setMasterBandGain(int band, float dB)
+{
+    if (band >= 0 && band < kBassSwapBand)
+        d->masterEq.setGain(band, dB);
+}
+
+void AudioEngine::setPreamp(float dB)
+{
+    const float clamped = std::isfinite(dB) ? std::clamp(dB, -24.0f, 24.0f) : 0.0f;
+    d->preampDb = clamped;
+    // Exactly 1 at 0 dB, so that a flat equaliser is bit-exact.
+    d->preampGain = clamped == 0.0f ? 1.0f : float(std::pow(10.0, clamped / 20.0));
+}
+
+float AudioEngine::masterBandGain(int band) const
+{
+    return band >= 0 && band < kBassSwapBand ? d->masterEq.gain(band) : 0.0f;
+}
+
+float AudioEngine::preamp() const
+{
+    return d->preampDb.load(std::memory_order_relaxed);
 }
 
 void AudioEngine::setBandBypass(int deck, int band, bool bypassed)

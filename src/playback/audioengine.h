@@ -12,7 +12,7 @@ class AudioSink;
 
 // The sound-producing half of the player: two decks mixed into one output.
 //
-//   decoder -> ring -> time-stretch -> equaliser bank -> fader -> mixer -> master -> sink
+//   decoder -> ring -> time-stretch -> equaliser bank -> fader -> mixer -> master eq -> master -> sink
 //
 // Each deck decodes on its own worker thread ahead of the output into a lock-free ring;
 // the output side (render()) runs on the sink's thread, or, for offline rendering, on the
@@ -93,11 +93,25 @@ public:
     [[nodiscard]] bool seek(int deck, double sec);
 
     void setVolume(int deck, float gain);     // the deck's fader
+    // The deck's loudness normalisation (linear gain, with the fader). Kept across load(),
+    // so set it before loading the track it belongs to; a stream resets it to 1.
+    void setTrackGain(int deck, float gain);
+    [[nodiscard]] float trackGain(int deck) const;
     void setBandGain(int deck, int band, float dB);
     void setBandBypass(int deck, int band, bool bypassed);
     // Playback rate without pitch change (0.5..2). At exactly 1 on a deck that never left
     // it the stretcher is bypassed and the output is the decoded frames bit for bit.
     void setRate(int deck, double rate);
+
+    // The user's equaliser on the mix of both decks: ten bands (EqualiserBank's 0..9) and a
+    // preamp. One set of filters for the output rather than the same settings on each
+    // deck: half the work, no filter restart when a deck loads a track, and each deck's
+    // bank keeps its bass-swap band for the transitions alone. All bands and the preamp at
+    // 0 dB leave the output bit for bit as it was.
+    void setMasterBandGain(int band, float dB); // band 0..9
+    void setPreamp(float dB);
+    [[nodiscard]] float masterBandGain(int band) const;
+    [[nodiscard]] float preamp() const;
 
     [[nodiscard]] DeckState state(int deck) const;
     [[nodiscard]] QString deckError(int deck) const;

@@ -18,6 +18,8 @@ bool EngineDeck::load(const Track &t, double fromSec, QString *error)
             *error = QStringLiteral("no file");
         return false;
     }
+    // Before the load, so that the track's first frame already has it.
+    m_engine.setTrackGain(m_index, loudnessGain ? loudnessGain(t) : 1.0f);
     if (!m_engine.load(m_index, *t.filePath, fromSec, error)) {
         m_engine.unload(m_index);
         return false;

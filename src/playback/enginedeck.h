@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <optional>
 
 class AudioEngine;
@@ -23,6 +24,9 @@ public:
     double startOffset = 0; // seconds: file position at which the current schedule began
     quint64 startHost = 0; // the output frame that schedule sounds from
     std::optional<double> stopAt; // file position the deck was told to end at
+    // The loudness normalisation's linear gain for a track, asked on every load (unity
+    // when unset). Runs on the owner thread, before the engine opens the file.
+    std::function<float(const Track &)> loudnessGain;
 
     // Loads `track` positioned at `fromSec`, neutral; false with `error` set when the
     // track has no file or the engine cannot open it.

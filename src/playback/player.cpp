@@ -34,6 +34,7 @@ Player::Impl::Impl(Player &owner, AudioEngine &audio, TransitionSettings &transi
     , decks { EngineDeck(audio, 0), EngineDeck(audio, 1) }
     , albumGapless(readAlbumGapless())
 {
+    initNormalisation();
 }
 
 int Player::Impl::sampleRate() const

@@ -3,6 +3,9 @@
 #include "library/track.h"
 #include "library/transitionmode.h"
 #include "library/transitionplan.h"
+#include "playback/equalisersettings.h"
+#include "playback/loudness.h"
+#include "playback/normalisation.h"
 
 #include <QFuture>
 #include <QList>
@@ -111,6 +114,28 @@ public:
     // the crossfade and automix modes too. Preference "ov.player.albumGapless", default on.
     void setAlbumGapless(bool on);
     [[nodiscard]] bool albumGapless() const;
+    // Loudness normalisation, read from the preferences at construction (the window
+    // stores the user's choice itself; orvida-cli's option must not). A change applies to
+    // the tracks on the decks at once, ramped like a fader move.
+    void setNormalisation(NormalisationMode mode);
+    [[nodiscard]] NormalisationMode normalisation() const;
+    void setNormalisationTarget(double lufs);
+    [[nodiscard]] double normalisationTarget() const;
+    // Where a file's loudness comes from when a deck loads it (owner thread). The default
+    // reads the library's stored analysis; a file without one plays at unity gain.
+    using LoudnessLookup = std::function<std::optional<LoudnessAnalysis>(const QString &path)>;
+    void setLoudnessLookup(LoudnessLookup lookup);
+    // Told (owner thread) of each file loaded while normalising that had no analysis, so
+    // that it can be queued for one.
+    void setLoudnessMissing(std::function<void(const QString &path)> hook);
+    // The linear gain normalisation gives `track` now (1 when off or unknown).
+    [[nodiscard]] float loudnessGain(const Track &track);
+
+    // The user's equaliser on the output, applied at once (stored by the caller with
+    // Equaliser::store). The player starts with the stored one.
+    void setEqualiser(const EqualiserSettings &settings);
+    [[nodiscard]] const EqualiserSettings &equaliser() const;
+
     // Seeds the shuffle order, so that a test or a render can repeat a run.
     void setShuffleSeed(quint32 seed);
 

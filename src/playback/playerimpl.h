@@ -41,6 +41,11 @@ struct Player::Impl {
     bool albumGapless = true;
     std::optional<TransitionMode> modeOverride;
     bool rendering = false;
+    NormalisationMode normalisation = NormalisationMode::off;
+    double normalisationTarget = Normalisation::kDefaultTargetLufs;
+    LoudnessLookup loudnessLookup;
+    std::function<void(const QString &)> loudnessMissing;
+    EqualiserSettings equaliser;
     QTimer timer;
 
     // Live mode: the stream plays on decks[cur]; the queue stays as it was.
@@ -80,6 +85,12 @@ struct Player::Impl {
     bool leaveLive();
     void failLive(const QString &reason);
     void liveTick();
+
+    // Loudness normalisation (playernormalisation.cpp).
+    void initNormalisation();
+    [[nodiscard]] std::optional<LoudnessAnalysis> loudnessOf(const QString &path);
+    [[nodiscard]] float loudnessGain(const Track &track);
+    void reapplyLoudness(); // to the tracks on the decks, after a change of mode or target
 
     // Transition executor (playertransitions.cpp).
     void transitionTick();

@@ -1,6 +1,7 @@
 #include "clirunner.h"
 #include "testenv.h"
 
+#include "../playback/signal.h"
 #include "../playback/sweepparts.h"
 
 #include <QtEndian>
@@ -55,6 +56,37 @@ TEST(PlayCli, RenderJoinsPartsIntoTheSignalTheyWereCutFrom)
     const std::vector<float> rendered = readFloatWav(out);
     EXPECT_EQ(qint64(rendered.size()), 2 * sweep.totalFrames());
     EXPECT_EQ(firstDifference(rendered, ffmpegDecode(sweep.full)), -1);
+}
+
+// Two tones 12 dB apart come out of a normalised render at one level.
+TEST(PlayCli, NormaliseBringsTracksToOneLoudness)
+{
+    TestHome home;
+    QStringList files;
+    for (const double dB : { 0.0, -12.0 }) {
+        files << home.file(QStringLiteral("tone%1.flac").arg(files.size()));
+        ASSERT_TRUE(encode(files.last(),
+            { "-f", "lavfi", "-i", QStringLiteral("sine=f=440:r=%1:d=2").arg(kRate), "-af",
+                QStringLiteral("volume=%1dB").arg(dB), "-ac", "2", "-c:a", "flac" }));
+    }
+    const auto levels = [&](const QStringList &options) {
+        const QString out = home.file("out.wav");
+        const CliRun run = runCli(QStringList { "play" } + files + QStringList { "--render", out } + options);
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        const std::vector<float> rendered = readFloatWav(out);
+        EXPECT_EQ(rendered.size(), size_t(2 * 4 * kRate));
+        if (rendered.size() != size_t(2 * 4 * kRate))
+            return std::pair { 0.0, 0.0 };
+        return std::pair { Signal::rmsDb(rendered, kRate / 2, 3 * kRate / 2),
+            Signal::rmsDb(rendered, 5 * kRate / 2, 7 * kRate / 2) };
+    };
+    const auto [loudAsIs, quietAsIs] = levels({});
+    EXPECT_NEAR(loudAsIs - quietAsIs, 12, 0.1);
+    const auto [loud, quiet] = levels({ "--normalise", "track" });
+    EXPECT_NEAR(loud - quiet, 0, 0.1);
+    // The louder tone measures about -22 LUFS: raised by some 4 dB to the -18 LUFS target.
+    EXPECT_NEAR(loud - loudAsIs, 4, 1);
+    EXPECT_EQ(runCli(QStringList { "play" } + files + QStringList { "--normalise", "loud" }).exitCode, 2);
 }
 
 TEST(PlayCli, RenderAtAnotherRate)
