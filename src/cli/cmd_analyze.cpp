@@ -2,9 +2,13 @@
 
 #include "library/transitionmode.h"
 #include "library/transitionplan.h"
+#include "library/transitionsettings.h"
+#include "playback/automixplanner.h"
+#include "playback/beatanalysis.h"
 #include "playback/gaplessplanner.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonObject>
 
 namespace {
@@ -55,13 +59,26 @@ int analyzeCommand(CliServices &, const QStringList &args)
     if (!bounds)
         return Cli::fail(
             QStringLiteral("no gapless bounds for %1: not a readable audio file of known length").arg(path));
-    const QList<std::pair<QString, QJsonValue>> fields = {
+    QList<std::pair<QString, QJsonValue>> fields = {
         { QStringLiteral("startFrame"), double(bounds->startFrame) },
         { QStringLiteral("endFrame"), double(bounds->endFrame) },
         { QStringLiteral("length"), double(bounds->length) },
         { QStringLiteral("sampleRate"), bounds->sampleRate },
         { QStringLiteral("source"), GaplessPlanner::rawValue(bounds->source) },
     };
+    // Tempo 0 and no beats when the file has no steady beat.
+    if (const std::optional<BeatAnalysis::Grid> grid = BeatAnalysis::analyse(path)) {
+        QJsonArray beats;
+        for (double b : grid->beats())
+            beats.append(b);
+        fields.append({ QStringLiteral("tempo"), grid->bpm });
+        fields.append({ QStringLiteral("downbeat"), grid->hasTempo() ? grid->beatTime(grid->downbeat) : 0.0 });
+        // The list is for JSON readers; text output gives the grid it is made from.
+        if (parsed->json)
+            fields.append({ QStringLiteral("beats"), beats });
+        else
+            fields.append({ QStringLiteral("firstBeat"), grid->firstBeat });
+    }
     printFields(fields, parsed->json);
     return kExitOk;
 }
@@ -86,9 +103,14 @@ int planCommand(CliServices &, const QStringList &args)
     const QString outgoing = QFileInfo(parsed->positional.at(0)).absoluteFilePath();
     const QString incoming = QFileInfo(parsed->positional.at(1)).absoluteFilePath();
     std::optional<TransitionPlan> plan;
-    // The crossfade and automix planners are not there yet: they give no plan.
     if (*mode == TransitionMode::gapless)
         plan = GaplessPlanner::planNow(outgoing, incoming);
+    if (*mode == TransitionMode::automix) {
+        const double seconds = parsed->has(QStringLiteral("seconds"))
+            ? parsed->value(QStringLiteral("seconds")).toDouble()
+            : double(TransitionSettings::readAutomixSeconds());
+        plan = AutoMixPlanner::plan(outgoing, incoming, seconds).result();
+    }
     if (!plan)
         return Cli::fail(QStringLiteral("no plan"));
     const TransitionPlan p = sanitized(*plan);

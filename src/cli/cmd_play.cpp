@@ -5,6 +5,7 @@
 #include "library/transitionsettings.h"
 #include "platform/signalwatcher.h"
 #include "playback/audioengine.h"
+#include "playback/automixplanner.h"
 #include "playback/player.h"
 
 #include <QFileInfo>
@@ -64,11 +65,13 @@ int playCommand(CliServices &, const QStringList &args)
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("unknown mode"));
     }
     bool ok = true;
+    std::optional<double> planSeconds;
     if (parsed->has(QStringLiteral("seconds"))) {
         // The length the crossfade and automix planners are asked for.
         const double s = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
         if (!ok || !(s > 0))
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--seconds needs a positive number"));
+        planSeconds = s;
     }
     int rate = 44100;
     if (parsed->has(QStringLiteral("rate"))) {
@@ -87,6 +90,10 @@ int playCommand(CliServices &, const QStringList &args)
     TransitionSettings settings;
     Player player(*engine, settings, nullptr);
     player.setModeOverride(mode.value_or(settings.mode()));
+    const double automixSeconds = planSeconds.value_or(double(settings.automixSeconds()));
+    player.setPlanner(TransitionMode::automix, [automixSeconds](const Track &from, const Track &to) {
+        return AutoMixPlanner::plan(from.filePath.value_or(QString()), to.filePath.value_or(QString()), automixSeconds);
+    });
     printEvents(player);
     int played = 0;
     QObject::connect(&player, &Player::currentTrackChanged, [&](const std::optional<Track> &track) {
