@@ -1,6 +1,7 @@
 #include "clirunner.h"
 #include "testenv.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -48,7 +49,10 @@ TEST(AnalyzeCliTest, PrintsTheBoundsOfEachFormat)
     EXPECT_EQ(o.value("length").toInteger(), 110250);
     EXPECT_EQ(o.value("sampleRate").toDouble(), 44100);
     EXPECT_EQ(o.value("source").toString(), "coreAudio");
-    EXPECT_EQ(o.size(), 5);
+    // A steady tone has no beat.
+    EXPECT_EQ(o.value("tempo").toDouble(-1), 0);
+    EXPECT_TRUE(o.value("beats").isArray());
+    EXPECT_TRUE(o.value("beats").toArray().isEmpty());
     EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
 
     run = runCli({ "analyze", m4a, "--json" });
@@ -108,4 +112,41 @@ TEST(AnalyzeCliTest, PlanGivesTheSanitisedGaplessPlanAndNoPlanForTheOtherModes)
     EXPECT_EQ(runCli({ "plan", flac, mp3, "--mode", "Gapless" }).exitCode, 2);
     EXPECT_EQ(runCli({ "plan", flac, mp3, "--mode", "gapless", "--seconds", "x" }).exitCode, 2);
     EXPECT_EQ(runCli({ "plan", flac, "--mode", "gapless" }).exitCode, 2);
+}
+
+TEST(AnalyzeCliTest, TempoBeatsAndTheAutomixPlanOfClickTracks)
+{
+    TestHome home;
+    QTemporaryDir dir;
+    auto clicks = [&](const QString &name, double period) {
+        const QString path = dir.filePath(name);
+        const QString click = QStringLiteral("if(lt(mod(t+%1\\,%2)\\,0.003)\\,0.8*sin(2*PI*1000*t)\\,0)")
+                                  .arg(period - 0.25)
+                                  .arg(period);
+        QString error;
+        EXPECT_TRUE(runProgram(QStringLiteral("/usr/bin/ffmpeg"),
+            { "-v", "error", "-y", "-f", "lavfi", "-i", QStringLiteral("aevalsrc=%1:s=44100:d=12").arg(click), path },
+            &error))
+            << error.toStdString();
+        return path;
+    };
+    const QString a = clicks(QStringLiteral("a.wav"), 0.5);
+    const QString b = clicks(QStringLiteral("b.wav"), 60.0 / 126);
+
+    CliRun run = runCli({ "analyze", a, "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    QJsonObject o = json(run);
+    EXPECT_NEAR(o.value("tempo").toDouble(), 120, 0.5);
+    const QJsonArray beats = o.value("beats").toArray();
+    ASSERT_GE(beats.size(), 22);
+    EXPECT_NEAR(beats.at(0).toDouble(), 0.25, 0.012);
+    EXPECT_NEAR(beats.at(10).toDouble(), 5.25, 0.012);
+
+    run = runCli({ "plan", a, b, "--mode", "automix", "--seconds", "4", "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    o = json(run);
+    EXPECT_NEAR(o.value("incomingRate").toDouble(), 120.0 / 126, 0.002);
+    EXPECT_NEAR(o.value("fadeDuration").toDouble(), 4, 0.01);
+    EXPECT_EQ(o.value("bassSwapAt").toDouble(), 0.5);
+    EXPECT_GT(o.value("rateReturnDuration").toDouble(), 0);
 }
