@@ -15,6 +15,8 @@
 #include "library/librarystore.h"
 #include "library/transitionsettings.h"
 #include "platform/desktopnotifier.h"
+#include "playback/automixplanner.h"
+#include "playback/beatanalysis.h"
 #include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
@@ -23,7 +25,27 @@
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 
+#include <mutex>
 #include <utility>
+
+struct AnalysisDropBox {
+    std::mutex mutex;
+    LibraryStore *store = nullptr; // guarded by mutex
+
+    // Any thread: stores `json` as the file's analysis of `kind` on the library's thread,
+    // stamped as the file is now.
+    void keep(const QString &path, const QString &kind, const QByteArray &json)
+    {
+        const std::optional<LibraryStore::FileStamp> stamp = LibraryStore::FileStamp::of(path);
+        const std::lock_guard lock(mutex);
+        if (!store || !stamp)
+            return;
+        store->post([path, kind, json, stamp = *stamp](LibraryStore &s) {
+            // A failed write only costs an analysis next time.
+            (void)s.setAnalysis(path, kind, stamp, json);
+        });
+    }
+};
 
 Application::Application(ApplicationOptions options, QObject *parent)
     : QObject(parent)
@@ -101,8 +123,33 @@ void Application::startPlayer(AudioEngine::Output output)
             m_startupProblems << error;
     }
     m_player = std::make_unique<Player>(*m_audio, *m_transitions, library());
+    planAutomixWithTheLibrary();
     startListener();
     m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player, m_listener.get());
+}
+
+void Application::planAutomixWithTheLibrary()
+{
+    m_analysisDropBox = std::make_shared<AnalysisDropBox>();
+    m_analysisDropBox->store = library();
+    // Runs on the GUI thread: the stored grids are looked up here, the missing ones are
+    // worked out on the pool and handed back to the library.
+    m_player->setPlanner(TransitionMode::automix, [this](const Track &from, const Track &to) {
+        LibraryStore *store = library();
+        auto stored = [store](const Track &track) -> std::optional<BeatAnalysis::Grid> {
+            if (!store || !track.filePath)
+                return std::nullopt;
+            const std::optional<LibraryStore::FileStamp> stamp = LibraryStore::FileStamp::of(*track.filePath);
+            const std::optional<QByteArray> json
+                = stamp ? store->analysis(*track.filePath, QStringLiteral("beats"), *stamp) : std::nullopt;
+            return json ? BeatAnalysis::fromJson(*json) : std::nullopt;
+        };
+        auto keep = [box = m_analysisDropBox](const QString &path, const BeatAnalysis::Grid &grid) {
+            box->keep(path, QStringLiteral("beats"), BeatAnalysis::toJson(grid));
+        };
+        return AutoMixPlanner::plan(from.filePath.value_or(QString()), to.filePath.value_or(QString()),
+            double(m_transitions->automixSeconds()), stored(from), stored(to), keep);
+    });
 }
 
 void Application::startListener()
@@ -252,6 +299,10 @@ void Application::shutDown()
     m_listener.reset();
     m_player->stop();
     m_player.reset();
+    if (m_analysisDropBox) {
+        const std::lock_guard lock(m_analysisDropBox->mutex);
+        m_analysisDropBox->store = nullptr;
+    }
     m_audio->stop();
     m_audio.reset();
     // The recordings end next: their last songs still go into the library.
