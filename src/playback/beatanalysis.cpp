@@ -75,6 +75,28 @@ int lowBandDownbeat(std::span<const float> mono, int rate, const Grid &grid)
     return int(std::max_element(std::begin(energy), std::end(energy)) - std::begin(energy));
 }
 
+// The tracker places beats on whole frames of the onset function (11.6 ms); the peak of the
+// function within two frames, interpolated through its neighbours, places them closer,
+// which the tempo of a short track needs (30 s of clicks: within 0.015 BPM).
+double refinedPeak(const std::vector<double> &df, double frame)
+{
+    const auto n = qint64(df.size());
+    const auto at = qint64(std::llround(frame));
+    if (at < 0 || at >= n)
+        return frame;
+    qint64 best = at;
+    for (qint64 i = std::max<qint64>(1, at - 2); i <= std::min(n - 2, at + 2); ++i) {
+        if (df[size_t(i)] > df[size_t(best)])
+            best = i;
+    }
+    if (best < 1 || best > n - 2)
+        return double(best);
+    const double a = df[size_t(best - 1)], b = df[size_t(best)], c = df[size_t(best + 1)];
+    const double den = a - 2 * b + c;
+    const double shift = den < 0 ? 0.5 * (a - c) / den : 0.0;
+    return double(best) + std::clamp(shift, -0.5, 0.5);
+}
+
 } // namespace
 
 std::vector<double> Grid::beats() const
@@ -177,7 +199,7 @@ Grid analyseSamples(std::span<const float> mono, int rate)
     std::vector<double> beats;
     beats.reserve(frames.size());
     for (double f : frames)
-        beats.push_back(((f + kSkipped) * step + window / 2.0) / rate - kLatencySec);
+        beats.push_back(((refinedPeak(df, f) + kSkipped) * step + window / 2.0) / rate - kLatencySec);
     const Grid fitted = fitGrid(beats);
     if (!fitted.hasTempo())
         return grid;

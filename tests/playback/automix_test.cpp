@@ -201,7 +201,9 @@ TEST(AutoMixRender, ClickTrainsCoincideDuringTheOverlapAndTheRateReturns)
     const std::vector<qint64> left = clickOnsets(out, 0, 0.01f);
     const std::vector<qint64> right = clickOnsets(out, 1, 0.01f);
     const auto overlapFrom = qint64(plan.outgoingStart * kRate);
-    const auto overlapTo = qint64(plan.outgoingEnd * kRate);
+    // The outgoing fade reaches silence at the overlap's end, so its last click there may be
+    // too quiet to find: compare up to half a beat before.
+    const auto overlapTo = qint64((plan.outgoingEnd - 0.25) * kRate);
     int matched = 0;
     for (qint64 r : right) {
         if (r < overlapFrom || r >= overlapTo)
@@ -212,8 +214,9 @@ TEST(AutoMixRender, ClickTrainsCoincideDuringTheOverlapAndTheRateReturns)
         EXPECT_LE(double(nearest) / kRate, 0.010) << "incoming click at " << double(r) / kRate << " s";
         ++matched;
     }
-    // Everything but the first beat or two, which the fade-in keeps below the threshold.
-    EXPECT_GE(matched, int(plan.fadeDuration / 0.5) - 2);
+    // Everything but the first beat or two, which the fade-in keeps below the threshold,
+    // and the last.
+    EXPECT_GE(matched, int(plan.fadeDuration / 0.5) - 3);
 
     // After the return the incoming clicks are 60/126 s apart again.
     const double returned = plan.outgoingEnd + plan.rateReturnDuration + 0.2;
