@@ -20,6 +20,8 @@
 #include "playback/analysisqueue.h"
 #include "playback/loudness.h"
 #include "playback/crossfadeplanner.h"
+#include "playback/automixplanner.h"
+#include "playback/beatanalysis.h"
 #include "playback/player.h"
 #include "stations/directoryapi.h"
 #include "stations/favoritestations.h"
@@ -28,7 +30,27 @@
 #include "stations/stationdirectory.h"
 #include "tools/youtubeservice.h"
 
+#include <mutex>
 #include <utility>
+
+struct AnalysisDropBox {
+    std::mutex mutex;
+    LibraryStore *store = nullptr; // guarded by mutex
+
+    // Any thread: stores `json` as the file's analysis of `kind` on the library's thread,
+    // stamped as the file is now.
+    void keep(const QString &path, const QString &kind, const QByteArray &json)
+    {
+        const std::optional<LibraryStore::FileStamp> stamp = LibraryStore::FileStamp::of(path);
+        const std::lock_guard lock(mutex);
+        if (!store || !stamp)
+            return;
+        store->post([path, kind, json, stamp = *stamp](LibraryStore &s) {
+            // A failed write only costs an analysis next time.
+            (void)s.setAnalysis(path, kind, stamp, json);
+        });
+    }
+};
 
 Application::Application(ApplicationOptions options, QObject *parent)
     : QObject(parent)
@@ -84,6 +106,7 @@ Application::Application(ApplicationOptions options, QObject *parent)
         m_analysis = std::make_unique<AnalysisQueue>(*store);
         m_analysis->addAnalyser(QString::fromLatin1(CrossfadePlanner::kAnalysisKind), CrossfadePlanner::analyseForLibrary);
         m_analysis->addAnalyser(Loudness::kKind, analyseLoudnessJson);
+        m_analysis->addAnalyser(QStringLiteral("beats"), analyseBeatsJson);
         m_analysis->start();
         // A track that plays unmeasured is measured next, so that it is levelled when it
         // comes round again.
@@ -123,8 +146,33 @@ void Application::startPlayer(AudioEngine::Output output)
         CrossfadePlanner::playerPlanner(library(), [settings = m_transitions.get()] {
             return double(settings->crossfadeSeconds());
         }));
+    planAutomixWithTheLibrary();
     startListener();
     m_mediaControls = std::make_unique<MprisService>(m_sessionBus, *m_player, m_listener.get());
+}
+
+void Application::planAutomixWithTheLibrary()
+{
+    m_analysisDropBox = std::make_shared<AnalysisDropBox>();
+    m_analysisDropBox->store = library();
+    // Runs on the GUI thread: the stored grids are looked up here, the missing ones are
+    // worked out on the pool and handed back to the library.
+    m_player->setPlanner(TransitionMode::automix, [this](const Track &from, const Track &to) {
+        LibraryStore *store = library();
+        auto stored = [store](const Track &track) -> std::optional<BeatAnalysis::Grid> {
+            if (!store || !track.filePath)
+                return std::nullopt;
+            const std::optional<LibraryStore::FileStamp> stamp = LibraryStore::FileStamp::of(*track.filePath);
+            const std::optional<QByteArray> json
+                = stamp ? store->analysis(*track.filePath, QStringLiteral("beats"), *stamp) : std::nullopt;
+            return json ? BeatAnalysis::fromJson(*json) : std::nullopt;
+        };
+        auto keep = [box = m_analysisDropBox](const QString &path, const BeatAnalysis::Grid &grid) {
+            box->keep(path, QStringLiteral("beats"), BeatAnalysis::toJson(grid));
+        };
+        return AutoMixPlanner::plan(from.filePath.value_or(QString()), to.filePath.value_or(QString()),
+            double(m_transitions->automixSeconds()), stored(from), stored(to), keep);
+    });
 }
 
 void Application::startListener()
@@ -274,6 +322,10 @@ void Application::shutDown()
     m_listener.reset();
     m_player->stop();
     m_player.reset();
+    if (m_analysisDropBox) {
+        const std::lock_guard lock(m_analysisDropBox->mutex);
+        m_analysisDropBox->store = nullptr;
+    }
     m_audio->stop();
     m_audio.reset();
     // Waits for the file it is on; what it found is not stored any more.

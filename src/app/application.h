@@ -148,6 +148,7 @@ Q_SIGNALS:
     void listeningFailed(const Station &station, const QString &message);
 
 private:
+    void planAutomixWithTheLibrary();
     void announce(const char *summaryKey, const ScheduledRecording &plan);
     void startPlayer(AudioEngine::Output output);
     void startListener();
@@ -171,6 +172,9 @@ private:
     std::unique_ptr<TransitionSettings> m_transitions;
     std::unique_ptr<AudioEngine> m_audio;
     std::unique_ptr<Player> m_player;
+    // Where planner threads leave analyses for the library; emptied before the library
+    // closes, so a late one is dropped instead of reaching a closed store.
+    std::shared_ptr<struct AnalysisDropBox> m_analysisDropBox;
     std::unique_ptr<StationListener> m_listener;
     // The station last asked for until the user stops listening or its failure is said:
     // what a failure names once the player has left live mode and the listener let go.

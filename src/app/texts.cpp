@@ -330,8 +330,10 @@ constexpr Entry kEntries[] = {
      "Titel gehen ohne Pause ineinander über, wie auf dem Album."},
     {"trans.hint.crossfade", "The end of a track fades into the start of the next.",
      "Das Ende eines Titels wird in den Anfang des nächsten überblendet."},
-    {"trans.hint.automix", "Tempo and beats are matched for a DJ-style mix.",
-     "Tempo und Takt werden angeglichen, für einen Übergang wie vom DJ."},
+    {"trans.hint.automix",
+     "Tempo and beats are matched for a DJ-style mix; tracks too far apart in tempo are crossfaded.",
+     "Tempo und Takt werden angeglichen, für einen Übergang wie vom DJ; liegen die Tempi zu weit "
+     "auseinander, wird überblendet."},
     {"trans.secondsFormat", "%1 s", "%1 s"},
     {"trans.helpFormat", "Transition: %1. %2", "Übergang: %1. %2"},
 

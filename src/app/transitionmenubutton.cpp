@@ -2,7 +2,6 @@
 
 #include "app/texts.h"
 #include "library/transitionsettings.h"
-#include "platform/preferences.h"
 
 #include <QActionGroup>
 #include <QHBoxLayout>
@@ -14,7 +13,6 @@
 
 namespace {
 
-const QString kAutomixKey = QStringLiteral("ov.transition.automixSeconds");
 constexpr int kMenuWidth = 300;
 
 } // namespace
@@ -73,7 +71,8 @@ TransitionMenuButton::TransitionMenuButton(TransitionSettings &settings, QWidget
     };
     addRow(lengthRow(texts.crossfadeLength, &m_crossfade, &m_crossfadeValue, TransitionSettings::kMinCrossfadeSeconds,
         TransitionSettings::kMaxCrossfadeSeconds));
-    addRow(lengthRow(texts.automixLength, &m_automix, &m_automixValue, kMinAutomixSeconds, kMaxAutomixSeconds));
+    addRow(lengthRow(texts.automixLength, &m_automix, &m_automixValue, TransitionSettings::kMinAutomixSeconds,
+        TransitionSettings::kMaxAutomixSeconds));
     // Written on release (and by the keyboard), not at every step of a drag: each write
     // goes through the preferences file's lock.
     connect(m_crossfade, &QSlider::valueChanged, this, [this](int seconds) {
@@ -87,15 +86,13 @@ TransitionMenuButton::TransitionMenuButton(TransitionSettings &settings, QWidget
     });
     connect(m_automix, &QSlider::valueChanged, this, [this](int seconds) {
         m_automixValue->setText(Texts::transitionTexts().secondsFormat.arg(seconds));
-        if (!m_automix->isSliderDown())
-            setAutomixSeconds(seconds);
+        if (!m_automix->isSliderDown() && seconds != m_settings.automixSeconds())
+            m_settings.setAutomixSeconds(seconds);
     });
-    connect(m_automix, &QSlider::sliderReleased, this, [this] { setAutomixSeconds(m_automix->value()); });
-    {
-        const QSignalBlocker blocker(m_automix);
-        m_automix->setValue(int(automixSeconds()));
-    }
-    m_automixValue->setText(Texts::transitionTexts().secondsFormat.arg(m_automix->value()));
+    connect(m_automix, &QSlider::sliderReleased, this, [this] {
+        if (m_automix->value() != m_settings.automixSeconds())
+            m_settings.setAutomixSeconds(m_automix->value());
+    });
     // Leaving the list shows the chosen mode's hint again.
     connect(m_menu, &QMenu::aboutToShow, this, [this] { showHint(m_settings.mode()); });
     connect(m_menu, &QMenu::hovered, this, [this](QAction *action) {
@@ -106,6 +103,7 @@ TransitionMenuButton::TransitionMenuButton(TransitionSettings &settings, QWidget
     setMenu(m_menu);
     connect(&m_settings, &TransitionSettings::modeChanged, this, &TransitionMenuButton::refresh);
     connect(&m_settings, &TransitionSettings::crossfadeSecondsChanged, this, &TransitionMenuButton::refresh);
+    connect(&m_settings, &TransitionSettings::automixSecondsChanged, this, &TransitionMenuButton::refresh);
     refresh();
 }
 
@@ -152,22 +150,13 @@ void TransitionMenuButton::refresh()
     const QSignalBlocker blocker(m_crossfade);
     m_crossfade->setValue(int(m_settings.crossfadeSeconds()));
     m_crossfadeValue->setText(texts.secondsFormat.arg(m_crossfade->value()));
+    const QSignalBlocker automixBlocker(m_automix);
+    m_automix->setValue(int(m_settings.automixSeconds()));
+    m_automixValue->setText(texts.secondsFormat.arg(m_automix->value()));
     showHint(mode);
 }
 
 void TransitionMenuButton::showHint(TransitionMode mode)
 {
     m_hint->setText(Texts::transitionTexts().hints.value(mode));
-}
-
-qint64 TransitionMenuButton::automixSeconds()
-{
-    const qint64 stored = Preferences::integer(kAutomixKey).value_or(0);
-    return stored < kMinAutomixSeconds || stored > kMaxAutomixSeconds ? kDefaultAutomixSeconds : stored;
-}
-
-void TransitionMenuButton::setAutomixSeconds(qint64 seconds)
-{
-    if (seconds != automixSeconds())
-        Preferences::setValue(kAutomixKey, seconds);
 }

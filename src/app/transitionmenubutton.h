@@ -12,9 +12,8 @@ class TransitionSettings;
 
 // The player's chooser of how one track leads into the next: a button showing the mode in
 // force, whose menu offers the four modes (each with its hint), the crossfade length
-// (1 to 12 s, TransitionSettings) and the automix length (the preference
-// "ov.transition.automixSeconds", read by automixSeconds()). A change applies from the next
-// transition the player plans.
+// (1 to 12 s) and the automix length (4 to 32 s), both kept by TransitionSettings. A change
+// applies from the next transition the player plans.
 //
 // Lives on the GUI thread; borrows the application's TransitionSettings and follows its
 // changes made elsewhere.
@@ -22,15 +21,7 @@ class TransitionMenuButton : public QToolButton {
     Q_OBJECT
 
 public:
-    static constexpr qint64 kMinAutomixSeconds = 2;
-    static constexpr qint64 kMaxAutomixSeconds = 30;
-    static constexpr qint64 kDefaultAutomixSeconds = 10;
-
     explicit TransitionMenuButton(TransitionSettings &settings, QWidget *parent = nullptr);
-
-    // The stored automix length; a missing key or a value outside 2..30 gives 10.
-    [[nodiscard]] static qint64 automixSeconds();
-    static void setAutomixSeconds(qint64 seconds);
 
     QMenu *modeMenu() const { return m_menu; }
     QAction *modeAction(TransitionMode mode) const;

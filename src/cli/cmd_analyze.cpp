@@ -4,10 +4,13 @@
 #include "library/transitionplan.h"
 #include "library/transitionsettings.h"
 #include "playback/crossfadeplanner.h"
+#include "playback/automixplanner.h"
+#include "playback/beatanalysis.h"
 #include "playback/gaplessplanner.h"
 #include "playback/loudness.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonObject>
 
 namespace {
@@ -72,6 +75,19 @@ int analyzeCommand(CliServices &, const QStringList &args)
     const auto orNull = [](const std::optional<double> &v) { return v ? QJsonValue(*v) : QJsonValue(); };
     fields.append({ QStringLiteral("loudness"), orNull(loudness->integratedLufs) });
     fields.append({ QStringLiteral("truePeak"), orNull(loudness->truePeakDb) });
+    // Tempo 0 and no beats when the file has no steady beat.
+    if (const std::optional<BeatAnalysis::Grid> grid = BeatAnalysis::analyse(path)) {
+        QJsonArray beats;
+        for (double b : grid->beats())
+            beats.append(b);
+        fields.append({ QStringLiteral("tempo"), grid->bpm });
+        fields.append({ QStringLiteral("downbeat"), grid->hasTempo() ? grid->beatTime(grid->downbeat) : 0.0 });
+        // The list is for JSON readers; text output gives the grid it is made from.
+        if (parsed->json)
+            fields.append({ QStringLiteral("beats"), beats });
+        else
+            fields.append({ QStringLiteral("firstBeat"), grid->firstBeat });
+    }
     printFields(fields, parsed->json);
     return kExitOk;
 }
@@ -103,6 +119,10 @@ int planCommand(CliServices &, const QStringList &args)
         // Without --seconds, the length the user chose for the player.
         const double length = seconds ? *seconds : double(TransitionSettings().crossfadeSeconds());
         plan = CrossfadePlanner::planNow(outgoing, incoming, length);
+    }
+    if (*mode == TransitionMode::automix) {
+        const double length = seconds ? *seconds : double(TransitionSettings::readAutomixSeconds());
+        plan = AutoMixPlanner::plan(outgoing, incoming, length).result();
     }
     if (!plan)
         return Cli::fail(QStringLiteral("no plan"));

@@ -8,6 +8,7 @@
 #include "playback/crossfadeplanner.h"
 #include "playback/loudness.h"
 #include "playback/normalisation.h"
+#include "playback/automixplanner.h"
 #include "playback/player.h"
 
 #include <QtConcurrent>
@@ -71,12 +72,14 @@ int playCommand(CliServices &, const QStringList &args)
     }
     bool ok = true;
     std::optional<double> seconds;
+    std::optional<double> planSeconds;
     if (parsed->has(QStringLiteral("seconds"))) {
         // The length the crossfade and automix planners are asked for.
         const double s = parsed->value(QStringLiteral("seconds")).toDouble(&ok);
         seconds = s;
         if (!ok || !(s > 0))
             return Cli::usageError(QString::fromLatin1(kUsage), QStringLiteral("--seconds needs a positive number"));
+        planSeconds = s;
     }
     int rate = 44100;
     if (parsed->has(QStringLiteral("rate"))) {
@@ -127,6 +130,10 @@ int playCommand(CliServices &, const QStringList &args)
             return it == known->cend() ? std::nullopt : std::optional(*it);
         });
     }
+    const double automixSeconds = planSeconds.value_or(double(settings.automixSeconds()));
+    player.setPlanner(TransitionMode::automix, [automixSeconds](const Track &from, const Track &to) {
+        return AutoMixPlanner::plan(from.filePath.value_or(QString()), to.filePath.value_or(QString()), automixSeconds);
+    });
     printEvents(player);
     int played = 0;
     QObject::connect(&player, &Player::currentTrackChanged, [&](const std::optional<Track> &track) {

@@ -5,6 +5,7 @@
 #include "engine/recorderservices.h"
 #include "engine/sniperscheduler.h"
 #include "playback/analysisqueue.h"
+#include "playback/beatanalysis.h"
 #include "playback/loudness.h"
 #include "playback/crossfadeplanner.h"
 
@@ -57,6 +58,7 @@ int runCommand(CliServices &services, const QStringList &args)
     analysis.emplace(setup->library);
     analysis->addAnalyser(QString::fromLatin1(CrossfadePlanner::kAnalysisKind), CrossfadePlanner::analyseForLibrary);
     analysis->addAnalyser(Loudness::kKind, analyseLoudnessJson);
+    analysis->addAnalyser(QStringLiteral("beats"), analyseBeatsJson);
     analysis->start();
 
     SignalWatcher signals;

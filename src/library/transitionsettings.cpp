@@ -8,11 +8,13 @@ namespace {
 
 const QString kModeKey = QStringLiteral("ov.transition.mode");
 const QString kCrossfadeKey = QStringLiteral("ov.transition.crossfadeSeconds");
+const QString kAutomixKey = QStringLiteral("ov.transition.automixSeconds");
 
 } // namespace
 
 TransitionSettings::TransitionSettings(QObject *parent)
-    : QObject(parent), m_mode(readMode()), m_crossfadeSeconds(readCrossfadeSeconds())
+    : QObject(parent), m_mode(readMode()), m_crossfadeSeconds(readCrossfadeSeconds()),
+      m_automixSeconds(readAutomixSeconds())
 {
 }
 
@@ -29,6 +31,14 @@ qint64 TransitionSettings::readCrossfadeSeconds()
     const qint64 stored = Preferences::integer(kCrossfadeKey).value_or(0);
     if (stored < kMinCrossfadeSeconds || stored > kMaxCrossfadeSeconds)
         return kDefaultCrossfadeSeconds;
+    return stored;
+}
+
+qint64 TransitionSettings::readAutomixSeconds()
+{
+    const qint64 stored = Preferences::integer(kAutomixKey).value_or(0);
+    if (stored < kMinAutomixSeconds || stored > kMaxAutomixSeconds)
+        return kDefaultAutomixSeconds;
     return stored;
 }
 
@@ -50,4 +60,14 @@ void TransitionSettings::setCrossfadeSeconds(qint64 seconds)
         Q_EMIT crossfadeSecondsChanged(seconds);
     }
     Preferences::setValue(kCrossfadeKey, seconds);
+}
+
+void TransitionSettings::setAutomixSeconds(qint64 seconds)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    if (seconds != m_automixSeconds) {
+        m_automixSeconds = seconds;
+        Q_EMIT automixSecondsChanged(seconds);
+    }
+    Preferences::setValue(kAutomixKey, seconds);
 }

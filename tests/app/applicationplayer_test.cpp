@@ -1,6 +1,7 @@
 #include "app/application.h"
 #include "app/texts.h"
 #include "library/transitionsettings.h"
+#include "playback/beatanalysis.h"
 
 #include "playerfixture.h"
 
@@ -77,6 +78,46 @@ TEST_F(ApplicationPlayerTest, PlayerFollowsTheApplicationsTransitionSettings)
     advance(1.2);
     EXPECT_EQ(modes, QList<TransitionMode>({ TransitionMode::crossfade }));
     EXPECT_EQ(player().currentIndex(), 2);
+}
+
+// Automix plans from the beat grids the library holds, and files the ones it had to work
+// out itself.
+TEST_F(ApplicationPlayerTest, AutomixUsesAndFillsTheLibrarysBeatGrids)
+{
+    const QList<Track> songs = addSongs(3, 6.0);
+    LibraryStore &store = *app->library();
+    // Grids only the library knows (the tones have no beat): if they are used, the first
+    // change is tempo-matched with a bass swap.
+    for (int i : { 0, 1 }) {
+        const auto stamp = LibraryStore::FileStamp::of(*songs[i].filePath);
+        ASSERT_TRUE(stamp);
+        ASSERT_TRUE(store.setAnalysis(*songs[i].filePath, QStringLiteral("beats"), *stamp,
+            BeatAnalysis::toJson(BeatAnalysis::Grid { 120, 0, 0, 6 })));
+    }
+    app->transitionSettings().setAutomixSeconds(4);
+    app->transitionSettings().setMode(TransitionMode::automix);
+    QList<TransitionPlan> plans;
+    QObject::connect(
+        &player(), &Player::transitionStarted, [&](TransitionMode, const TransitionPlan &plan) { plans << plan; });
+    player().playQueue(songs);
+    advance(10);
+    ASSERT_EQ(plans.size(), 2);
+    EXPECT_DOUBLE_EQ(plans[0].fadeDuration, 4);
+    EXPECT_TRUE(plans[0].bassSwapAt);
+    // The third song was analysed on the way: no beat, so a plain crossfade, and its grid
+    // is in the library now.
+    EXPECT_FALSE(plans[1].bassSwapAt);
+    const auto stamp = LibraryStore::FileStamp::of(*songs[2].filePath);
+    ASSERT_TRUE(stamp);
+    std::optional<QByteArray> stored;
+    EXPECT_TRUE(waitUntil([&] {
+        stored = store.analysis(*songs[2].filePath, QStringLiteral("beats"), *stamp);
+        return stored.has_value();
+    }));
+    const std::optional<BeatAnalysis::Grid> grid = BeatAnalysis::fromJson(stored.value_or(QByteArray()));
+    ASSERT_TRUE(grid);
+    EXPECT_FALSE(grid->hasTempo());
+    EXPECT_NEAR(grid->duration, 6, 0.01);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "clirunner.h"
 #include "testenv.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -61,7 +62,10 @@ TEST(AnalyzeCliTest, PrintsTheBoundsOfEachFormat)
     ASSERT_GE(at, 0) << why.toStdString();
     EXPECT_NEAR(o.value("loudness").toDouble(), meter.mid(at + 13).trimmed().toDouble(), 0.2);
     EXPECT_NEAR(o.value("truePeak").toDouble(), 20 * std::log10(0.125 * M_SQRT1_2), 0.5);
-    EXPECT_EQ(o.size(), 7);
+    // A steady tone has no beat.
+    EXPECT_EQ(o.value("tempo").toDouble(-1), 0);
+    EXPECT_TRUE(o.value("beats").isArray());
+    EXPECT_TRUE(o.value("beats").toArray().isEmpty());
     EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
 
     run = runCli({ "analyze", m4a, "--json" });
@@ -146,4 +150,41 @@ TEST(AnalyzeCliTest, PlanCrossfadesTracksLongEnoughForIt)
     run = runCli({ "plan", a, b, "--mode", "crossfade", "--seconds", "1.5", "--json" });
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
     EXPECT_NEAR(json(run).value("fadeDuration").toDouble(), 1.5, 1e-9);
+}
+
+TEST(AnalyzeCliTest, TempoBeatsAndTheAutomixPlanOfClickTracks)
+{
+    TestHome home;
+    QTemporaryDir dir;
+    auto clicks = [&](const QString &name, double period) {
+        const QString path = dir.filePath(name);
+        const QString click = QStringLiteral("if(lt(mod(t+%1\\,%2)\\,0.003)\\,0.8*sin(2*PI*1000*t)\\,0)")
+                                  .arg(period - 0.25)
+                                  .arg(period);
+        QString error;
+        EXPECT_TRUE(runProgram(QStringLiteral("/usr/bin/ffmpeg"),
+            { "-v", "error", "-y", "-f", "lavfi", "-i", QStringLiteral("aevalsrc=%1:s=44100:d=12").arg(click), path },
+            &error))
+            << error.toStdString();
+        return path;
+    };
+    const QString a = clicks(QStringLiteral("a.wav"), 0.5);
+    const QString b = clicks(QStringLiteral("b.wav"), 60.0 / 126);
+
+    CliRun run = runCli({ "analyze", a, "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    QJsonObject o = json(run);
+    EXPECT_NEAR(o.value("tempo").toDouble(), 120, 0.5);
+    const QJsonArray beats = o.value("beats").toArray();
+    ASSERT_GE(beats.size(), 22);
+    EXPECT_NEAR(beats.at(0).toDouble(), 0.25, 0.012);
+    EXPECT_NEAR(beats.at(10).toDouble(), 5.25, 0.012);
+
+    run = runCli({ "plan", a, b, "--mode", "automix", "--seconds", "4", "--json" });
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    o = json(run);
+    EXPECT_NEAR(o.value("incomingRate").toDouble(), 120.0 / 126, 0.002);
+    EXPECT_NEAR(o.value("fadeDuration").toDouble(), 4, 0.01);
+    EXPECT_EQ(o.value("bassSwapAt").toDouble(), 0.5);
+    EXPECT_GT(o.value("rateReturnDuration").toDouble(), 0);
 }

@@ -50,6 +50,15 @@ TEST(TransitionSettingsTest, StoredValuesAreReadOnceWithDefaultsForBadOnes)
         EXPECT_EQ(TransitionSettings().crossfadeSeconds(), c.expected) << c.stored.toString().toStdString();
     }
     const struct {
+        QVariant stored;
+        qint64 expected;
+    } automixes[] = {{QVariant(), 16}, {3, 16}, {33, 16}, {4, 4}, {32, 32}, {QStringLiteral("x"), 16}};
+    for (const auto &c : automixes) {
+        if (c.stored.isValid())
+            Preferences::setValue(QStringLiteral("ov.transition.automixSeconds"), c.stored);
+        EXPECT_EQ(TransitionSettings().automixSeconds(), c.expected) << c.stored.toString().toStdString();
+    }
+    const struct {
         QString stored;
         TransitionMode expected;
     } modes[] = {{QStringLiteral("Crossfade"), TransitionMode::off},
