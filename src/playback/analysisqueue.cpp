@@ -89,7 +89,8 @@ void AnalysisQueue::enqueue(const QString &kind, const QString &path, bool front
     if (m_done == m_total)
         m_done = m_total = 0; // a new round: "3 / 5", not "1203 / 1205"
     m_queued.insert(key);
-    ++m_total;
+    if (m_jobsOfPath[path]++ == 0)
+        ++m_total;
     {
         std::lock_guard lock(m_mutex);
         if (front)
@@ -135,6 +136,9 @@ void AnalysisQueue::finished(
     m_queued.remove(key);
     if (!stamp || !json || !m_library.setAnalysis(job.path, job.kind, *stamp, *json))
         m_failed.insert(key);
+    if (--m_jobsOfPath[job.path] > 0)
+        return;
+    m_jobsOfPath.remove(job.path);
     ++m_done;
     Q_EMIT progressChanged(m_done, m_total);
 }

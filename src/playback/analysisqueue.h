@@ -3,6 +3,7 @@
 #include "library/librarystore.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QObject>
 #include <QPointer>
 #include <QSet>
@@ -46,7 +47,8 @@ public:
     // if it was not. Nothing for a file that failed this session.
     void prioritise(const QString &kind, const QString &path);
 
-    // Jobs finished (stored or failed) and jobs queued in all, since the queue last ran empty.
+    // Files finished (every kind stored or failed) and files queued in all, since the queue
+    // last ran empty: the user counts songs, not the analyses of each.
     [[nodiscard]] int done() const { return m_done; }
     [[nodiscard]] int total() const { return m_total; }
     [[nodiscard]] QSet<QString> failedPaths(const QString &kind) const;
@@ -69,6 +71,7 @@ private:
     std::vector<std::pair<QString, Analyser>> m_analysers; // written before start() only
     QSet<QString> m_queued; // "kind\npath", owner thread
     QSet<QString> m_failed; // "kind\npath", owner thread
+    QHash<QString, int> m_jobsOfPath; // jobs queued or running per file, owner thread
     int m_done = 0;
     int m_total = 0;
 
